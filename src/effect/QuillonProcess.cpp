@@ -1,0 +1,132 @@
+// The real-time routine: runs once per processing period on the audio engine's
+// real-time thread. It takes no lock, waits on nothing, logs nothing and
+// allocates only the chunk buffer, once per lock period.
+#include "effect/Quillon.h"
+
+#include "effect/RealTime.h"
+#include "transfer/WinUtils.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace quillon {
+namespace {
+
+// Tells the player application that its sound was stopped.
+QUILLON_RT_CODE void SignalStop() {
+  HANDLE event = CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), L"Global\\QuillonStopCallback1.8.0",
+                                CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS);
+  if (event != nullptr) {
+    SetEvent(event);
+    CloseHandle(event);
+  }
+}
+
+QUILLON_RT_CODE bool StopRequested(const TransferMapping* control) {
+  if (control == nullptr || control->view == nullptr) return false;
+  // Written by the player application in another process.
+  return *reinterpret_cast<const volatile uint8_t*>(control->view + TransferLayout::kStopRequest) != 0;
+}
+
+}  // namespace
+
+QUILLON_RT_CODE void Quillon::APOProcess(UINT32 u32NumInputConnections, APO_CONNECTION_PROPERTY** ppInputConnections,
+                                         UINT32 u32NumOutputConnections,
+                                         APO_CONNECTION_PROPERTY** ppOutputConnections) {
+  if (deviceEffectRT != nullptr) {
+    deviceEffectRT->APOProcess(u32NumInputConnections, ppInputConnections, u32NumOutputConnections,
+                               ppOutputConnections);
+  }
+  APO_CONNECTION_PROPERTY* input = ppInputConnections[0];
+  APO_CONNECTION_PROPERTY* output = ppOutputConnections[0];
+  const UINT32 flags = input->u32BufferFlags;
+  if (flags != BUFFER_VALID && flags != BUFFER_SILENT) return;
+
+  // Never touch more than the locked connection buffers hold.
+  const UINT32 frames = std::min(input->u32ValidFrameCount, maxFramesPerPeriod);
+  const size_t samples = static_cast<size_t>(frames) * samplesPerFrame_;
+  auto* in = reinterpret_cast<float*>(input->pBuffer);
+  auto* out = reinterpret_cast<float*>(output->pBuffer);
+
+  float* work;
+  bool silentUnmixed = false;
+  if (flags == BUFFER_SILENT) {
+    // The device effect's output is discarded: silent input stays silent unless sound is mixed in.
+    std::memset(in, 0, samples * sizeof(float));
+    work = in;
+    silentUnmixed = true;
+  } else {
+    work = (deviceEffectRT != nullptr && out != in) ? out : in;
+  }
+
+  if (instanceIndex != -1 && MixReceivedSound(work, samples)) silentUnmixed = false;
+
+  if (work != out) std::memcpy(out, work, samples * sizeof(float));
+  output->u32BufferFlags = (flags == BUFFER_SILENT && !silentUnmixed) ? BUFFER_VALID : flags;
+  output->u32ValidFrameCount = input->u32ValidFrameCount;
+}
+
+// Mixes one period of the current chunk into `work` and applies the gain.
+// Returns whether received sound was mixed.
+QUILLON_RT_CODE bool Quillon::MixReceivedSound(float* work, size_t samples) {
+  uint32_t chunk = chunkSize.load(std::memory_order_relaxed);
+  if (chunk == 0 && samples > 0) {
+    // First period of the lock period: one chunk holds eight periods.
+    chunkBuffer.reset(new (std::nothrow) float[kPeriodsPerChunk * samples]());
+    if (chunkBuffer) {
+      chunk = static_cast<uint32_t>(kPeriodsPerChunk * samples);
+      chunkSize.store(chunk, std::memory_order_release);
+    }
+  }
+  if (chunk == 0) return false;  // empty period, or no chunk could be had
+
+  if (StopRequested(controlView)) {
+    SignalStop();
+    pendingSamples.Clear();
+    chunkPos = 0;
+  }
+  if (chunkPos == 0 || chunkPos == chunk) TakeNextChunk();
+
+  const float gain = micGain.load(std::memory_order_relaxed);
+  size_t mixed = 0;
+  if (chunkActive && chunkPos < chunk) {
+    // A period longer than the chunk's rest mixes what remains; the tail is treated as unmixed.
+    mixed = std::min<size_t>(samples, chunk - chunkPos);
+    const float* sound = chunkBuffer.get() + chunkPos;
+    if (blockVoice.load(std::memory_order_relaxed)) {
+      std::memcpy(work, sound, mixed * sizeof(float));
+    } else if (gain == 1.0f) {
+      for (size_t i = 0; i < mixed; ++i) work[i] = sound[i] + work[i];
+    } else {
+      for (size_t i = 0; i < mixed; ++i) work[i] = sound[i] + gain * work[i];
+    }
+    chunkPos += static_cast<uint32_t>(mixed);
+  }
+  if (gain != 1.0f) {
+    for (size_t i = mixed; i < samples; ++i) work[i] = gain * work[i];
+  }
+  return mixed > 0;
+}
+
+// At a chunk boundary: moves the next chunk of received sound out of the queue
+// and wakes the receiver thread so that it can queue the next block.
+QUILLON_RT_CODE void Quillon::TakeNextChunk() {
+  const size_t queued = pendingSamples.Size();
+  if (queued == 0) {
+    chunkActive = false;
+    return;
+  }
+  const uint32_t chunk = chunkSize.load(std::memory_order_relaxed);
+  chunkActive = true;
+  if (queued < chunk) {
+    std::memset(chunkBuffer.get(), 0, chunk * sizeof(float));
+    pendingSamples.Pop(chunkBuffer.get(), queued);
+  } else {
+    pendingSamples.Pop(chunkBuffer.get(), chunk);
+  }
+  chunkPos = 0;
+  if (chunkConsumedEvent) SetEvent(chunkConsumedEvent.Get());
+}
+
+}  // namespace quillon

@@ -1,0 +1,246 @@
+// The real-time mixing rules, driven through the effect's own interfaces.
+#include "support/EffectHarness.h"
+#include "support/FakeDeviceEffect.h"
+
+#include <functional>
+#include <numeric>
+
+namespace quillon::test {
+namespace {
+
+constexpr UINT32 kChannels = 2;
+constexpr UINT32 kFrames = 4;
+constexpr size_t kPeriod = kChannels * kFrames;     // samples per period
+constexpr size_t kChunk = 8 * kPeriod;              // samples per chunk
+
+std::vector<float> Mic(size_t n, float base = 0.25f) {
+  std::vector<float> mic(n);
+  for (size_t i = 0; i < n; ++i) mic[i] = base + 0.001f * static_cast<float>(i);
+  return mic;
+}
+
+// Received sound sample k: distinct and easy to recognise.
+float Sound(size_t k) { return 0.01f * static_cast<float>(k + 1); }
+
+std::vector<float> SoundBlock(size_t count, size_t first = 0) {
+  std::vector<float> block(count);
+  for (size_t i = 0; i < count; ++i) block[i] = Sound(first + i);
+  return block;
+}
+
+// ---- One mixing period, rule by rule ------------------------------------------
+struct RuleCase {
+  const char* name;
+  UINT32 inputFlag;
+  bool registered;
+  bool queued;
+  bool blockVoice;
+  float gain;
+  bool deviceEffect;
+  // Expected output sample from mic sample m and received sample s.
+  std::function<float(float m, float s)> expected;
+  UINT32 expectedFlag;
+};
+
+class MixingRule : public ::testing::TestWithParam<RuleCase> {};
+
+TEST_P(MixingRule, OutputSampleByRule) {
+  const RuleCase& c = GetParam();
+  EffectHarness h;
+  FakeDeviceEffect device;
+  device.channels = kChannels;
+  if (c.deviceEffect) QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
+  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
+  if (c.registered) h.Register();
+  QuillonTestAccess::SetBlockVoice(h.Effect(), c.blockVoice);
+  QuillonTestAccess::SetMicGain(h.Effect(), c.gain);
+
+  const std::vector<float> mic = Mic(kPeriod);
+  h.Process(mic);  // the first period sizes the chunk; only then is sound accepted
+  if (c.queued) ASSERT_TRUE(h.Accept(SoundBlock(kChunk)));
+
+  std::vector<float> out = h.Process(mic, c.inputFlag);
+  const bool silent = c.inputFlag == BUFFER_SILENT;
+  for (size_t i = 0; i < kPeriod; ++i) {
+    float m = silent ? 0.0f : mic[i];
+    float s = c.queued ? Sound(i) : 0.0f;
+    EXPECT_FLOAT_EQ(c.expected(m, s), out[i]) << "sample " << i;
+  }
+  EXPECT_EQ(c.expectedFlag, h.OutputProperty().u32BufferFlags);
+  EXPECT_EQ(kFrames, h.OutputProperty().u32ValidFrameCount);
+}
+
+const RuleCase kRuleCases[] = {
+    {"UnregisteredPassesThroughWithoutGain", BUFFER_VALID, false, false, false, 2.0f, false,
+     [](float m, float) { return m; }, BUFFER_VALID},
+    {"NothingQueuedUnityGain", BUFFER_VALID, true, false, false, 1.0f, false, [](float m, float) { return m; },
+     BUFFER_VALID},
+    {"NothingQueuedGainTwo", BUFFER_VALID, true, false, false, 2.0f, false, [](float m, float) { return 2 * m; },
+     BUFFER_VALID},
+    {"QueuedUnityGainAdds", BUFFER_VALID, true, true, false, 1.0f, false, [](float m, float s) { return s + m; },
+     BUFFER_VALID},
+    {"QueuedGainTwoScalesMicOnly", BUFFER_VALID, true, true, false, 2.0f, false,
+     [](float m, float s) { return s + 2 * m; }, BUFFER_VALID},
+    {"BlockVoiceReplacesMic", BUFFER_VALID, true, true, true, 2.0f, false, [](float, float s) { return s; },
+     BUFFER_VALID},
+    {"BlockVoiceWithNothingQueuedLetsMicPass", BUFFER_VALID, true, false, true, 2.0f, false,
+     [](float m, float) { return 2 * m; }, BUFFER_VALID},
+    {"SilentInputNothingQueuedStaysSilent", BUFFER_SILENT, true, false, false, 2.0f, false,
+     [](float, float) { return 0.0f; }, BUFFER_SILENT},
+    {"SilentInputWithSoundBecomesValid", BUFFER_SILENT, true, true, false, 2.0f, false,
+     [](float, float s) { return s; }, BUFFER_VALID},
+    {"DeviceEffectProcessesFirst", BUFFER_VALID, true, true, false, 1.0f, true,
+     [](float m, float s) { return s + 0.5f * m; }, BUFFER_VALID},
+    {"DeviceEffectOutputDiscardedForSilentInput", BUFFER_SILENT, true, false, false, 1.0f, true,
+     [](float, float) { return 0.0f; }, BUFFER_SILENT},
+};
+
+INSTANTIATE_TEST_SUITE_P(Rules, MixingRule, ::testing::ValuesIn(kRuleCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Mixing, InvalidInputLeavesOutputRecordUntouched) {
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
+  h.Register();
+  for (UINT32 flag : {static_cast<UINT32>(BUFFER_INVALID), 3u, 0xFFFFFFFFu}) {
+    std::vector<float> out = h.Process(Mic(kPeriod), flag);
+    EXPECT_EQ(std::vector<float>(kPeriod, 99.0f), out) << "flag " << flag;
+    EXPECT_EQ(static_cast<UINT32>(BUFFER_INVALID), h.OutputProperty().u32BufferFlags);
+    EXPECT_EQ(0u, h.OutputProperty().u32ValidFrameCount);
+  }
+}
+
+// ---- The chunk cycle over many periods --------------------------------------------
+struct ChunkCase {
+  const char* name;
+  bool blockVoice;
+};
+
+class ChunkCycle : public ::testing::TestWithParam<ChunkCase> {};
+
+// One block of a chunk and a quarter: eight periods of a full chunk, then the
+// quarter followed by silence for the rest of the second chunk, then the mic alone.
+TEST_P(ChunkCycle, FullChunkThenShortChunkThenNothing) {
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
+  h.Register();
+  QuillonTestAccess::SetBlockVoice(h.Effect(), GetParam().blockVoice);
+  const std::vector<float> mic = Mic(kPeriod);
+
+  h.Process(mic);
+  EXPECT_FALSE(h.TookChunk());
+  const size_t total = kChunk + kChunk / 4;
+  ASSERT_TRUE(h.Accept(SoundBlock(total)));
+
+  size_t next = 0;  // index of the next received sample expected in the output
+  for (int period = 1; period <= 17; ++period) {
+    std::vector<float> out = h.Process(mic);
+    const bool boundary = period == 1 || period == 9;
+    EXPECT_EQ(boundary, h.TookChunk()) << "period " << period;
+    const bool chunkPlaying = period <= 16;
+    for (size_t i = 0; i < kPeriod; ++i) {
+      float s = 0.0f;
+      if (chunkPlaying && next < total) s = Sound(next);
+      float expected = chunkPlaying ? (GetParam().blockVoice ? s : s + mic[i]) : mic[i];
+      ASSERT_FLOAT_EQ(expected, out[i]) << "period " << period << " sample " << i;
+      if (chunkPlaying) ++next;
+    }
+  }
+  EXPECT_EQ(0u, QuillonTestAccess::Queued(h.Effect()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Mixing, ChunkCycle,
+                         ::testing::Values(ChunkCase{"Mix", false}, ChunkCase{"BlockVoice", true}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Mixing, QueueAcceptsBlocksOnlyBelowOneChunk) {
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
+  h.Register();
+  // Before the first period the chunk size is unknown: nothing is accepted.
+  EXPECT_FALSE(h.Accept(SoundBlock(10)));
+  h.Process(Mic(kPeriod));
+  EXPECT_TRUE(h.Accept(SoundBlock(kChunk - 1)));
+  EXPECT_TRUE(h.Accept(SoundBlock(Quillon::kMaxBlockSamples)));  // queue was below one chunk
+  EXPECT_FALSE(h.Accept(SoundBlock(1)));                          // now above it
+  EXPECT_EQ(kChunk - 1 + Quillon::kMaxBlockSamples, QuillonTestAccess::Queued(h.Effect()));
+}
+
+TEST(Mixing, StopRequestDropsQueueAndSignalsEveryPeriod) {
+  HANDLE stopEvent = CreateEventW(nullptr, TRUE, FALSE, L"Global\\QuillonStopCallback1.8.0");
+  ASSERT_NE(nullptr, stopEvent);
+  std::vector<uint8_t> view(TransferLayout::kSize, 0);
+  TransferMapping control{nullptr, view.data(), 0};
+
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
+  h.Register(&control);
+  const std::vector<float> mic = Mic(kPeriod);
+  h.Process(mic);
+  ASSERT_TRUE(h.Accept(SoundBlock(3 * kChunk)));
+
+  view[TransferLayout::kStopRequest] = 1;
+  for (int period = 0; period < 3; ++period) {
+    EXPECT_EQ(mic, h.Process(mic)) << "queued sound must be dropped";
+    EXPECT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(stopEvent, 0)) << "period " << period;
+    ResetEvent(stopEvent);
+  }
+  EXPECT_EQ(0u, QuillonTestAccess::Queued(h.Effect()));
+
+  // Once the player clears the flag, new sound plays from the start of a chunk.
+  view[TransferLayout::kStopRequest] = 0;
+  ASSERT_TRUE(h.Accept(SoundBlock(kPeriod, 500)));
+  std::vector<float> out = h.Process(mic);
+  EXPECT_FLOAT_EQ(Sound(500) + mic[0], out[0]);
+  EXPECT_NE(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(stopEvent, 0));
+  CloseHandle(stopEvent);
+}
+
+// Real engines vary the frame count within one lock period. Whatever arrives,
+// nothing outside the connection buffers or the chunk is touched, and the
+// received sound still comes out in order, sample for sample.
+TEST(Mixing, VaryingFrameCountStaysInBoundsAndKeepsSoundInOrder) {
+  constexpr UINT32 kMaxFrames = 600;
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(kChannels, kMaxFrames));
+  h.Register();
+  const std::vector<float> silence(kChannels * kMaxFrames, 0.0f);
+  h.Process(silence, BUFFER_VALID, 480);  // chunk sized for 480 frames
+  const size_t total = 3 * 8 * 480 * kChannels;
+  size_t queued = 0;
+  std::vector<float> received;
+  const UINT32 frameCounts[] = {485, 480, 528, 600, 1000, 7, 528, 485};
+  for (int round = 0; round < 12; ++round) {
+    for (UINT32 frames : frameCounts) {
+      while (queued < total && h.Accept(SoundBlock(std::min<size_t>(4000, total - queued), queued))) {
+        queued += std::min<size_t>(4000, total - queued);
+      }
+      std::vector<float> out = h.Process(silence, BUFFER_VALID, frames);
+      EXPECT_EQ(std::min(frames, kMaxFrames) * kChannels, out.size());
+      received.insert(received.end(), out.begin(), out.end());
+    }
+  }
+  // Strip the silence between chunks; what is left must be the sound in order.
+  std::vector<float> sound;
+  for (float v : received) {
+    if (v != 0.0f) sound.push_back(v);
+  }
+  ASSERT_EQ(total, sound.size());
+  for (size_t k = 0; k < total; ++k) ASSERT_FLOAT_EQ(Sound(k), sound[k]) << "sample " << k;
+}
+
+TEST(Mixing, ChunkIsSizedAnewInEveryLockPeriod) {
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(kChannels, 480));
+  h.Register();
+  h.Process(std::vector<float>(kChannels * 480, 0.0f));
+  EXPECT_EQ(8u * 480 * kChannels, h.Effect()->ChunkSize());
+  ASSERT_EQ(S_OK, h.Unlock());
+  EXPECT_EQ(0u, h.Effect()->ChunkSize());
+  ASSERT_EQ(S_OK, h.Lock(kChannels, 240));
+  h.Process(std::vector<float>(kChannels * 240, 0.0f));
+  EXPECT_EQ(8u * 240 * kChannels, h.Effect()->ChunkSize());
+}
+
+}  // namespace
+}  // namespace quillon::test

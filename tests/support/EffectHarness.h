@@ -1,0 +1,138 @@
+// Drives an effect the way the audio engine does: creation through the
+// aggregate, Initialize with an endpoint record, LockForProcess on float32
+// connection buffers, APOProcess period by period, UnlockForProcess.
+#pragma once
+
+#include "com/RegistrationProperties.h"
+#include "effect/QuillonAggregate.h"
+#include "platform/AudioMediaType.h"
+#include "support/ComPtr.h"
+#include "support/FakePropertyStore.h"
+#include "support/QuillonTestAccess.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace quillon::test {
+
+// A connection buffer with guard samples after its end that must never change.
+struct GuardedBuffer {
+  static constexpr size_t kGuard = 64;
+  static constexpr float kGuardValue = -12345.0f;
+  std::vector<float> storage;
+  size_t samples = 0;
+
+  void Allocate(size_t count) {
+    samples = count;
+    storage.assign(count + kGuard, 0.0f);
+    for (size_t i = 0; i < kGuard; ++i) storage[count + i] = kGuardValue;
+  }
+  float* Data() { return storage.data(); }
+  bool GuardIntact() const {
+    for (size_t i = 0; i < kGuard; ++i) {
+      if (storage[samples + i] != kGuardValue) return false;
+    }
+    return true;
+  }
+};
+
+class EffectHarness {
+ public:
+  explicit EffectHarness(const wchar_t* endpoint = L"{0.0.1.00000000}.{6d2b5c1e-0a3f-4b7e-9d41-2f8c7a9e1b3d}")
+      : store_(endpoint) {
+    EXPECT_EQ(S_OK, QuillonAggregate::Create(nullptr, IID_IAudioProcessingObject, apo_.PutVoid()));
+    apo_->QueryInterface(IID_IAudioProcessingObjectRT, rt_.PutVoid());
+    apo_->QueryInterface(IID_IAudioProcessingObjectConfiguration, config_.PutVoid());
+  }
+  ~EffectHarness() {
+    if (locked_) config_->UnlockForProcess();
+    if (chunkEvent_ != nullptr) CloseHandle(chunkEvent_);
+  }
+
+  IAudioProcessingObject* Apo() { return apo_.Get(); }
+  IAudioProcessingObjectConfiguration* Config() { return config_.Get(); }
+  Quillon* Effect() { return QuillonTestAccess::From(apo_.Get()); }
+
+  HRESULT Initialize() {
+    APOInitSystemEffects2 init{};
+    init.APOInit.cbSize = sizeof(init);
+    init.APOInit.clsid = QuillonRegistrationProperties().clsid;
+    init.pAPOEndpointProperties = &store_;
+    return apo_->Initialize(sizeof(init), reinterpret_cast<BYTE*>(&init));
+  }
+
+  // Locks float32 connections of `channels` at 48 kHz holding `maxFrames` frames.
+  HRESULT Lock(UINT32 channels, UINT32 maxFrames) {
+    channels_ = channels;
+    in_.Allocate(static_cast<size_t>(channels) * maxFrames);
+    out_.Allocate(static_cast<size_t>(channels) * maxFrames);
+    UNCOMPRESSEDAUDIOFORMAT format = MakeFloatFormat(channels, 48000.0f);
+    CreateAudioMediaType(format, inFormat_.Put());
+    CreateAudioMediaType(format, outFormat_.Put());
+    inDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(in_.Data()), maxFrames,
+               inFormat_.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+    outDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(out_.Data()), maxFrames,
+                outFormat_.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+    APO_CONNECTION_DESCRIPTOR* ins[] = {&inDesc_};
+    APO_CONNECTION_DESCRIPTOR* outs[] = {&outDesc_};
+    HRESULT hr = config_->LockForProcess(1, ins, 1, outs);
+    locked_ = SUCCEEDED(hr);
+    return hr;
+  }
+  HRESULT Unlock() {
+    locked_ = false;
+    return config_->UnlockForProcess();
+  }
+
+  // Marks the effect registered (slot 0) with a chunk-consumed event the test can observe.
+  HANDLE Register(TransferMapping* control = nullptr) {
+    chunkEvent_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    HANDLE forEffect = nullptr;
+    DuplicateHandle(GetCurrentProcess(), chunkEvent_, GetCurrentProcess(), &forEffect, 0, FALSE,
+                    DUPLICATE_SAME_ACCESS);
+    QuillonTestAccess::SetRegistered(Effect(), 0, control, forEffect);
+    return chunkEvent_;
+  }
+  // True (and resets it) when the effect signalled that it took a chunk.
+  bool TookChunk() {
+    bool set = WaitForSingleObject(chunkEvent_, 0) == WAIT_OBJECT_0;
+    ResetEvent(chunkEvent_);
+    return set;
+  }
+
+  // One period: `mic` fills the input buffer (frames = mic.size() / channels).
+  // Returns the output samples; the output buffer starts filled with 99.
+  std::vector<float> Process(const std::vector<float>& mic, UINT32 flags = BUFFER_VALID, UINT32 frames = 0) {
+    if (frames == 0) frames = static_cast<UINT32>(mic.size() / channels_);
+    std::copy(mic.begin(), mic.begin() + std::min(mic.size(), in_.samples), in_.Data());
+    std::fill(out_.Data(), out_.Data() + out_.samples, 99.0f);
+    inProp_ = {reinterpret_cast<UINT_PTR>(in_.Data()), frames, flags, APO_CONNECTION_PROPERTY_SIGNATURE};
+    outProp_ = {reinterpret_cast<UINT_PTR>(out_.Data()), 0, BUFFER_INVALID, APO_CONNECTION_PROPERTY_SIGNATURE};
+    APO_CONNECTION_PROPERTY* ins[] = {&inProp_};
+    APO_CONNECTION_PROPERTY* outs[] = {&outProp_};
+    rt_->APOProcess(1, ins, 1, outs);
+    EXPECT_TRUE(in_.GuardIntact());
+    EXPECT_TRUE(out_.GuardIntact());
+    size_t n = std::min<size_t>(static_cast<size_t>(frames) * channels_, out_.samples);
+    return std::vector<float>(out_.Data(), out_.Data() + n);
+  }
+  const APO_CONNECTION_PROPERTY& OutputProperty() const { return outProp_; }
+
+  bool Accept(const std::vector<float>& block) { return Effect()->AcceptReceivedBlock(block.data(), block.size()); }
+
+ private:
+  FakePropertyStore store_;
+  ComPtr<IAudioProcessingObject> apo_;
+  ComPtr<IAudioProcessingObjectRT> rt_;
+  ComPtr<IAudioProcessingObjectConfiguration> config_;
+  ComPtr<IAudioMediaType> inFormat_, outFormat_;
+  APO_CONNECTION_DESCRIPTOR inDesc_{}, outDesc_{};
+  APO_CONNECTION_PROPERTY inProp_{}, outProp_{};
+  GuardedBuffer in_, out_;
+  UINT32 channels_ = 0;
+  bool locked_ = false;
+  HANDLE chunkEvent_ = nullptr;
+};
+
+}  // namespace quillon::test
