@@ -4,7 +4,7 @@ X64 := $(BUILD)/x64
 ARM64 := $(BUILD)/arm64
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps build test bench clean
+.PHONY: all deps build test test-x64 test-arm64 bench clean
 
 all: build
 
@@ -17,16 +17,31 @@ $(X64)/build.ninja: | deps
 
 # The shipped ARM64 library; its tests run under emulated ARM64 Wine (make test-arm64).
 $(ARM64)/build.ninja: | deps
-	cmake -G Ninja -S . -B $(ARM64) -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-windows-gnu.cmake $(CMAKE_FLAGS)
+	cmake -G Ninja -S . -B $(ARM64) -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-windows-gnu.cmake $(CMAKE_FLAGS) \
+	  "-DQUILLON_WINE=$(CURDIR)/scripts/arm64-wine.sh exec wine" \
+	  "-DQUILLON_WINESERVER=$(CURDIR)/scripts/arm64-wine.sh exec wineserver"
 
 build: deps $(X64)/build.ninja $(ARM64)/build.ninja
 	cmake --build $(X64)
-	cmake --build $(ARM64) --target Quillon
+	cmake --build $(ARM64)
 
-test: build
+# Both suites, x64 first. QUILLON_SKIP_ARM64=1 skips the ARM64 one deliberately.
+test: test-x64
+ifeq ($(QUILLON_SKIP_ARM64),1)
+	@echo "ARM64 suite skipped (QUILLON_SKIP_ARM64=1): only the x64 build was tested."
+else
+	@$(MAKE) --no-print-directory test-arm64
+endif
+
+test-x64: build
 	scripts/check-dll.sh $(ARM64)/Quillon.dll arm64
 	scripts/check-dll.sh $(X64)/Quillon.dll x64
 	scripts/run-tests.sh $(X64)
+
+# The shipped ARM64 build's suite, inside an emulated ARM64 Debian with ARM64 Wine.
+test-arm64: build
+	@scripts/arm64-wine.sh check || { echo "ARM64 suite cannot run: this kernel does not run ARM64 programs (needs binfmt_misc and the packages qemu-user-static and binfmt-support); set QUILLON_SKIP_ARM64=1 to skip it." >&2; exit 1; }
+	scripts/arm64-wine.sh run-tests $(ARM64)
 
 bench: build
 	WINEPREFIX=$(abspath $(X64))/wineprefix $(X64)/wine-run $(X64)/bench/quillon_bench.exe

@@ -1,11 +1,19 @@
 // The process-wide logger. Every log call of the library goes through QLOG or
 // QLOG_LINE, which pass level, source line and the caller's "Class::Method" name.
 //
-// This version only applies the level threshold: lines that pass it are
-// formatted and dropped. Writing to the shared log file comes later.
+// Each line that passes the level threshold is appended to the log file shared
+// by every process on the machine, under the named mutex
+// "Global\QuillonLoggerMutex" (waited for 100 ms, then the line is dropped).
+// The file is UTF-8 without byte-order mark with CR LF line ends, and is moved
+// aside to a single "-old" generation when it grows past 2 MiB.
 #pragma once
 
+#include "diag/WideString.h"
+
+#include <windows.h>
+
 #include <atomic>
+#include <cstdarg>
 #include <cstdint>
 
 namespace quillon {
@@ -23,11 +31,18 @@ enum LogLevel : int32_t {
 extern const wchar_t* const kLogLevelLabels[6];
 
 // Maps a registry text to a level: "trace", "debug", "info", "warn", "error",
-// "nolog" (any case); anything else gives INFO.
+// "nolog" (any case); anything else, "warning" included, gives INFO.
 int32_t ParseLogLevel(const wchar_t* text);
+
+// Registry path of the "LogLevel" setting.
+extern const wchar_t* const kLogLevelRegistryPath;
 
 class Logger {
  public:
+  static constexpr uint64_t kRotateAboveBytes = 2097152;
+  static constexpr DWORD kMutexWaitMs = 100;
+
+  // The singleton, initialised on first use: log folder checked, threshold read from the registry.
   static Logger& Instance();
 
   // Writes one line when `level` is not below the threshold.
@@ -35,10 +50,18 @@ class Logger {
 
   int32_t Level() const { return level_.load(std::memory_order_relaxed); }
   void SetLevel(int32_t level) { level_.store(level, std::memory_order_relaxed); }
+  const WideString& LogFilePath() const { return logFilePath_; }
+  const WideString& OldLogFilePath() const { return oldLogFilePath_; }
 
  private:
-  Logger() = default;
+  Logger();
+  void Write(int32_t level, uint32_t line, const wchar_t* function, const wchar_t* format, va_list args);
+
   std::atomic<int32_t> level_{LOG_ERROR};
+  WideString logFilePath_;
+  WideString logFolder_;
+  WideString logFileName_;
+  WideString oldLogFilePath_;
 };
 
 }  // namespace quillon

@@ -6,6 +6,7 @@
 #include <cwchar>
 #include <memory>
 #include <new>
+#include <string>
 
 namespace quillon {
 namespace {
@@ -121,15 +122,59 @@ std::vector<WideString> Split(const WideString& text, const WideString& delimite
   return pieces;
 }
 
+namespace {
+
+// The library's formats follow the Windows wide printf convention, where "%s"
+// and "%c" take wide text. They are formatted by the runtime's own C99
+// formatter, compiled into this library, because the system C runtime's
+// va_list functions are not usable on every platform the library runs on
+// (emulated ARM64 Wine passes va_list differently). The C99 formatter wants
+// "%ls" and "%lc" for wide text, so those conversions get the "l" added.
+std::wstring ToC99Format(const wchar_t* format) {
+  std::wstring out;
+  for (const wchar_t* p = format; *p != L'\0';) {
+    out += *p;
+    if (*p++ != L'%') continue;
+    if (*p == L'%') {
+      out += *p++;
+      continue;
+    }
+    while (*p != L'\0' && std::wcschr(L"-+ #0", *p) != nullptr) out += *p++;  // flags
+    while (*p == L'*' || (*p >= L'0' && *p <= L'9')) out += *p++;               // width
+    if (*p == L'.') {
+      out += *p++;
+      while (*p == L'*' || (*p >= L'0' && *p <= L'9')) out += *p++;  // precision
+    }
+    bool sized = false;
+    while (*p != L'\0' && std::wcschr(L"hlLqjztwI", *p) != nullptr) {
+      sized = true;
+      out += *p++;
+      while (*p >= L'0' && *p <= L'9') out += *p++;  // I32, I64
+    }
+    if (*p == L'\0') break;
+    if (!sized && (*p == L's' || *p == L'c')) out += L'l';
+    if (*p == L'S' || *p == L'C') {
+      out += L'h';  // the Windows wide convention: narrow text
+      out += static_cast<wchar_t>(*p++ == L'S' ? L's' : L'c');
+      continue;
+    }
+    out += *p++;
+  }
+  return out;
+}
+
+}  // namespace
+
 WideString FormatV(const wchar_t* format, va_list args) {
   if (format == nullptr) return WideString();
+  const std::wstring c99 = ToC99Format(format);
   va_list measure;
   va_copy(measure, args);
-  int count = _vscwprintf(format, measure);
+  int count = __mingw_vsnwprintf(nullptr, 0, c99.c_str(), measure);
   va_end(measure);
   if (count <= 0) return WideString();
   std::unique_ptr<wchar_t[]> buffer(new wchar_t[static_cast<size_t>(count) + 1]());
-  int written = _vsnwprintf(buffer.get(), static_cast<size_t>(count) + 1, format, args);
+  int written = __mingw_vsnwprintf(buffer.get(), static_cast<size_t>(count) + 1, c99.c_str(), args);
   if (written < 0) return WideString();
   return WideString(buffer.get(), static_cast<uint64_t>(written));
 }

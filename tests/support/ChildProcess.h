@@ -1,0 +1,56 @@
+// Starting helper programs of the test suite as separate processes.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace quillon::test {
+
+// Folder of the running test executable, with a trailing backslash.
+inline std::wstring ExecutableFolder() {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring folder(path);
+  return folder.substr(0, folder.find_last_of(L"\\/") + 1);
+}
+
+class ChildProcess {
+ public:
+  // Starts `program` (a file beside the test executable) with `arguments`.
+  ChildProcess(const std::wstring& program, const std::wstring& arguments) {
+    std::wstring command = L"\"" + ExecutableFolder() + program + L"\" " + arguments;
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                              &info_) != FALSE;
+    if (started_) CloseHandle(info_.hThread);
+  }
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess() {
+    if (started_) {
+      if (WaitForSingleObject(info_.hProcess, 0) == WAIT_TIMEOUT) TerminateProcess(info_.hProcess, 99);
+      CloseHandle(info_.hProcess);
+    }
+  }
+
+  bool Started() const { return started_; }
+  HANDLE Handle() const { return info_.hProcess; }
+  // Waits at most `timeoutMs`; returns the exit code, or -1 when it did not end in time.
+  long Wait(DWORD timeoutMs = 30000) {
+    if (!started_ || WaitForSingleObject(info_.hProcess, timeoutMs) != WAIT_OBJECT_0) return -1;
+    DWORD code = 0;
+    GetExitCodeProcess(info_.hProcess, &code);
+    return static_cast<long>(code);
+  }
+  void Kill() {
+    if (started_) TerminateProcess(info_.hProcess, 99);
+  }
+
+ private:
+  PROCESS_INFORMATION info_{};
+  bool started_ = false;
+};
+
+}  // namespace quillon::test
