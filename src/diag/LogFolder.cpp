@@ -50,12 +50,15 @@ WideString GetLogFolder() {
   if (folder.Empty()) folder = L"C:\\ProgramData\\";
   folder = WithBackslash(folder);
 
-  folder = Concat(folder, L"Marrowin\\");
-  if (!IsFolder(folder) && Exists(folder)) RemoveBlockingFile(Substring(folder, 0, folder.Length() - 1));
+  // A plain file is looked up by its name without the trailing backslash
+  // (with one, the lookup of a file fails).
+  const WideString maker = Concat(folder, L"Marrowin");
+  if (!IsFolder(maker) && Exists(maker)) RemoveBlockingFile(maker);
 
-  folder = Concat(folder, L"Brisvale\\");
-  if (IsFolder(folder)) return folder;  // an existing folder's access list is left as it is
-  if (Exists(folder)) RemoveBlockingFile(Substring(folder, 0, folder.Length() - 1));
+  const WideString product = Concat(maker, L"\\Brisvale");
+  folder = Concat(product, L"\\");
+  if (IsFolder(product)) return folder;  // an existing folder's access list is left as it is
+  if (Exists(product)) RemoveBlockingFile(product);
   if (SHCreateDirectoryExW(nullptr, folder.Data(), nullptr) == ERROR_SUCCESS) GrantUsersFullAccess(folder);
   return folder;
 }

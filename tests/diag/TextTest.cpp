@@ -84,6 +84,10 @@ TEST(FormatTest, WindowsConventions) {
   EXPECT_EQ(L"[INFO ]", W(Format(L"[%-5s]", L"INFO")));
   EXPECT_EQ(L"[WARNING]", W(Format(L"[%-5s]", L"WARNING")));
   EXPECT_EQ(L"PID=  42 48000", W(Format(L"PID=%4d %.0f", 42, 48000.0)));
+  EXPECT_EQ(L"100% x", W(Format(L"%d%% %c", 100, L'x')));
+  EXPECT_EQ(L"[  ab]", W(Format(L"[%4.2s]", L"abc")));
+  EXPECT_EQ(L"narrow wide", W(Format(L"%hs %ls", "narrow", L"wide")));
+  EXPECT_EQ(L"18446744073709551615 ff", W(Format(L"%llu %lx", 18446744073709551615ull, 255ul)));
   std::wstring longText(10000, L'z');
   EXPECT_EQ(longText + L"!", W(Format(L"%s!", longText.c_str())));
 }

@@ -1,0 +1,265 @@
+// The shared log file: line format, levels, rotation, the 100 ms mutex rule, and
+// many writers in several processes at once.
+#include "diag/Logger.h"
+#include "support/ChildProcess.h"
+#include "support/RegistryValue.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+namespace quillon::test {
+namespace {
+
+std::string ReadAll(const WideString& path) {
+  std::ifstream in(path.Data(), std::ios::binary);
+  std::stringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+// Lines of the log without their CR LF; a trailing part without CR LF is returned as is.
+std::vector<std::string> LogLines() {
+  std::vector<std::string> lines;
+  const std::string all = ReadAll(Logger::Instance().LogFilePath());
+  size_t start = 0;
+  for (size_t end; (end = all.find("\r\n", start)) != std::string::npos; start = end + 2) {
+    lines.push_back(all.substr(start, end - start));
+  }
+  if (start < all.size()) lines.push_back(all.substr(start));
+  return lines;
+}
+
+// A whole line; captures the function name (1) and the message (2).
+const std::regex kLinePattern(
+    R"(\[# (?:TRACE|DEBUG|INFO |WARNING|ERROR) \| \d{4}-\d{2}-\d{2} \| \d{2}:\d{2}:\d{2}\.\d{3} \| )"
+    R"(PID= *\d{1,} \| ThreadId= *\d{1,} \| ([A-Za-z:~]+):\d+ \| (.*) #\])");
+
+class LoggerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(Logger::Instance().LogFilePath().Empty()) << "the log folder must be usable";
+    previousLevel_ = Logger::Instance().Level();
+    Logger::Instance().SetLevel(LOG_TRACE);
+    DeleteFileW(Logger::Instance().LogFilePath().Data());
+    DeleteFileW(Logger::Instance().OldLogFilePath().Data());
+  }
+  void TearDown() override { Logger::Instance().SetLevel(previousLevel_); }
+
+ private:
+  int32_t previousLevel_ = LOG_ERROR;
+};
+
+TEST_F(LoggerTest, LineHasTheFixedPrefix) {
+  QLOG_LINE(LOG_INFO, 512, L"Quillon::LockForProcess", L"Some message %d [Code=%x: %s]", 7, 0x887d0003u, L"text");
+  std::vector<std::string> lines = LogLines();
+  ASSERT_EQ(1u, lines.size());
+  std::smatch m;
+  const std::regex exact(
+      R"(^\[# INFO  \| (\d{4})-(\d{2})-(\d{2}) \| \d{2}:\d{2}:\d{2}\.\d{3} \| PID= *(\d+) \| ThreadId= *(\d+) \| )"
+      R"(Quillon::LockForProcess:512 \| Some message 7 \[Code=887d0003: text\] #\]$)");
+  ASSERT_TRUE(std::regex_match(lines[0], m, exact)) << lines[0];
+  EXPECT_EQ(GetCurrentProcessId(), std::stoul(m[4]));
+  EXPECT_EQ(GetCurrentThreadId(), std::stoul(m[5]));
+  SYSTEMTIME now{};
+  GetLocalTime(&now);
+  EXPECT_EQ(now.wYear, std::stoi(m[1]));
+}
+
+TEST_F(LoggerTest, LabelsAndEmptyMessage) {
+  for (int32_t level = LOG_TRACE; level <= LOG_ERROR; ++level) QLOG_LINE(level, 1, L"A::B", L"");
+  std::vector<std::string> lines = LogLines();
+  ASSERT_EQ(5u, lines.size());
+  const char* labels[] = {"[# TRACE | ", "[# DEBUG | ", "[# INFO  | ", "[# WARNING | ", "[# ERROR | "};
+  for (size_t i = 0; i < 5; ++i) {
+    EXPECT_EQ(0u, lines[i].rfind(labels[i], 0)) << lines[i];
+    EXPECT_TRUE(lines[i].size() > 14 && lines[i].compare(lines[i].size() - 14, 14, "| A::B:1 |  #]") == 0)
+        << lines[i];
+  }
+}
+
+TEST_F(LoggerTest, Utf8WithoutByteOrderMarkAndWithoutLengthLimit) {
+  QLOG(LOG_ERROR, L"A::B", L"caf\u00e9 \u20ac \u4e2d");
+  std::wstring longText(100000, L'x');
+  QLOG(LOG_ERROR, L"A::B", L"%s", longText.c_str());
+  const std::string all = ReadAll(Logger::Instance().LogFilePath());
+  ASSERT_GE(all.size(), 3u);
+  EXPECT_NE(std::string("\xEF\xBB\xBF"), all.substr(0, 3));
+  EXPECT_NE(std::string::npos, all.find("caf\xC3\xA9 \xE2\x82\xAC \xE4\xB8\xAD #]\r\n"));
+  std::vector<std::string> lines = LogLines();
+  ASSERT_EQ(2u, lines.size());
+  EXPECT_NE(std::string::npos, lines[1].find(std::string(100000, 'x') + " #]"));
+}
+
+TEST_F(LoggerTest, CallsBelowTheThresholdTouchNothing) {
+  Logger::Instance().SetLevel(LOG_WARNING);
+  QLOG(LOG_INFO, L"A::B", L"suppressed");
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Logger::Instance().LogFilePath().Data()));
+  QLOG(LOG_WARNING, L"A::B", L"written");
+  EXPECT_EQ(1u, LogLines().size());
+}
+
+struct RotationCase {
+  uint64_t size;
+  bool rotates;
+};
+
+TEST_F(LoggerTest, RotatesOnlyAboveTwoMebibytes) {
+  for (RotationCase c : {RotationCase{2097153, true}, RotationCase{2097152, false}}) {
+    DeleteFileW(Logger::Instance().OldLogFilePath().Data());
+    {
+      std::ofstream big(Logger::Instance().LogFilePath().Data(), std::ios::binary | std::ios::trunc);
+      big << std::string(c.size, 'o');
+    }
+    QLOG(LOG_ERROR, L"A::B", L"after %llu", static_cast<unsigned long long>(c.size));
+    WIN32_FILE_ATTRIBUTE_DATA old{};
+    const bool oldExists =
+        GetFileAttributesExW(Logger::Instance().OldLogFilePath().Data(), GetFileExInfoStandard, &old) != FALSE;
+    EXPECT_EQ(c.rotates, oldExists) << c.size;
+    std::vector<std::string> lines = LogLines();
+    ASSERT_FALSE(lines.empty());
+    if (c.rotates) {
+      EXPECT_EQ(c.size, old.nFileSizeLow);
+      EXPECT_EQ(1u, lines.size());
+    } else {
+      const std::string all = ReadAll(Logger::Instance().LogFilePath());
+      ASSERT_GT(all.size(), c.size);
+      const std::string appended = all.substr(c.size);
+      EXPECT_EQ(0u, appended.rfind("[# ERROR | ", 0));
+      EXPECT_EQ(appended.size() - 2, appended.find("\r\n")) << "exactly one line appended";
+    }
+  }
+}
+
+// ---- Across processes -------------------------------------------------------------
+class NamedEvent {
+ public:
+  explicit NamedEvent(const wchar_t* name) : handle_(CreateEventW(nullptr, TRUE, FALSE, name)) {}
+  ~NamedEvent() { CloseHandle(handle_); }
+  HANDLE Get() const { return handle_; }
+
+ private:
+  HANDLE handle_;
+};
+
+TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
+  NamedEvent ready(L"QuillonTestLoggerReady"), release(L"QuillonTestLoggerRelease");
+  ChildProcess holder(L"quillon_log_helper.exe", L"hold QuillonTestLoggerReady QuillonTestLoggerRelease");
+  ASSERT_TRUE(holder.Started());
+  ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
+
+  const auto start = std::chrono::steady_clock::now();
+  QLOG(LOG_ERROR, L"A::B", L"dropped");
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, std::chrono::milliseconds(90)) << "the logger waits for the mutex before dropping";
+  EXPECT_LT(waited, std::chrono::seconds(10));
+  SetEvent(release.Get());
+  EXPECT_EQ(0, holder.Wait());
+
+  QLOG(LOG_ERROR, L"A::B", L"written");
+  std::vector<std::string> lines = LogLines();
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_NE(std::string::npos, lines[0].find("written"));
+}
+
+TEST_F(LoggerTest, AbandonedMutexStillWrites) {
+  NamedEvent ready(L"QuillonTestLoggerAbandon");
+  ChildProcess holder(L"quillon_log_helper.exe", L"abandon QuillonTestLoggerAbandon");
+  ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
+  EXPECT_EQ(0, holder.Wait());
+  QLOG(LOG_ERROR, L"A::B", L"after abandon");
+  EXPECT_EQ(1u, LogLines().size());
+}
+
+struct LevelCase {
+  const char* name;
+  const wchar_t* registryText;  // null: no value
+  std::set<int> written;
+};
+
+class LevelFromRegistry : public LoggerTest, public ::testing::WithParamInterface<LevelCase> {};
+
+TEST_P(LevelFromRegistry, SelectsWhatANewProcessWrites) {
+  const LevelCase& c = GetParam();
+  ScopedRegistryValue value(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel");
+  if (c.registryText != nullptr) {
+    ASSERT_TRUE(value.SetString(c.registryText));
+  } else {
+    value.Delete();
+  }
+  ChildProcess child(L"quillon_log_helper.exe", L"levels lvl");
+  ASSERT_EQ(0, child.Wait());
+  std::set<int> written;
+  for (const std::string& line : LogLines()) {
+    size_t at = line.find("lvl level ");
+    if (at != std::string::npos) written.insert(line[at + 10] - '0');
+  }
+  EXPECT_EQ(c.written, written);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Logger, LevelFromRegistry,
+    ::testing::Values(LevelCase{"Trace", L"trace", {0, 1, 2, 3, 4}}, LevelCase{"WarnInCapitals", L"WARN", {3, 4}},
+                      LevelCase{"WordWarningIsInfo", L"warning", {2, 3, 4}}, LevelCase{"Empty", L"", {2, 3, 4}},
+                      LevelCase{"NoLogMixedCase", L"NoLog", {}}, LevelCase{"MissingIsError", nullptr, {4}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Threads of this process and two other processes write at once: every line
+// arrives whole, once, and well-formed.
+TEST_F(LoggerTest, ConcurrentWritersAcrossProcessesLoseNothing) {
+  constexpr int kThreads = 4, kPerThread = 150, kPerProcess = 300;
+  ChildProcess first(L"quillon_log_helper.exe", L"write procA 300");
+  ChildProcess second(L"quillon_log_helper.exe", L"write procB 300");
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < kPerThread; ++i) QLOG(LOG_ERROR, L"A::B", L"thread%d line %d", t, i);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  ASSERT_EQ(0, first.Wait(60000));
+  ASSERT_EQ(0, second.Wait(60000));
+
+  std::set<std::string> seen;
+  size_t total = 0;
+  for (const std::string& line : LogLines()) {
+    ++total;
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(line, m, kLinePattern)) << line;
+    seen.insert(m[2]);
+  }
+  EXPECT_EQ(static_cast<size_t>(kThreads * kPerThread + 2 * kPerProcess), total);
+  EXPECT_EQ(total, seen.size()) << "no line twice";
+  EXPECT_TRUE(seen.count("procA line 299") && seen.count("procB line 0") && seen.count("thread3 line 149"));
+}
+
+// With "LogLevel" at trace, a whole effect run through its interfaces leaves a
+// well-formed line for every kind of call the effect logs.
+TEST_F(LoggerTest, EffectRunAtTraceLevelLogsEveryCall) {
+  ScopedRegistryValue value(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel");
+  ASSERT_TRUE(value.SetString(L"trace"));
+  ChildProcess effect(L"quillon_effect_tests.exe",
+                      L"--gtest_filter=Rules/*:Lock/*:Locking.*:Negotiation/*:Initialize*:Aggregate.*");
+  ASSERT_EQ(0, effect.Wait(120000));
+
+  std::set<std::string> functions;
+  for (const std::string& line : LogLines()) {
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(line, m, kLinePattern)) << line;
+    functions.insert(m[1]);
+  }
+  for (const char* expected :
+       {"Quillon::Quillon", "Quillon::~Quillon", "Quillon::Initialize", "Quillon::IsInputFormatSupported",
+        "Quillon::LockForProcess", "Quillon::UnlockForProcess", "Quillon::LogFormat",
+        "QuillonAggregate::QuillonAggregate", "QuillonAggregate::~QuillonAggregate"}) {
+    EXPECT_TRUE(functions.count(expected)) << expected;
+  }
+}
+
+}  // namespace
+}  // namespace quillon::test
