@@ -44,7 +44,8 @@ test-arm64: build
 	scripts/arm64-wine.sh run-tests $(ARM64)
 
 bench: build
-	WINEPREFIX=$(abspath $(X64))/wineprefix $(X64)/wine-run $(X64)/bench/quillon_bench.exe
+	$(X64)/wine-run $(X64)/bench/quillon_bench.exe
+	$(X64)/wine-run $(X64)/bench/quillon_bench_logger.exe
 
 clean:
 	rm -rf $(BUILD)
