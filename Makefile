@@ -34,8 +34,8 @@ else
 endif
 
 test-x64: build
-	scripts/check-dll.sh $(ARM64)/Quillon.dll arm64
-	scripts/check-dll.sh $(X64)/Quillon.dll x64
+	scripts/check-dll.sh $(ARM64)/bin/Quillon.dll arm64 --exports
+	scripts/check-dll.sh $(X64)/bin/Quillon.dll x64 --exports
 	scripts/run-tests.sh $(X64)
 
 # The shipped ARM64 build's suite, inside an emulated ARM64 Debian with ARM64 Wine.
@@ -44,8 +44,8 @@ test-arm64: build
 	scripts/arm64-wine.sh run-tests $(ARM64)
 
 bench: build
-	$(X64)/wine-run $(X64)/bench/quillon_bench.exe
-	$(X64)/wine-run $(X64)/bench/quillon_bench_logger.exe
+	$(X64)/wine-run $(X64)/bin/quillon_bench.exe
+	$(X64)/wine-run $(X64)/bin/quillon_bench_logger.exe
 
 clean:
 	rm -rf $(BUILD)

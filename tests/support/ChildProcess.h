@@ -17,9 +17,11 @@ inline std::wstring ExecutableFolder() {
 
 class ChildProcess {
  public:
-  // Starts `program` (a file beside the test executable) with `arguments`.
+  // Starts `program` with `arguments`; a program given without a folder is the
+  // one beside the test executable.
   ChildProcess(const std::wstring& program, const std::wstring& arguments) {
-    std::wstring command = L"\"" + ExecutableFolder() + program + L"\" " + arguments;
+    const bool hasFolder = program.find_first_of(L"\\/") != std::wstring::npos;
+    std::wstring command = L"\"" + (hasFolder ? L"" : ExecutableFolder()) + program + L"\" " + arguments;
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,

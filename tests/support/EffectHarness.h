@@ -39,12 +39,16 @@ struct GuardedBuffer {
 
 class EffectHarness {
  public:
-  explicit EffectHarness(const wchar_t* endpoint = L"{0.0.1.00000000}.{6d2b5c1e-0a3f-4b7e-9d41-2f8c7a9e1b3d}")
-      : store_(endpoint) {
+  // An effect created in this process, for the white-box accessors too.
+  explicit EffectHarness(const wchar_t* endpoint = kDefaultEndpoint) : store_(endpoint) {
     EXPECT_EQ(S_OK, QuillonAggregate::Create(nullptr, IID_IAudioProcessingObject, apo_.PutVoid()));
-    apo_->QueryInterface(IID_IAudioProcessingObjectRT, rt_.PutVoid());
-    apo_->QueryInterface(IID_IAudioProcessingObjectConfiguration, config_.PutVoid());
+    QueryInterfaces();
   }
+  // An effect created elsewhere (through Quillon.dll or COM): interfaces only.
+  EffectHarness(ComPtr<IAudioProcessingObject> apo, const wchar_t* endpoint) : store_(endpoint), apo_(apo) {
+    QueryInterfaces();
+  }
+  static constexpr const wchar_t* kDefaultEndpoint = L"{0.0.1.00000000}.{6d2b5c1e-0a3f-4b7e-9d41-2f8c7a9e1b3d}";
   ~EffectHarness() {
     if (locked_) config_->UnlockForProcess();
     if (chunkEvent_ != nullptr) CloseHandle(chunkEvent_);
@@ -122,6 +126,12 @@ class EffectHarness {
   bool Accept(const std::vector<float>& block) { return Effect()->AcceptReceivedBlock(block.data(), block.size()); }
 
  private:
+  void QueryInterfaces() {
+    if (!apo_) return;
+    apo_->QueryInterface(IID_IAudioProcessingObjectRT, rt_.PutVoid());
+    apo_->QueryInterface(IID_IAudioProcessingObjectConfiguration, config_.PutVoid());
+  }
+
   FakePropertyStore store_;
   ComPtr<IAudioProcessingObject> apo_;
   ComPtr<IAudioProcessingObjectRT> rt_;

@@ -1,0 +1,101 @@
+// The library's exports as the COM runtime and the audio engine use them.
+#include "support/ComPtr.h"
+#include "support/QuillonDll.h"
+
+#include "platform/ApoInterfaces.h"
+
+#include <gtest/gtest.h>
+
+namespace quillon::test {
+namespace {
+
+class EntryPoints : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(dll.Loaded()); }
+  QuillonDll dll;
+};
+
+TEST_F(EntryPoints, OtherClassesAreNotAvailable) {
+  const CLSID others[] = {
+      {0x27384E53, 0x9860, 0x0AC1, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}},
+      {0x27384E53, 0x9860, 0x0AC2, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}},
+      IID_IAudioProcessingObject,
+  };
+  for (const CLSID& clsid : others) {
+    void* untouched = reinterpret_cast<void*>(0x1234);
+    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, dll.GetClassObject(clsid, IID_IClassFactory, &untouched));
+    EXPECT_EQ(reinterpret_cast<void*>(0x1234), untouched);
+  }
+}
+
+TEST_F(EntryPoints, FactoryReferenceCountsAndUnloading) {
+  EXPECT_EQ(S_OK, dll.CanUnloadNow());
+  IClassFactory* factory = nullptr;
+  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+  EXPECT_EQ(2u, factory->AddRef());
+  EXPECT_EQ(1u, factory->Release()) << "the factory starts with exactly one reference";
+  EXPECT_EQ(S_FALSE, dll.CanUnloadNow());
+
+  EXPECT_EQ(S_OK, factory->LockServer(TRUE));
+  EXPECT_EQ(0u, factory->Release());
+  EXPECT_EQ(S_FALSE, dll.CanUnloadNow()) << "locked";
+  IClassFactory* again = nullptr;
+  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IUnknown, reinterpret_cast<void**>(&again)));
+  EXPECT_EQ(S_OK, again->LockServer(FALSE));
+  again->Release();
+  EXPECT_EQ(S_OK, dll.CanUnloadNow());
+
+  void* ppv = reinterpret_cast<void*>(1);
+  EXPECT_EQ(E_NOINTERFACE, dll.GetClassObject(kQuillonClsid, IID_IAudioProcessingObject, &ppv));
+  EXPECT_EQ(nullptr, ppv);
+  EXPECT_EQ(S_OK, dll.CanUnloadNow()) << "the unwanted factory was freed at once";
+}
+
+TEST_F(EntryPoints, FactoryArgumentChecks) {
+  ComPtr<IClassFactory> factory;
+  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
+  EXPECT_EQ(E_INVALIDARG, factory->QueryInterface(IID_IClassFactory, nullptr));
+  EXPECT_EQ(E_INVALIDARG, factory->CreateInstance(nullptr, IID_IAudioProcessingObject, nullptr));
+  void* ppv = reinterpret_cast<void*>(1);
+  EXPECT_EQ(E_NOINTERFACE, factory->QueryInterface(IID_IAudioProcessingObject, &ppv));
+  EXPECT_EQ(nullptr, ppv);
+}
+
+TEST_F(EntryPoints, LiveEffectsKeepTheLibrary) {
+  ComPtr<IClassFactory> factory;
+  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
+  ComPtr<IAudioProcessingObject> apo;
+  ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IAudioProcessingObject, apo.PutVoid()));
+  for (const IID* iid : {&IID_IAudioProcessingObjectRT, &IID_IAudioProcessingObjectConfiguration,
+                         &IID_IAudioSystemEffects}) {
+    ComPtr<IUnknown> itf;
+    EXPECT_EQ(S_OK, apo->QueryInterface(*iid, itf.PutVoid()));
+  }
+  factory = ComPtr<IClassFactory>();
+  EXPECT_EQ(S_FALSE, dll.CanUnloadNow());
+  apo = ComPtr<IAudioProcessingObject>();
+  EXPECT_EQ(S_OK, dll.CanUnloadNow());
+}
+
+TEST_F(EntryPoints, AggregationOnlyForIUnknown) {
+  ComPtr<IClassFactory> factory;
+  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
+  struct Outer : IUnknown {
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override {
+      *ppv = nullptr;
+      return E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+  } outer;
+  void* ppv = nullptr;
+  EXPECT_EQ(E_NOINTERFACE, factory->CreateInstance(&outer, IID_IAudioProcessingObject, &ppv));
+  ASSERT_EQ(S_OK, factory->CreateInstance(&outer, IID_IUnknown, &ppv));
+  factory = ComPtr<IClassFactory>();
+  EXPECT_EQ(S_FALSE, dll.CanUnloadNow());
+  EXPECT_EQ(0u, static_cast<IUnknown*>(ppv)->Release());
+  EXPECT_EQ(S_OK, dll.CanUnloadNow());
+}
+
+}  // namespace
+}  // namespace quillon::test
