@@ -96,8 +96,8 @@ class Bench {
     config->LockForProcess(1, inDescs, 1, outDescs);
 
     Quillon* effect = QuillonTestAccess::From(apo);
-    HANDLE chunkEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    if (mode.registered) QuillonTestAccess::SetRegistered(effect, 0, nullptr, chunkEvent);
+    // The lock registered the instance; pass-through is an instance the register refused.
+    if (!mode.registered) QuillonTestAccess::SetInstanceIndex(effect, -1);
     QuillonTestAccess::SetMicGain(effect, mode.gain);
     QuillonTestAccess::SetBlockVoice(effect, mode.blockVoice);
 
@@ -128,7 +128,6 @@ class Bench {
     config->Release();
     rt->Release();
     apo->Release();
-    if (!mode.registered) CloseHandle(chunkEvent);
     return {Summarise(steady), Summarise(boundary)};
   }
 

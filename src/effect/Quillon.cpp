@@ -4,6 +4,7 @@
 #include "com/RegistrationProperties.h"
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
+#include "transfer/MemMappingRegister.h"
 
 #include <algorithm>
 

@@ -14,8 +14,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace quillon {
+
+class MemMappingRegister;
 
 class Quillon : public BaseAudioProcessingObject, public IAudioSystemEffects {
  public:
@@ -74,6 +77,14 @@ class Quillon : public BaseAudioProcessingObject, public IAudioSystemEffects {
   // Leaves the register, stops the worker threads and frees the chunk.
   void UnregisterApoInstanceInMemMapping();
 
+  // Worker threads of a registered instance.
+  static void SoundReceiverTask(Quillon* effect);
+  static void ConfigChangeListenerTask(Quillon* effect);
+  void ReceiveOnce(const std::wstring& mutexName);
+  void CheckConfigBlockVoice();
+  void CheckConfigLogLevel();
+  void CheckConfigMicAmp();
+
   // Real-time helpers.
   bool MixReceivedSound(float* work, size_t samples);
   void TakeNextChunk();
@@ -90,8 +101,13 @@ class Quillon : public BaseAudioProcessingObject, public IAudioSystemEffects {
   bool chunkActive = false;
   SampleQueue pendingSamples;
   UniqueHandle chunkConsumedEvent;
+  std::unique_ptr<MemMappingRegister> memMappingRegister;
   UniqueHandle controlCallbackEvent;
   UniqueHandle configChangedEvent;
+  std::thread soundReceiverThread;
+  std::atomic<bool> receiverRunning{false};
+  std::thread configListenerThread;
+  std::atomic<bool> listenerRunning{false};
   std::atomic<bool> blockVoice{false};
   std::wstring endpointId;
   std::atomic<float> micGain{1.0f};

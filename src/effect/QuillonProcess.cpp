@@ -15,8 +15,8 @@ namespace {
 
 // Tells the player application that its sound was stopped.
 QUILLON_RT_CODE void SignalStop() {
-  HANDLE event = CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), L"Global\\QuillonStopCallback1.8.0",
-                                CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS);
+  HANDLE event = CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), kStopEventName, CREATE_EVENT_MANUAL_RESET,
+                                EVENT_ALL_ACCESS);
   if (event != nullptr) {
     SetEvent(event);
     CloseHandle(event);
@@ -26,7 +26,7 @@ QUILLON_RT_CODE void SignalStop() {
 QUILLON_RT_CODE bool StopRequested(const TransferMapping* control) {
   if (control == nullptr || control->view == nullptr) return false;
   // Written by the player application in another process.
-  return *reinterpret_cast<const volatile uint8_t*>(control->view + TransferLayout::kStopRequest) != 0;
+  return *static_cast<const volatile uint8_t*>(&control->Block()->stopRequest) != 0;
 }
 
 }  // namespace

@@ -1,7 +1,13 @@
-// Utilities for the named kernel objects shared with the player application.
+// Utilities for the named kernel objects shared with the player application:
+// open security attributes, named shared memory, and per-instance names.
 #pragma once
 
+#include "diag/LineResult.h"
+
 #include <windows.h>
+
+#include <cstdint>
+#include <string>
 
 namespace quillon::WinUtils {
 
@@ -10,5 +16,17 @@ namespace quillon::WinUtils {
 // service and a non-elevated player can open each other's objects. Filled once
 // when the library loads; afterwards only read, from any thread.
 SECURITY_ATTRIBUTES* GetNullDaclSecurityAttributes();
+
+// Opens the named mapping, or creates it (page-file backed, zero-filled) under
+// the shared security attributes, and maps `size` bytes of it. An existing
+// mapping's size is not checked: mapping more than it holds fails.
+LineResult CreateMemoryMappingFile(uint8_t*& outView, size_t size, HANDLE& outHandle, const wchar_t* name);
+
+// Maps `size` bytes of `handle`; on failure closes the handle and nulls it.
+LineResult MemMapView(uint8_t*& outView, size_t size, HANDLE& handle);
+
+// Name of an object that belongs to one instance: the prefix followed directly
+// by the decimal slot number ("Global\QuillonCallback1.8.0" + 3).
+std::wstring PerInstanceName(const wchar_t* prefix, int32_t slot);
 
 }  // namespace quillon::WinUtils

@@ -51,7 +51,8 @@ TEST_P(MixingRule, OutputSampleByRule) {
   device.channels = kChannels;
   if (c.deviceEffect) QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
   ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  if (c.registered) h.Register();
+  ASSERT_NE(-1, h.Slot());
+  if (!c.registered) QuillonTestAccess::SetInstanceIndex(h.Effect(), -1);
   QuillonTestAccess::SetBlockVoice(h.Effect(), c.blockVoice);
   QuillonTestAccess::SetMicGain(h.Effect(), c.gain);
 
@@ -101,7 +102,6 @@ INSTANTIATE_TEST_SUITE_P(Rules, MixingRule, ::testing::ValuesIn(kRuleCases),
 TEST(Mixing, InvalidInputLeavesOutputRecordUntouched) {
   EffectHarness h;
   ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  h.Register();
   for (UINT32 flag : {static_cast<UINT32>(BUFFER_INVALID), 3u, 0xFFFFFFFFu}) {
     std::vector<float> out = h.Process(Mic(kPeriod), flag);
     EXPECT_EQ(std::vector<float>(kPeriod, 99.0f), out) << "flag " << flag;
@@ -123,20 +123,19 @@ class ChunkCycle : public ::testing::TestWithParam<ChunkCase> {};
 TEST_P(ChunkCycle, FullChunkThenShortChunkThenNothing) {
   EffectHarness h;
   ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  h.Register();
   QuillonTestAccess::SetBlockVoice(h.Effect(), GetParam().blockVoice);
   const std::vector<float> mic = Mic(kPeriod);
 
   h.Process(mic);
-  EXPECT_FALSE(h.TookChunk());
   const size_t total = kChunk + kChunk / 4;
   ASSERT_TRUE(h.Accept(SoundBlock(total)));
 
   size_t next = 0;  // index of the next received sample expected in the output
   for (int period = 1; period <= 17; ++period) {
+    const size_t queuedBefore = h.Queued();
     std::vector<float> out = h.Process(mic);
-    const bool boundary = period == 1 || period == 9;
-    EXPECT_EQ(boundary, h.TookChunk()) << "period " << period;
+    const size_t taken = period == 1 ? kChunk : period == 9 ? kChunk / 4 : 0;
+    EXPECT_EQ(queuedBefore - taken, h.Queued()) << "period " << period;
     const bool chunkPlaying = period <= 16;
     for (size_t i = 0; i < kPeriod; ++i) {
       float s = 0.0f;
@@ -156,7 +155,6 @@ INSTANTIATE_TEST_SUITE_P(Mixing, ChunkCycle,
 TEST(Mixing, QueueAcceptsBlocksOnlyBelowOneChunk) {
   EffectHarness h;
   ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  h.Register();
   // Before the first period the chunk size is unknown: nothing is accepted.
   EXPECT_FALSE(h.Accept(SoundBlock(10)));
   h.Process(Mic(kPeriod));
@@ -169,17 +167,16 @@ TEST(Mixing, QueueAcceptsBlocksOnlyBelowOneChunk) {
 TEST(Mixing, StopRequestDropsQueueAndSignalsEveryPeriod) {
   HANDLE stopEvent = CreateEventW(nullptr, TRUE, FALSE, L"Global\\QuillonStopCallback1.8.0");
   ASSERT_NE(nullptr, stopEvent);
-  std::vector<uint8_t> view(TransferLayout::kSize, 0);
-  TransferMapping control{nullptr, view.data(), 0};
 
   EffectHarness h;
   ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  h.Register(&control);
+  TransferBlock* control = QuillonTestAccess::Control(h.Effect());
+  ASSERT_NE(nullptr, control);
   const std::vector<float> mic = Mic(kPeriod);
   h.Process(mic);
   ASSERT_TRUE(h.Accept(SoundBlock(3 * kChunk)));
 
-  view[TransferLayout::kStopRequest] = 1;
+  control->stopRequest = 1;
   for (int period = 0; period < 3; ++period) {
     EXPECT_EQ(mic, h.Process(mic)) << "queued sound must be dropped";
     EXPECT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(stopEvent, 0)) << "period " << period;
@@ -188,7 +185,7 @@ TEST(Mixing, StopRequestDropsQueueAndSignalsEveryPeriod) {
   EXPECT_EQ(0u, QuillonTestAccess::Queued(h.Effect()));
 
   // Once the player clears the flag, new sound plays from the start of a chunk.
-  view[TransferLayout::kStopRequest] = 0;
+  control->stopRequest = 0;
   ASSERT_TRUE(h.Accept(SoundBlock(kPeriod, 500)));
   std::vector<float> out = h.Process(mic);
   EXPECT_FLOAT_EQ(Sound(500) + mic[0], out[0]);
@@ -203,7 +200,6 @@ TEST(Mixing, VaryingFrameCountStaysInBoundsAndKeepsSoundInOrder) {
   constexpr UINT32 kMaxFrames = 600;
   EffectHarness h;
   ASSERT_EQ(S_OK, h.Lock(kChannels, kMaxFrames));
-  h.Register();
   const std::vector<float> silence(kChannels * kMaxFrames, 0.0f);
   h.Process(silence, BUFFER_VALID, 480);  // chunk sized for 480 frames
   const size_t total = 3 * 8 * 480 * kChannels;
@@ -232,7 +228,6 @@ TEST(Mixing, VaryingFrameCountStaysInBoundsAndKeepsSoundInOrder) {
 TEST(Mixing, ChunkIsSizedAnewInEveryLockPeriod) {
   EffectHarness h;
   ASSERT_EQ(S_OK, h.Lock(kChannels, 480));
-  h.Register();
   h.Process(std::vector<float>(kChannels * 480, 0.0f));
   EXPECT_EQ(8u * 480 * kChannels, h.Effect()->ChunkSize());
   ASSERT_EQ(S_OK, h.Unlock());

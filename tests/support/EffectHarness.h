@@ -51,7 +51,6 @@ class EffectHarness {
   static constexpr const wchar_t* kDefaultEndpoint = L"{0.0.1.00000000}.{6d2b5c1e-0a3f-4b7e-9d41-2f8c7a9e1b3d}";
   ~EffectHarness() {
     if (locked_) config_->UnlockForProcess();
-    if (chunkEvent_ != nullptr) CloseHandle(chunkEvent_);
   }
 
   IAudioProcessingObject* Apo() { return apo_.Get(); }
@@ -89,21 +88,9 @@ class EffectHarness {
     return config_->UnlockForProcess();
   }
 
-  // Marks the effect registered (slot 0) with a chunk-consumed event the test can observe.
-  HANDLE Register(TransferMapping* control = nullptr) {
-    chunkEvent_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE forEffect = nullptr;
-    DuplicateHandle(GetCurrentProcess(), chunkEvent_, GetCurrentProcess(), &forEffect, 0, FALSE,
-                    DUPLICATE_SAME_ACCESS);
-    QuillonTestAccess::SetRegistered(Effect(), 0, control, forEffect);
-    return chunkEvent_;
-  }
-  // True (and resets it) when the effect signalled that it took a chunk.
-  bool TookChunk() {
-    bool set = WaitForSingleObject(chunkEvent_, 0) == WAIT_OBJECT_0;
-    ResetEvent(chunkEvent_);
-    return set;
-  }
+  // Slot the effect registered in at its lock (-1 when refused).
+  int32_t Slot() { return QuillonTestAccess::InstanceIndex(Effect()); }
+  size_t Queued() { return QuillonTestAccess::Queued(Effect()); }
 
   // One period: `mic` fills the input buffer (frames = mic.size() / channels).
   // Returns the output samples; the output buffer starts filled with 99.
@@ -142,7 +129,6 @@ class EffectHarness {
   GuardedBuffer in_, out_;
   UINT32 channels_ = 0;
   bool locked_ = false;
-  HANDLE chunkEvent_ = nullptr;
 };
 
 }  // namespace quillon::test

@@ -10,12 +10,9 @@ class QuillonTestAccess {
  public:
   static Quillon* From(IAudioProcessingObject* apo) { return static_cast<Quillon*>(apo); }
 
-  // Marks the instance as registered in `slot`. The effect takes ownership of `chunkConsumed`.
-  static void SetRegistered(Quillon* q, int32_t slot, TransferMapping* control, HANDLE chunkConsumed) {
-    q->instanceIndex = slot;
-    q->controlView = control;
-    q->chunkConsumedEvent.Reset(chunkConsumed);
-  }
+  // Makes a registered instance behave as an unregistered one (as after a refused registration).
+  static void SetInstanceIndex(Quillon* q, int32_t index) { q->instanceIndex = index; }
+  static TransferBlock* Control(Quillon* q) { return q->controlView ? q->controlView->Block() : nullptr; }
   static void SetDeviceEffect(Quillon* q, IAudioProcessingObject* effect) {
     effect->AddRef();
     q->deviceEffect = effect;

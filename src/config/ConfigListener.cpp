@@ -1,0 +1,102 @@
+// The configuration listener thread: keeps block voice, microphone gain and the
+// log level in step with the registry while audio runs. It reads all three at
+// start and again whenever a value below the program's key changes.
+#include "effect/Quillon.h"
+
+#include "config/Registry.h"
+#include "diag/ErrorDescription.h"
+#include "diag/Logger.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quillon {
+namespace {
+
+constexpr const wchar_t* kFunction = L"Quillon::ConfigChangeListenerTask";
+const std::wstring kWatchedPath = L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Marrowin\\Quillon\\";
+constexpr uint32_t kMaxMicAmpDb = 30;
+
+RegResult OpenWatchedKey(ScopedRegKey& key) {
+  return OpenRegistryKey(ParseRegistryPath(kWatchedPath), KEY_NOTIFY, true, key);
+}
+
+}  // namespace
+
+void Quillon::ConfigChangeListenerTask(Quillon* effect) {
+  const wchar_t* name = effect->instanceName.c_str();
+  QLOG_LINE(LOG_TRACE, 536, kFunction, L"%s: Config change listener thread started", name);
+  ScopedRegKey key;
+  uint32_t failedLine = 0;
+  if (!OpenWatchedKey(key).Ok()) {
+    failedLine = 541;
+  } else {
+    // The first wait returns at once, so the settings are read immediately.
+    SetEvent(effect->configChangedEvent.Get());
+    while (effect->listenerRunning) {
+      const DWORD wait = WaitForSingleObject(effect->configChangedEvent.Get(), INFINITE);
+      if (!effect->listenerRunning) break;
+      if (wait == WAIT_OBJECT_0) {
+        key.Reset();
+        if (!OpenWatchedKey(key).Ok()) {
+          failedLine = 558;
+          break;
+        }
+        // Registering the notification resets the event; only value changes are reported.
+        RegNotifyChangeKeyValue(key.Get(), TRUE, REG_NOTIFY_CHANGE_LAST_SET, effect->configChangedEvent.Get(), TRUE);
+        effect->CheckConfigBlockVoice();
+        effect->CheckConfigLogLevel();
+        effect->CheckConfigMicAmp();
+      } else if (wait != WAIT_TIMEOUT) {
+        QLOG_LINE(LOG_ERROR, 569, kFunction, L"%s: Config change listener thread wait failed [Code=%x: %s]", name,
+                  wait, GetErrorDescription(wait).c_str());
+        effect->listenerRunning = false;
+        break;
+      }
+    }
+  }
+  if (failedLine != 0) {
+    QLOG_LINE(LOG_ERROR, failedLine, kFunction,
+              L"%s: Finishing config change listener thread, because registry key %s is not accessible", name,
+              kWatchedPath.c_str());
+    effect->listenerRunning = false;
+    return;
+  }
+  QLOG_LINE(LOG_TRACE, 575, kFunction, L"%s: Config change listener thread finished", name);
+}
+
+void Quillon::CheckConfigBlockVoice() {
+  uint32_t value = 0;
+  const bool on = ReadRegistryDword(kWatchedPath + L"FilterBlockVoice", value).Ok() && value != 0;
+  if (on != blockVoice) {
+    blockVoice = on;
+    QLOG_LINE(LOG_TRACE, 588, L"Quillon::CheckConfigBlockVoice", L"Changed filter block voice to %s",
+              on ? L"on" : L"off");
+  }
+}
+
+void Quillon::CheckConfigLogLevel() {
+  std::wstring text;
+  const int32_t level = ReadRegistryString(kWatchedPath + L"LogLevel", text).Ok() ? ParseLogLevel(text.c_str())
+                                                                                   : LOG_ERROR;
+  Logger& logger = Logger::Instance();
+  if (level != logger.Level()) {
+    logger.SetLevel(level);
+    // Logged at ERROR so that the change is written even when the new level is ERROR.
+    QLOG_LINE(LOG_ERROR, 604, L"Quillon::CheckConfigLogLevel", L"Changed log level to %s", kLogLevelLabels[level]);
+  }
+}
+
+void Quillon::CheckConfigMicAmp() {
+  float gain = 1.0f;
+  uint32_t decibels = 0;
+  if (ReadRegistryDword(kWatchedPath + endpointId + L",1\\MicAmpInDb", decibels).Ok()) {
+    gain = static_cast<float>(std::pow(10.0, std::min(decibels, kMaxMicAmpDb) / 20.0));
+  }
+  if (gain != micGain) {
+    micGain = gain;
+    QLOG_LINE(LOG_TRACE, 622, L"Quillon::CheckConfigMicAmp", L"Changed mic amp to %.2f", static_cast<double>(gain));
+  }
+}
+
+}  // namespace quillon
