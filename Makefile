@@ -4,7 +4,7 @@ X64 := $(BUILD)/x64
 ARM64 := $(BUILD)/arm64
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps build test test-x64 test-arm64 bench clean
+.PHONY: all deps build test test-x64 test-arm64 bench demo demo-block-voice clean
 
 all: build
 
@@ -46,6 +46,16 @@ test-arm64: build
 bench: build
 	$(X64)/wine-run $(X64)/bin/quillon_bench.exe
 	$(X64)/wine-run $(X64)/bin/quillon_bench_logger.exe
+
+# Quillon's main job end to end; leaves WAVs, a picture and a summary in out/demo/.
+demo: deps $(X64)/build.ninja
+	cmake --build $(X64) --target quillon-host quillon-play Quillon
+	scripts/demo.sh
+
+# The same with block voice: the player's sound replaces the microphone while it plays.
+demo-block-voice: deps $(X64)/build.ninja
+	cmake --build $(X64) --target quillon-host quillon-play Quillon
+	scripts/demo.sh --block-voice
 
 clean:
 	rm -rf $(BUILD)

@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Quillon's main job, end to end: a host drives the effect like the Windows
+# audio engine on a spoken microphone signal, while the player sends a sound
+# from another process. Leaves the three signals and a picture in out/demo/.
+#
+#   scripts/demo.sh [--block-voice]
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build="$root/build/x64"
+out="$root/out/demo"
+block_voice=0
+[[ "${1:-}" == "--block-voice" ]] && block_voice=1
+
+mkdir -p "$out"
+export WINEPREFIX="$out/wineprefix"
+export WINEDEBUG=-all
+winpath() { echo "Z:${1//\//\\}"; }
+
+echo "demo: making the signals"
+espeak-ng -s 150 -w "$out/voice.wav" \
+  "Hello, this is the microphone. In a moment the player's sound joins the call, and everybody who records this microphone hears it."
+sox "$out/voice.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/microphone.wav" pad 0.5 1.5 norm -3
+sox -n -e floating-point -b 32 -r 48000 -c 2 "$out/player.wav" \
+  synth 2.5 sine 523.25 sine 659.25 tremolo 6 40 fade 0.05 2.5 0.3 vol 0.35
+
+if [[ ! -f "$WINEPREFIX/.demo-ready" ]]; then
+  echo "demo: making a Wine prefix of its own (takes a few seconds, once)"
+  wine wineboot -i >/dev/null 2>&1
+  touch "$WINEPREFIX/.demo-ready"
+fi
+wineserver -p >/dev/null 2>&1 </dev/null || true
+trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
+wine wineboot >/dev/null 2>&1 </dev/null || true
+wine reg add 'HKLM\SOFTWARE\Marrowin\Quillon' /v FilterBlockVoice /t REG_DWORD /d $block_voice /f >/dev/null 2>&1
+
+echo "demo: running the host in real time, and the player 2 seconds in"
+wine "$build/bin/quillon-host.exe" --in "$(winpath "$out/microphone.wav")" --out "$(winpath "$out/output.wav")" \
+  > "$out/host.txt" 2>&1 &
+host=$!
+sleep 2
+wine "$build/bin/quillon-play.exe" --wait 10 "$(winpath "$out/player.wav")" > "$out/player.txt" 2>&1
+wait $host
+
+sed -i 's/\r$//' "$out/host.txt" "$out/player.txt"
+# The picture: the three signals one above the other (left channel).
+for name in microphone player output; do
+  sox "$out/$name.wav" -r 4000 -c 1 "$out/$name.dat" remix 1
+done
+gnuplot <<PLOT
+set terminal pngcairo size 1400,900 font ",11" noenhanced
+set output "$out/signals.png"
+set multiplot layout 3,1 title "Quillon demo$([[ $block_voice == 1 ]] && echo ' (block voice)')"
+set xrange [0:$(soxi -D "$out/microphone.wav")]
+set yrange [-1:1]
+set grid
+set xlabel "seconds"
+plot "$out/microphone.dat" using 1:2 with lines lc rgb "#1f77b4" title "microphone"
+plot "$out/player.dat" using (\$1 + $(python3 - "$out" <<'PY'
+import re, sys
+host = open(sys.argv[1] + "/host.txt").read()
+m = re.search(r"first period with received sound: (\d+)", host)
+print((int(m.group(1)) if m else 0) * 0.01)
+PY
+)):2 with lines lc rgb "#ff7f0e" title "player sound (placed where it entered)"
+plot "$out/output.dat" using 1:2 with lines lc rgb "#2ca02c" title "output: what every recording program hears"
+unset multiplot
+PLOT
+rm -f "$out"/*.dat "$out/voice.wav"
+
+first_period=$(sed -n 's/first period with received sound: \([0-9-]*\).*/\1/p' "$out/host.txt")
+host_us=$(sed -n 's/.*first period with received sound: .*qpc_us=\([0-9-]*\).*/\1/p' "$out/host.txt")
+play_us=$(sed -n 's/first block taken at qpc_us=\([0-9]*\)/\1/p' "$out/player.txt")
+{
+  echo "Quillon demo summary"
+  if [[ $block_voice == 1 ]]; then
+    echo "  mixed: the player's sound replaced the microphone while it played (block voice on)"
+  else
+    echo "  mixed: the player's two-tone chord (2.5 s) was added to the spoken microphone signal"
+  fi
+  echo "  the sound entered the output at $(awk "BEGIN { printf \"%.2f\", $first_period * 0.01 }") s (period $first_period)"
+  [[ -n "$host_us" && -n "$play_us" ]] && \
+    echo "  delay from the first block taken to its first sample in the output: $(( (host_us - play_us) / 1000 )) ms"
+  grep -E 'APOProcess per period|periods' "$out/host.txt" | sed 's/^/  /'
+  echo "  files: $out/{microphone,player,output}.wav and $out/signals.png"
+} | tee "$out/summary.txt"

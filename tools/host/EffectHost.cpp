@@ -1,0 +1,233 @@
+#include "host/EffectHost.h"
+
+#include "platform/ApoInterfaces.h"
+#include "platform/AudioMediaType.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <thread>
+
+namespace quillon::tools {
+namespace {
+
+// {27384E53-9860-0AC3-9519-C60EBCAA2C71}
+const CLSID kQuillonClsid = {0x27384E53, 0x9860, 0x0AC3, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}};
+
+// The endpoint's property store: answers PKEY_AudioEndpoint_GUID only.
+class EndpointProperties final : public IPropertyStore {
+ public:
+  explicit EndpointProperties(std::wstring guid) : guid_(std::move(guid)) {}
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IPropertyStore)) {
+      *ppv = this;
+      AddRef();
+      return S_OK;
+    }
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
+  ULONG STDMETHODCALLTYPE Release() override { return --refs_; }
+  HRESULT STDMETHODCALLTYPE GetCount(DWORD* count) override {
+    *count = 1;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetAt(DWORD, PROPERTYKEY*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetValue(REFPROPERTYKEY key, PROPVARIANT* value) override {
+    static const GUID kFmtid = {0x1DA5D803, 0xD492, 0x4EDD, {0x8C, 0x23, 0xE0, 0xC0, 0xFF, 0xEE, 0x7F, 0x0E}};
+    PropVariantInit(value);
+    if (!IsEqualGUID(key.fmtid, kFmtid) || key.pid != 4) return E_INVALIDARG;
+    const size_t bytes = (guid_.size() + 1) * sizeof(wchar_t);
+    value->pwszVal = static_cast<wchar_t*>(CoTaskMemAlloc(bytes));
+    std::memcpy(value->pwszVal, guid_.c_str(), bytes);
+    value->vt = VT_LPWSTR;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE SetValue(REFPROPERTYKEY, REFPROPVARIANT) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Commit() override { return E_NOTIMPL; }
+
+ private:
+  std::atomic<ULONG> refs_{1};
+  std::wstring guid_;
+};
+
+template <typename T>
+struct Ref {
+  T* p = nullptr;
+  ~Ref() {
+    if (p != nullptr) p->Release();
+  }
+};
+
+struct Library {
+  HMODULE module = nullptr;
+  ~Library() {
+    if (module != nullptr) FreeLibrary(module);
+  }
+};
+
+std::string Hex(HRESULT hr) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%08lx", static_cast<unsigned long>(hr));
+  return text;
+}
+
+std::wstring DefaultDllPath() {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring folder(path);
+  return folder.substr(0, folder.find_last_of(L"\\/") + 1) + L"Quillon.dll";
+}
+
+void WaitUntil(int64_t deadlineUs) {
+  for (int64_t now; (now = MonotonicMicroseconds()) < deadlineUs;) {
+    if (deadlineUs - now > 2000) {
+      Sleep(static_cast<DWORD>((deadlineUs - now) / 1000 - 1));
+    } else {
+      std::this_thread::yield();
+    }
+  }
+}
+
+}  // namespace
+
+int64_t MonotonicMicroseconds() {
+  LARGE_INTEGER frequency, now;
+  QueryPerformanceFrequency(&frequency);
+  QueryPerformanceCounter(&now);
+  return static_cast<int64_t>(now.QuadPart / static_cast<double>(frequency.QuadPart) * 1e6);
+}
+
+bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
+               std::string& error) {
+  const bool comReady = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+  Library library;
+  Ref<IAudioProcessingObject> apo;
+  if (options.useCom) {
+    HRESULT hr = CoCreateInstance(kQuillonClsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
+                                  reinterpret_cast<void**>(&apo.p));
+    if (FAILED(hr)) {
+      error = "CoCreateInstance of the effect failed (" + Hex(hr) + "): is the COM class registered?";
+      return false;
+    }
+  } else {
+    const std::wstring path = options.dllPath.empty() ? DefaultDllPath() : options.dllPath;
+    library.module = LoadLibraryW(path.c_str());
+    if (library.module == nullptr) {
+      error = "cannot load the effect library (error " + std::to_string(GetLastError()) + ")";
+      return false;
+    }
+    auto getClassObject = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(
+        GetProcAddress(library.module, "DllGetClassObject"));
+    Ref<IClassFactory> factory;
+    HRESULT hr = getClassObject == nullptr ? E_NOINTERFACE
+                                           : getClassObject(kQuillonClsid, IID_IClassFactory,
+                                                            reinterpret_cast<void**>(&factory.p));
+    if (SUCCEEDED(hr)) hr = factory.p->CreateInstance(nullptr, IID_IAudioProcessingObject, reinterpret_cast<void**>(&apo.p));
+    if (FAILED(hr)) {
+      error = "the library does not create the effect (" + Hex(hr) + ")";
+      return false;
+    }
+  }
+  Ref<IAudioProcessingObjectRT> rt;
+  Ref<IAudioProcessingObjectConfiguration> config;
+  apo.p->QueryInterface(IID_IAudioProcessingObjectRT, reinterpret_cast<void**>(&rt.p));
+  apo.p->QueryInterface(IID_IAudioProcessingObjectConfiguration, reinterpret_cast<void**>(&config.p));
+
+  EndpointProperties store(options.endpoint);
+  APOInitSystemEffects2 init{};
+  init.APOInit.cbSize = sizeof(init);
+  init.APOInit.clsid = kQuillonClsid;
+  init.pAPOEndpointProperties = &store;
+  HRESULT hr = apo.p->Initialize(sizeof(init), reinterpret_cast<BYTE*>(&init));
+  if (FAILED(hr)) {
+    error = "Initialize failed (" + Hex(hr) + ")";
+    return false;
+  }
+
+  const uint32_t channels = input.channels;
+  const uint32_t frames = static_cast<uint32_t>(std::lround(input.rate * options.periodMs / 1000.0));
+  Ref<IAudioMediaType> format, accepted;
+  CreateAudioMediaType(MakeFloatFormat(channels, static_cast<float>(input.rate)), &format.p);
+  hr = apo.p->IsInputFormatSupported(format.p, format.p, &accepted.p);
+  if (hr != S_OK) {
+    error = "the effect does not accept float32 at " + std::to_string(input.rate) + " Hz with " +
+            std::to_string(channels) + " channels (" + Hex(hr) + ")";
+    return false;
+  }
+
+  std::vector<float> in(static_cast<size_t>(frames) * channels), out(in.size());
+  APO_CONNECTION_DESCRIPTOR inDesc{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(in.data()), frames,
+                                   format.p, APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+  APO_CONNECTION_DESCRIPTOR outDesc{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(out.data()),
+                                    frames, format.p, APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+  APO_CONNECTION_DESCRIPTOR* inDescs[] = {&inDesc};
+  APO_CONNECTION_DESCRIPTOR* outDescs[] = {&outDesc};
+  hr = config.p->LockForProcess(1, inDescs, 1, outDescs);
+  if (FAILED(hr)) {
+    error = "LockForProcess failed (" + Hex(hr) + ")";
+    return false;
+  }
+
+  const size_t period = in.size();
+  const size_t inputPeriods = (input.samples.size() + period - 1) / period;
+  const size_t periods = inputPeriods + static_cast<size_t>(std::ceil(options.tailMs / options.periodMs));
+  output.assign(periods * period, 0.0f);
+  std::vector<double> costs;
+  costs.reserve(periods);
+
+  // The engine's real-time thread.
+  std::thread engine([&] {
+    SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_TIME_CRITICAL);
+    APO_CONNECTION_PROPERTY inProp{reinterpret_cast<UINT_PTR>(in.data()), frames, BUFFER_VALID,
+                                   APO_CONNECTION_PROPERTY_SIGNATURE};
+    APO_CONNECTION_PROPERTY outProp{reinterpret_cast<UINT_PTR>(out.data()), 0, BUFFER_INVALID,
+                                    APO_CONNECTION_PROPERTY_SIGNATURE};
+    APO_CONNECTION_PROPERTY* ins[] = {&inProp};
+    APO_CONNECTION_PROPERTY* outs[] = {&outProp};
+    const int64_t start = MonotonicMicroseconds();
+    const double periodUs = options.periodMs * 1000.0 / (options.speed > 0 ? options.speed : 1.0);
+    for (size_t p = 0; p < periods; ++p) {
+      if (options.speed > 0) WaitUntil(start + static_cast<int64_t>(p * periodUs));
+      const size_t offset = p * period;
+      const size_t available = offset < input.samples.size() ? std::min(period, input.samples.size() - offset) : 0;
+      std::fill(in.begin(), in.end(), 0.0f);
+      std::copy_n(input.samples.begin() + static_cast<ptrdiff_t>(offset), available, in.begin());
+      inProp.u32BufferFlags = available > 0 ? BUFFER_VALID : BUFFER_SILENT;
+      const std::vector<float> mic(in);
+      LARGE_INTEGER before, after, frequency;
+      QueryPerformanceCounter(&before);
+      rt.p->APOProcess(1, ins, 1, outs);
+      QueryPerformanceCounter(&after);
+      QueryPerformanceFrequency(&frequency);
+      costs.push_back((after.QuadPart - before.QuadPart) * 1e6 / static_cast<double>(frequency.QuadPart));
+      std::copy(out.begin(), out.end(), output.begin() + static_cast<ptrdiff_t>(offset));
+      if (out != mic) {
+        ++report.periodsWithSound;
+        if (report.firstSoundPeriod < 0) {
+          report.firstSoundPeriod = static_cast<int>(p);
+          report.firstSoundQpcUs = MonotonicMicroseconds();
+        }
+      }
+      ++report.periods;
+    }
+  });
+  engine.join();
+  config.p->UnlockForProcess();
+  if (input.samples.size() < output.size() && options.tailMs <= 0) output.resize(input.samples.size());
+
+  std::sort(costs.begin(), costs.end());
+  if (!costs.empty()) {
+    report.medianUs = costs[costs.size() / 2];
+    report.p99Us = costs[std::min(costs.size() - 1, costs.size() * 99 / 100)];
+    report.maxUs = costs.back();
+  }
+  (void)comReady;
+  return true;
+}
+
+}  // namespace quillon::tools
