@@ -19,13 +19,25 @@ class ChildProcess {
  public:
   // Starts `program` with `arguments`; a program given without a folder is the
   // one beside the test executable.
-  ChildProcess(const std::wstring& program, const std::wstring& arguments) {
+  // With `outputFile`, the program's standard output and error go to that file.
+  ChildProcess(const std::wstring& program, const std::wstring& arguments, const std::wstring& outputFile = L"") {
     const bool hasFolder = program.find_first_of(L"\\/") != std::wstring::npos;
     std::wstring command = L"\"" + (hasFolder ? L"" : ExecutableFolder()) + program + L"\" " + arguments;
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
-    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                              &info_) != FALSE;
+    HANDLE output = INVALID_HANDLE_VALUE;
+    if (!outputFile.empty()) {
+      SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+      output = CreateFileW(outputFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+      startup.dwFlags = STARTF_USESTDHANDLES;
+      startup.hStdOutput = output;
+      startup.hStdError = output;
+      startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    }
+    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, 0, nullptr,
+                              nullptr, &startup, &info_) != FALSE;
+    if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
     if (started_) CloseHandle(info_.hThread);
   }
   ChildProcess(const ChildProcess&) = delete;

@@ -114,6 +114,8 @@ SendResult PlayerClient::Send(const void* data, uint32_t byteCount, DWORD timeou
     }
     if (InstanceClosed()) return SendResult::Closed;
     if (Remaining(deadline) == 0) return SendResult::Timeout;
+    // Not taken yet (the stream had not started, or its queue was full): ask again.
+    SetEvent(chunkConsumedEvent_.Get());
   }
 }
 
