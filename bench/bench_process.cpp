@@ -98,6 +98,7 @@ class Bench {
     Quillon* effect = QuillonTestAccess::From(apo);
     // The lock registered the instance; pass-through is an instance the register refused.
     if (!mode.registered) QuillonTestAccess::SetInstanceIndex(effect, -1);
+    QuillonTestAccess::StopConfigListener(effect);
     QuillonTestAccess::SetMicGain(effect, mode.gain);
     QuillonTestAccess::SetBlockVoice(effect, mode.blockVoice);
 

@@ -66,11 +66,19 @@ TEST_F(EntryPoints, LiveEffectsKeepTheLibrary) {
   ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
   ComPtr<IAudioProcessingObject> apo;
   ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IAudioProcessingObject, apo.PutVoid()));
+  ComPtr<IUnknown> identity;
+  ASSERT_EQ(S_OK, apo->QueryInterface(IID_IUnknown, identity.PutVoid()));
   for (const IID* iid : {&IID_IAudioProcessingObjectRT, &IID_IAudioProcessingObjectConfiguration,
-                         &IID_IAudioSystemEffects}) {
-    ComPtr<IUnknown> itf;
+                         &IID_IAudioSystemEffects, &IID_IAudioProcessingObject}) {
+    ComPtr<IUnknown> itf, back;
     EXPECT_EQ(S_OK, apo->QueryInterface(*iid, itf.PutVoid()));
+    EXPECT_EQ(S_OK, itf->QueryInterface(IID_IUnknown, back.PutVoid()));
+    EXPECT_EQ(identity.Get(), back.Get()) << "one identity for every interface";
   }
+  void* none = reinterpret_cast<void*>(1);
+  EXPECT_EQ(E_NOINTERFACE, apo->QueryInterface(IID_IClassFactory, &none));
+  EXPECT_EQ(nullptr, none);
+  identity = ComPtr<IUnknown>();
   factory = ComPtr<IClassFactory>();
   EXPECT_EQ(S_FALSE, dll.CanUnloadNow());
   apo = ComPtr<IAudioProcessingObject>();

@@ -1,9 +1,9 @@
 // A device effect of the tests' own, built as a COM DLL and registered in the
 // test prefix like an endpoint's real effect. It halves every sample into the
-// output buffer. Its failures are switched on through DWORD values under
-// HKCU\Software\QuillonTests\DeviceEffect, read when an object is created:
-// "FailInitialize", "FailLock", "RefuseFormats" (non-zero: on) and "Latency".
-// "Calls" counts APOProcess calls of all objects (written at unlock).
+// output buffer. Its answers are set through DWORD values under
+// HKCU\Software\QuillonTests\DeviceEffect, read at each call: "FailInitialize"
+// (non-zero: Initialize fails), "FormatResult", "LockResult", "UnlockResult"
+// (the HRESULT to answer) and "Latency".
 #include "platform/ApoInterfaces.h"
 
 #include <atomic>
@@ -14,7 +14,6 @@ namespace {
 // {B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}
 const CLSID kTestDeviceEffectClsid = {0xB0C5E7A2, 0x4D1F, 0x4E8B, {0x9A, 0x63, 0x2F, 0x7D, 0x5C, 0x1E, 0x8B, 0x40}};
 std::atomic<long> objects{0};
-std::atomic<long> processCalls{0};
 
 DWORD Setting(const wchar_t* name) {
   DWORD value = 0, size = sizeof(value);
@@ -27,13 +26,7 @@ class DeviceEffect final : public IAudioProcessingObject,
                            public IAudioProcessingObjectRT,
                            public IAudioProcessingObjectConfiguration {
  public:
-  DeviceEffect()
-      : failInitialize_(Setting(L"FailInitialize") != 0),
-        failLock_(Setting(L"FailLock") != 0),
-        refuseFormats_(Setting(L"RefuseFormats") != 0),
-        latency_(Setting(L"Latency")) {
-    ++objects;
-  }
+  DeviceEffect() { ++objects; }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IAudioProcessingObject)) {
@@ -61,16 +54,18 @@ class DeviceEffect final : public IAudioProcessingObject,
 
   HRESULT STDMETHODCALLTYPE Reset() override { return S_OK; }
   HRESULT STDMETHODCALLTYPE GetLatency(HNSTIME* time) override {
-    *time = latency_;
+    *time = Setting(L"Latency");
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetRegistrationProperties(APO_REG_PROPERTIES**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Initialize(UINT32, BYTE*) override { return failInitialize_ ? E_ACCESSDENIED : S_OK; }
+  HRESULT STDMETHODCALLTYPE Initialize(UINT32, BYTE*) override {
+    return Setting(L"FailInitialize") != 0 ? E_ACCESSDENIED : S_OK;
+  }
   HRESULT STDMETHODCALLTYPE IsInputFormatSupported(IAudioMediaType*, IAudioMediaType* requested,
                                                    IAudioMediaType** supported) override {
     requested->AddRef();
     *supported = requested;
-    return refuseFormats_ ? APOERR_FORMAT_NOT_SUPPORTED : S_OK;
+    return static_cast<HRESULT>(Setting(L"FormatResult"));
   }
   HRESULT STDMETHODCALLTYPE IsOutputFormatSupported(IAudioMediaType*, IAudioMediaType*, IAudioMediaType**) override {
     return E_NOTIMPL;
@@ -79,7 +74,6 @@ class DeviceEffect final : public IAudioProcessingObject,
 
   void STDMETHODCALLTYPE APOProcess(UINT32, APO_CONNECTION_PROPERTY** in, UINT32,
                                     APO_CONNECTION_PROPERTY** out) override {
-    ++processCalls;
     const auto* src = reinterpret_cast<const float*>(in[0]->pBuffer);
     auto* dst = reinterpret_cast<float*>(out[0]->pBuffer);
     for (UINT32 i = 0; i < in[0]->u32ValidFrameCount * channels_; ++i) dst[i] = src[i] * 0.5f;
@@ -89,24 +83,18 @@ class DeviceEffect final : public IAudioProcessingObject,
 
   HRESULT STDMETHODCALLTYPE LockForProcess(UINT32, APO_CONNECTION_DESCRIPTOR** in, UINT32,
                                            APO_CONNECTION_DESCRIPTOR**) override {
-    if (failLock_) return E_FAIL;
+    const HRESULT result = static_cast<HRESULT>(Setting(L"LockResult"));
+    if (FAILED(result)) return result;
     UNCOMPRESSEDAUDIOFORMAT format{};
     in[0]->pFormat->GetUncompressedAudioFormat(&format);
     channels_ = format.dwSamplesPerFrame;
-    return S_OK;
+    return result;
   }
-  HRESULT STDMETHODCALLTYPE UnlockForProcess() override {
-    DWORD calls = static_cast<DWORD>(processCalls.load());
-    RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\QuillonTests\\DeviceEffect", L"Calls", REG_DWORD, &calls,
-                    sizeof(calls));
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE UnlockForProcess() override { return static_cast<HRESULT>(Setting(L"UnlockResult")); }
 
  private:
   ~DeviceEffect() = default;
   std::atomic<ULONG> refs_{1};
-  bool failInitialize_, failLock_, refuseFormats_;
-  HNSTIME latency_;
   UINT32 channels_ = 0;
 };
 

@@ -1,6 +1,5 @@
 // Format negotiation and the lock checks, with their exact codes.
 #include "support/EffectHarness.h"
-#include "support/FakeDeviceEffect.h"
 
 namespace quillon::test {
 namespace {
@@ -75,33 +74,6 @@ TEST(InputFormatPointers, NullArgumentsArePointerErrors) {
   EXPECT_EQ(E_POINTER, h.Apo()->IsInputFormatSupported(nullptr, requested.Get(), nullptr));
 }
 
-TEST(InputFormatDeviceEffect, RefusalIsFinalAndUnchanged) {
-  for (HRESULT answer : {S_FALSE, APOERR_FORMAT_NOT_SUPPORTED}) {
-    EffectHarness h;
-    FakeDeviceEffect device;
-    device.formatResult = answer;
-    QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
-    ComPtr<IAudioMediaType> requested = Media(MakeFloatFormat(2, 48000));
-    ComPtr<IAudioMediaType> supported;
-    EXPECT_EQ(answer, h.Apo()->IsInputFormatSupported(nullptr, requested.Get(), supported.Put()));
-    EXPECT_EQ(requested.Get(), supported.Get()) << "the device effect's suggestion stays";
-  }
-}
-
-TEST(InputFormatDeviceEffect, AcceptanceStillPassesOurCheck) {
-  EffectHarness h;
-  FakeDeviceEffect device;
-  QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
-  ComPtr<IAudioMediaType> requested = Media(Pcm16(2, 48000));
-  ComPtr<IAudioMediaType> supported;
-  EXPECT_EQ(S_FALSE, h.Apo()->IsInputFormatSupported(nullptr, requested.Get(), supported.Put()));
-  EXPECT_EQ(1, device.formatCalls);
-  supported = ComPtr<IAudioMediaType>();
-  ULONG refs = requested->AddRef();
-  requested->Release();
-  EXPECT_EQ(2u, refs) << "the reference the device effect handed out with its answer is not leaked";
-}
-
 // ---- LockForProcess checks ----------------------------------------------------------
 struct LockCase {
   const char* name;
@@ -156,53 +128,13 @@ INSTANTIATE_TEST_SUITE_P(Lock, LockChecks, ::testing::ValuesIn(kLockCases),
 
 TEST(Locking, LockTwiceAndUnlockTwice) {
   EffectHarness h;
-  FakeDeviceEffect device;
-  QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
   ASSERT_EQ(S_OK, h.Lock(2, 480));
   EXPECT_EQ(APOERR_APO_LOCKED, h.Lock(2, 480));
-  EXPECT_EQ(2, device.lockCalls) << "the device effect is asked first, every time";
   UINT32 channels = 0;
   EXPECT_EQ(S_OK, h.Apo()->GetInputChannelCount(&channels));
   EXPECT_EQ(2u, channels);
   EXPECT_EQ(S_OK, h.Unlock());
   EXPECT_EQ(APOERR_ALREADY_UNLOCKED, h.Unlock());
-}
-
-TEST(Locking, RefusingDeviceEffectIsDroppedForGood) {
-  EffectHarness h;
-  FakeDeviceEffect device;
-  device.channels = 2;
-  device.lockResult = E_FAIL;
-  QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
-  ASSERT_EQ(S_OK, h.Lock(2, 4));
-  EXPECT_FALSE(QuillonTestAccess::HasDeviceEffect(h.Effect()));
-  EXPECT_EQ(1, device.refs.load()) << "all three references released";
-  std::vector<float> mic(8, 0.5f);
-  EXPECT_EQ(mic, h.Process(mic));
-  EXPECT_EQ(0, device.processCalls);
-  EXPECT_EQ(S_OK, h.Unlock());
-  EXPECT_EQ(0, device.unlockCalls);
-}
-
-TEST(Locking, DeviceEffectWarningCodeDoesNotDropIt) {
-  EffectHarness h;
-  FakeDeviceEffect device;
-  device.lockResult = S_FALSE;  // only negative codes are refusals
-  QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
-  ASSERT_EQ(S_OK, h.Lock(2, 4));
-  EXPECT_TRUE(QuillonTestAccess::HasDeviceEffect(h.Effect()));
-}
-
-TEST(Locking, FailedDeviceUnlockLeavesEffectLocked) {
-  EffectHarness h;
-  FakeDeviceEffect device;
-  QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
-  ASSERT_EQ(S_OK, h.Lock(2, 480));
-  device.unlockResult = E_UNEXPECTED;
-  EXPECT_EQ(E_UNEXPECTED, h.Unlock());
-  EXPECT_EQ(APOERR_APO_LOCKED, h.Lock(2, 480));
-  device.unlockResult = S_OK;
-  EXPECT_EQ(S_OK, h.Unlock());
 }
 
 }  // namespace

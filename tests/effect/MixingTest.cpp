@@ -1,6 +1,5 @@
 // The real-time mixing rules, driven through the effect's own interfaces.
 #include "support/EffectHarness.h"
-#include "support/FakeDeviceEffect.h"
 
 #include <functional>
 #include <numeric>
@@ -36,7 +35,6 @@ struct RuleCase {
   bool queued;
   bool blockVoice;
   float gain;
-  bool deviceEffect;
   // Expected output sample from mic sample m and received sample s.
   std::function<float(float m, float s)> expected;
   UINT32 expectedFlag;
@@ -47,11 +45,9 @@ class MixingRule : public ::testing::TestWithParam<RuleCase> {};
 TEST_P(MixingRule, OutputSampleByRule) {
   const RuleCase& c = GetParam();
   EffectHarness h;
-  FakeDeviceEffect device;
-  device.channels = kChannels;
-  if (c.deviceEffect) QuillonTestAccess::SetDeviceEffect(h.Effect(), &device);
   ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
   ASSERT_NE(-1, h.Slot());
+  QuillonTestAccess::StopConfigListener(h.Effect());
   if (!c.registered) QuillonTestAccess::SetInstanceIndex(h.Effect(), -1);
   QuillonTestAccess::SetBlockVoice(h.Effect(), c.blockVoice);
   QuillonTestAccess::SetMicGain(h.Effect(), c.gain);
@@ -72,28 +68,24 @@ TEST_P(MixingRule, OutputSampleByRule) {
 }
 
 const RuleCase kRuleCases[] = {
-    {"UnregisteredPassesThroughWithoutGain", BUFFER_VALID, false, false, false, 2.0f, false,
+    {"UnregisteredPassesThroughWithoutGain", BUFFER_VALID, false, false, false, 2.0f,
      [](float m, float) { return m; }, BUFFER_VALID},
-    {"NothingQueuedUnityGain", BUFFER_VALID, true, false, false, 1.0f, false, [](float m, float) { return m; },
+    {"NothingQueuedUnityGain", BUFFER_VALID, true, false, false, 1.0f, [](float m, float) { return m; },
      BUFFER_VALID},
-    {"NothingQueuedGainTwo", BUFFER_VALID, true, false, false, 2.0f, false, [](float m, float) { return 2 * m; },
+    {"NothingQueuedGainTwo", BUFFER_VALID, true, false, false, 2.0f, [](float m, float) { return 2 * m; },
      BUFFER_VALID},
-    {"QueuedUnityGainAdds", BUFFER_VALID, true, true, false, 1.0f, false, [](float m, float s) { return s + m; },
+    {"QueuedUnityGainAdds", BUFFER_VALID, true, true, false, 1.0f, [](float m, float s) { return s + m; },
      BUFFER_VALID},
-    {"QueuedGainTwoScalesMicOnly", BUFFER_VALID, true, true, false, 2.0f, false,
+    {"QueuedGainTwoScalesMicOnly", BUFFER_VALID, true, true, false, 2.0f,
      [](float m, float s) { return s + 2 * m; }, BUFFER_VALID},
-    {"BlockVoiceReplacesMic", BUFFER_VALID, true, true, true, 2.0f, false, [](float, float s) { return s; },
+    {"BlockVoiceReplacesMic", BUFFER_VALID, true, true, true, 2.0f, [](float, float s) { return s; },
      BUFFER_VALID},
-    {"BlockVoiceWithNothingQueuedLetsMicPass", BUFFER_VALID, true, false, true, 2.0f, false,
+    {"BlockVoiceWithNothingQueuedLetsMicPass", BUFFER_VALID, true, false, true, 2.0f,
      [](float m, float) { return 2 * m; }, BUFFER_VALID},
-    {"SilentInputNothingQueuedStaysSilent", BUFFER_SILENT, true, false, false, 2.0f, false,
+    {"SilentInputNothingQueuedStaysSilent", BUFFER_SILENT, true, false, false, 2.0f,
      [](float, float) { return 0.0f; }, BUFFER_SILENT},
-    {"SilentInputWithSoundBecomesValid", BUFFER_SILENT, true, true, false, 2.0f, false,
+    {"SilentInputWithSoundBecomesValid", BUFFER_SILENT, true, true, false, 2.0f,
      [](float, float s) { return s; }, BUFFER_VALID},
-    {"DeviceEffectProcessesFirst", BUFFER_VALID, true, true, false, 1.0f, true,
-     [](float m, float s) { return s + 0.5f * m; }, BUFFER_VALID},
-    {"DeviceEffectOutputDiscardedForSilentInput", BUFFER_SILENT, true, false, false, 1.0f, true,
-     [](float, float) { return 0.0f; }, BUFFER_SILENT},
 };
 
 INSTANTIATE_TEST_SUITE_P(Rules, MixingRule, ::testing::ValuesIn(kRuleCases),
@@ -123,6 +115,7 @@ class ChunkCycle : public ::testing::TestWithParam<ChunkCase> {};
 TEST_P(ChunkCycle, FullChunkThenShortChunkThenNothing) {
   EffectHarness h;
   ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
+  QuillonTestAccess::StopConfigListener(h.Effect());
   QuillonTestAccess::SetBlockVoice(h.Effect(), GetParam().blockVoice);
   const std::vector<float> mic = Mic(kPeriod);
 

@@ -7,7 +7,7 @@
 #include "effect/QuillonAggregate.h"
 #include "platform/AudioMediaType.h"
 #include "support/ComPtr.h"
-#include "support/FakePropertyStore.h"
+#include "host/EndpointProperties.h"
 #include "support/QuillonTestAccess.h"
 
 #include <gtest/gtest.h>
@@ -119,7 +119,7 @@ class EffectHarness {
     apo_->QueryInterface(IID_IAudioProcessingObjectConfiguration, config_.PutVoid());
   }
 
-  FakePropertyStore store_;
+  tools::EndpointProperties store_;
   ComPtr<IAudioProcessingObject> apo_;
   ComPtr<IAudioProcessingObjectRT> rt_;
   ComPtr<IAudioProcessingObjectConfiguration> config_;

@@ -13,13 +13,13 @@ class QuillonTestAccess {
   // Makes a registered instance behave as an unregistered one (as after a refused registration).
   static void SetInstanceIndex(Quillon* q, int32_t index) { q->instanceIndex = index; }
   static TransferBlock* Control(Quillon* q) { return q->controlView ? q->controlView->Block() : nullptr; }
-  static void SetDeviceEffect(Quillon* q, IAudioProcessingObject* effect) {
-    effect->AddRef();
-    q->deviceEffect = effect;
-    effect->QueryInterface(IID_IAudioProcessingObjectRT, reinterpret_cast<void**>(&q->deviceEffectRT));
-    effect->QueryInterface(IID_IAudioProcessingObjectConfiguration, reinterpret_cast<void**>(&q->deviceEffectConfig));
+  // Ends the configuration listener, so that block voice and gain keep the
+  // values a test sets instead of following the registry.
+  static void StopConfigListener(Quillon* q) {
+    q->listenerRunning = false;
+    if (q->configChangedEvent) SetEvent(q->configChangedEvent.Get());
+    if (q->configListenerThread.joinable()) q->configListenerThread.join();
   }
-  static bool HasDeviceEffect(Quillon* q) { return q->deviceEffect != nullptr; }
   static void SetBlockVoice(Quillon* q, bool on) { q->blockVoice = on; }
   static void SetMicGain(Quillon* q, float gain) { q->micGain = gain; }
   static int32_t InstanceIndex(Quillon* q) { return q->instanceIndex; }

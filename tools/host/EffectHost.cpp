@@ -1,12 +1,13 @@
 #include "host/EffectHost.h"
 
+#include "host/EndpointProperties.h"
+
 #include "platform/ApoInterfaces.h"
 #include "platform/AudioMediaType.h"
 
 #include <windows.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <thread>
@@ -16,44 +17,6 @@ namespace {
 
 // {27384E53-9860-0AC3-9519-C60EBCAA2C71}
 const CLSID kQuillonClsid = {0x27384E53, 0x9860, 0x0AC3, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}};
-
-// The endpoint's property store: answers PKEY_AudioEndpoint_GUID only.
-class EndpointProperties final : public IPropertyStore {
- public:
-  explicit EndpointProperties(std::wstring guid) : guid_(std::move(guid)) {}
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IPropertyStore)) {
-      *ppv = this;
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override { return --refs_; }
-  HRESULT STDMETHODCALLTYPE GetCount(DWORD* count) override {
-    *count = 1;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetAt(DWORD, PROPERTYKEY*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetValue(REFPROPERTYKEY key, PROPVARIANT* value) override {
-    static const GUID kFmtid = {0x1DA5D803, 0xD492, 0x4EDD, {0x8C, 0x23, 0xE0, 0xC0, 0xFF, 0xEE, 0x7F, 0x0E}};
-    PropVariantInit(value);
-    if (!IsEqualGUID(key.fmtid, kFmtid) || key.pid != 4) return E_INVALIDARG;
-    const size_t bytes = (guid_.size() + 1) * sizeof(wchar_t);
-    value->pwszVal = static_cast<wchar_t*>(CoTaskMemAlloc(bytes));
-    std::memcpy(value->pwszVal, guid_.c_str(), bytes);
-    value->vt = VT_LPWSTR;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE SetValue(REFPROPERTYKEY, REFPROPVARIANT) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Commit() override { return E_NOTIMPL; }
-
- private:
-  std::atomic<ULONG> refs_{1};
-  std::wstring guid_;
-};
 
 template <typename T>
 struct Ref {
