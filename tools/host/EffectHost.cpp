@@ -123,7 +123,7 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
     return false;
   }
 
-  std::vector<float> in(static_cast<size_t>(frames) * channels), out(in.size());
+  std::vector<float> in(static_cast<size_t>(frames) * channels), out(in.size()), mic(in.size());
   APO_CONNECTION_DESCRIPTOR inDesc{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(in.data()), frames,
                                    format.p, APO_CONNECTION_DESCRIPTOR_SIGNATURE};
   APO_CONNECTION_DESCRIPTOR outDesc{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(out.data()),
@@ -161,7 +161,7 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
       std::fill(in.begin(), in.end(), 0.0f);
       std::copy_n(input.samples.begin() + static_cast<ptrdiff_t>(offset), available, in.begin());
       inProp.u32BufferFlags = available > 0 ? BUFFER_VALID : BUFFER_SILENT;
-      const std::vector<float> mic(in);
+      std::copy(in.begin(), in.end(), mic.begin());
       LARGE_INTEGER before, after, frequency;
       QueryPerformanceCounter(&before);
       rt.p->APOProcess(1, ins, 1, outs);

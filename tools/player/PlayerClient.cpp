@@ -11,6 +11,7 @@ namespace quillon::player {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+constexpr DWORD kAskAgainMs = 50;
 
 // The register mapping, opened read-write for one look.
 class RegisterView {
@@ -105,8 +106,12 @@ SendResult PlayerClient::Send(const void* data, uint32_t byteCount, DWORD timeou
   if (written != nullptr) SetEvent(written);
   SetEvent(chunkConsumedEvent_.Get());
   while (true) {
-    // The effect sets the control event after every look at the mapping.
-    WaitForSingleObject(controlEvent_.Get(), std::min<DWORD>(50, Remaining(deadline)));
+    // The effect sets the control event after every look at the mapping. A look
+    // that left the block waiting (the queue held a chunk) is followed by
+    // another at the next chunk taken, so only a silent effect is asked again:
+    // asking after every look would keep both sides busy while the queue is full.
+    const bool looked =
+        WaitForSingleObject(controlEvent_.Get(), std::min<DWORD>(kAskAgainMs, Remaining(deadline))) == WAIT_OBJECT_0;
     ResetEvent(controlEvent_.Get());
     {
       NamedMutexLock lock(TransferMutexName().c_str(), kSharedMutexWaitMs);
@@ -114,8 +119,8 @@ SendResult PlayerClient::Send(const void* data, uint32_t byteCount, DWORD timeou
     }
     if (InstanceClosed()) return SendResult::Closed;
     if (Remaining(deadline) == 0) return SendResult::Timeout;
-    // Not taken yet (the stream had not started, or its queue was full): ask again.
-    SetEvent(chunkConsumedEvent_.Get());
+    // Nobody looked for a while (the stream had not started yet): ask again.
+    if (!looked) SetEvent(chunkConsumedEvent_.Get());
   }
 }
 
