@@ -43,7 +43,9 @@ wine "$build/bin/quillon-play.exe" --wait 10 "$(winpath "$out/player.wav")" > "$
 wait $host
 
 sed -i 's/\r$//' "$out/host.txt" "$out/player.txt"
-# The picture: the three signals one above the other (left channel).
+# The picture: the three signals one above the other (left channel), the
+# player's sound placed where it entered the output.
+entered=$(awk '/first period with received sound/ { print ($6 > 0 ? $6 : 0) * 0.01 }' "$out/host.txt")
 for name in microphone player output; do
   sox "$out/$name.wav" -r 4000 -c 1 "$out/$name.dat" remix 1
 done
@@ -56,13 +58,7 @@ set yrange [-1:1]
 set grid
 set xlabel "seconds"
 plot "$out/microphone.dat" using 1:2 with lines lc rgb "#1f77b4" title "microphone"
-plot "$out/player.dat" using (\$1 + $(python3 - "$out" <<'PY'
-import re, sys
-host = open(sys.argv[1] + "/host.txt").read()
-m = re.search(r"first period with received sound: (\d+)", host)
-print((int(m.group(1)) if m else 0) * 0.01)
-PY
-)):2 with lines lc rgb "#ff7f0e" title "player sound (placed where it entered)"
+plot "$out/player.dat" using (\$1 + $entered):2 with lines lc rgb "#ff7f0e" title "player sound (placed where it entered)"
 plot "$out/output.dat" using 1:2 with lines lc rgb "#2ca02c" title "output: what every recording program hears"
 unset multiplot
 PLOT
