@@ -42,6 +42,7 @@ enable_binfmt() {
   done
   if ((${#missing[@]})); then
     say "installing ${missing[*]}"
+    apt-get update -qq
     DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
   fi
   if [[ ! -e /proc/sys/fs/binfmt_misc/qemu-aarch64 ]]; then
