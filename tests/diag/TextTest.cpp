@@ -32,7 +32,8 @@ TEST(WideStringTest, CopyMoveAndAssign) {
   b = L"beta";
   c = std::move(b);
   EXPECT_EQ(L"beta", W(c));
-  c = c;  // self-assignment keeps the text
+  WideString& alias = c;
+  c = alias;  // assigning a string to itself keeps the text
   EXPECT_EQ(L"beta", W(c));
   EXPECT_EQ(L"alphabeta", W(Concat(WideString(L"alpha"), WideString(L"beta"))));
 }

@@ -18,8 +18,6 @@ using tools::WavData;
 using tools::WriteWav;
 
 constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{e2e00000-0000-4000-8000-000000000001}";
-constexpr size_t kChunkSamples = 8 * 480 * 2;  // eight 10 ms periods of 48 kHz stereo
-constexpr size_t kPeriodSamples = 480 * 2;
 
 std::wstring Sounds() { return ExecutableFolder() + L"..\\e2e\\"; }
 std::wstring Scratch() { return ExecutableFolder() + L"..\\e2e\\out-"; }
