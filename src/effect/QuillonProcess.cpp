@@ -15,12 +15,9 @@ namespace {
 
 // Tells the player application that its sound was stopped.
 QUILLON_RT_CODE void SignalStop() {
-  HANDLE event = CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), kStopEventName, CREATE_EVENT_MANUAL_RESET,
-                                EVENT_ALL_ACCESS);
-  if (event != nullptr) {
-    SetEvent(event);
-    CloseHandle(event);
-  }
+  const UniqueHandle event(CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), kStopEventName,
+                                          CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
+  if (event) SetEvent(event.Get());
 }
 
 QUILLON_RT_CODE bool StopRequested(const TransferMapping* control) {
