@@ -59,7 +59,7 @@ class Bench {
     out_.assign(samples_, 0.0f);
     mic_.resize(samples_);
     for (size_t i = 0; i < samples_; ++i) mic_[i] = 0.001f * static_cast<float>(i % 997);
-    block_.resize(Quillon::kMaxBlockSamples);
+    block_.resize(TransferBlock::kMaxSamples);
     for (size_t i = 0; i < block_.size(); ++i) block_[i] = 0.002f * static_cast<float>(i % 499);
   }
 

@@ -83,9 +83,9 @@ HRESULT Quillon::Initialize(UINT32 cbDataSize, BYTE* pbyData) {
 bool Quillon::AcceptReceivedBlock(const float* samples, size_t count) {
   const size_t chunk = ChunkSize();
   if (pendingSamples.Size() >= chunk) return false;
-  count = std::min(count, kMaxBlockSamples);
+  count = std::min(count, TransferBlock::kMaxSamples);
   // The queue never holds more than chunk - 1 + one block; sized once per lock period.
-  if (!pendingSamples.Reserve(chunk - 1 + kMaxBlockSamples)) return false;
+  if (!pendingSamples.Reserve(chunk - 1 + TransferBlock::kMaxSamples)) return false;
   return pendingSamples.Push(samples, count);
 }
 

@@ -54,16 +54,16 @@ class Quillon : public BaseAudioProcessingObject, public IAudioSystemEffects {
   // Writes the "In/out format" line at INFO and below.
   void LogFormat(IAudioMediaType* outputFormat, IAudioMediaType* inputFormat);
 
-  // Receiver side of the sample queue: appends a received block when the queue
-  // holds less than one chunk (so it never exceeds chunkSize - 1 + 65536
-  // samples). Returns whether the block was taken.
+  // Receiver side of the sample queue: appends a received block (at most one
+  // transfer block's worth) when the queue holds less than one chunk, so it
+  // never exceeds chunkSize - 1 + TransferBlock::kMaxSamples samples.
+  // Returns whether the block was taken.
   bool AcceptReceivedBlock(const float* samples, size_t count);
 
   // Number of samples in one chunk (eight processing periods); 0 between lock periods.
   uint32_t ChunkSize() const { return chunkSize.load(std::memory_order_acquire); }
   const std::wstring& EndpointId() const { return endpointId; }
 
-  static constexpr size_t kMaxBlockSamples = 65536;
   static constexpr uint32_t kPeriodsPerChunk = 8;
 
  private:

@@ -51,9 +51,6 @@ class BaseAudioProcessingObject : public IAudioProcessingObject,
   // changed (the corrected description is then the suggestion), S_OK otherwise.
   virtual HRESULT ValidateDefaultAPOFormat(UNCOMPRESSEDAUDIOFORMAT& format, bool isInput);
 
-  bool IsLocked() const { return locked_; }
-  bool IsInitialized() const { return initialized_; }
-
  protected:
   // Values of the locked input connection, read by the real-time routine.
   UINT32 samplesPerFrame_ = 0;

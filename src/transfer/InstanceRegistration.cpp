@@ -82,14 +82,13 @@ void Quillon::UnregisterApoInstanceInMemMapping() {
     SetEvent(controlCallbackEvent.Get());
     controlView = nullptr;
   }
-  if (configChangedEvent) {
-    SetEvent(configChangedEvent.Get());
-    if (configListenerThread.joinable()) {
-      QLOG(LOG_TRACE, kFunction, L"%s: Waiting for config change listener to finish", instanceName.c_str());
-      configListenerThread.join();
-    }
+  // Without its event the listener's first wait fails and it ends by itself,
+  // so it is joined either way: no thread outlives the unlock.
+  if (configChangedEvent) SetEvent(configChangedEvent.Get());
+  if (configListenerThread.joinable()) {
+    QLOG(LOG_TRACE, kFunction, L"%s: Waiting for config change listener to finish", instanceName.c_str());
+    configListenerThread.join();
   }
-  if (configListenerThread.joinable()) configListenerThread.join();  // never left running
   if (memMappingRegister) {
     memMappingRegister.reset();
     QLOG(LOG_TRACE, kFunction, L"Unregister APO instance completed");

@@ -152,9 +152,9 @@ TEST(Mixing, QueueAcceptsBlocksOnlyBelowOneChunk) {
   EXPECT_FALSE(h.Accept(SoundBlock(10)));
   h.Process(Mic(kPeriod));
   EXPECT_TRUE(h.Accept(SoundBlock(kChunk - 1)));
-  EXPECT_TRUE(h.Accept(SoundBlock(Quillon::kMaxBlockSamples)));  // queue was below one chunk
+  EXPECT_TRUE(h.Accept(SoundBlock(TransferBlock::kMaxSamples)));  // queue was below one chunk
   EXPECT_FALSE(h.Accept(SoundBlock(1)));                          // now above it
-  EXPECT_EQ(kChunk - 1 + Quillon::kMaxBlockSamples, QuillonTestAccess::Queued(h.Effect()));
+  EXPECT_EQ(kChunk - 1 + TransferBlock::kMaxSamples, QuillonTestAccess::Queued(h.Effect()));
 }
 
 TEST(Mixing, StopRequestDropsQueueAndSignalsEveryPeriod) {

@@ -26,6 +26,14 @@ struct Ref {
   }
 };
 
+// COM for the calling thread, for as long as the effect is used.
+struct ComApartment {
+  const bool entered = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+  ~ComApartment() {
+    if (entered) CoUninitialize();
+  }
+};
+
 struct Library {
   HMODULE module = nullptr;
   ~Library() {
@@ -67,7 +75,7 @@ int64_t MonotonicMicroseconds() {
 
 bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
                std::string& error) {
-  const bool comReady = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+  ComApartment apartment;
   Library library;
   Ref<IAudioProcessingObject> apo;
   if (options.useCom) {
@@ -189,7 +197,6 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
     report.p99Us = costs[std::min(costs.size() - 1, costs.size() * 99 / 100)];
     report.maxUs = costs.back();
   }
-  (void)comReady;
   return true;
 }
 
