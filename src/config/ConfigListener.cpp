@@ -4,6 +4,7 @@
 #include "effect/Quillon.h"
 
 #include "config/Registry.h"
+#include "config/SettingsPath.h"
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
 
@@ -14,7 +15,7 @@ namespace quillon {
 namespace {
 
 constexpr const wchar_t* kFunction = L"Quillon::ConfigChangeListenerTask";
-const std::wstring kWatchedPath = L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Marrowin\\Quillon\\";
+const std::wstring kWatchedPath = kSettingsPath;
 constexpr uint32_t kMaxMicAmpDb = 30;
 
 RegResult OpenWatchedKey(ScopedRegKey& key) {

@@ -1,9 +1,9 @@
 #include "diag/Logger.h"
 
 #include "config/Registry.h"
+#include "config/SettingsPath.h"
 #include "diag/LogFolder.h"
-#include "platform/UniqueHandle.h"
-#include "transfer/WinUtils.h"
+#include "transfer/NamedMutex.h"
 
 #include <codecvt>
 #include <cwchar>
@@ -13,7 +13,6 @@
 namespace quillon {
 
 const wchar_t* const kLogLevelLabels[6] = {L"TRACE", L"DEBUG", L"INFO", L"WARNING", L"ERROR", L"NOLOG"};
-const wchar_t* const kLogLevelRegistryPath = L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Marrowin\\Quillon\\LogLevel";
 
 namespace {
 
@@ -23,24 +22,6 @@ namespace {
 // character is converted by itself. Built once when the library loads.
 const std::locale utf8Locale(std::locale(), new std::codecvt_utf8<wchar_t, 0x10FFFF>);
 #pragma clang diagnostic pop
-
-// Holds the logger mutex for one line; released and closed on every path.
-class LoggerMutexLock {
- public:
-  LoggerMutexLock()
-      : mutex_(CreateMutexW(WinUtils::GetNullDaclSecurityAttributes(), FALSE, L"Global\\QuillonLoggerMutex")) {
-    // Abandoned and failed waits (no mutex at all) still write; only a busy mutex drops the line.
-    timedOut_ = WaitForSingleObject(mutex_.Get(), Logger::kMutexWaitMs) == WAIT_TIMEOUT;
-  }
-  ~LoggerMutexLock() {
-    if (mutex_) ReleaseMutex(mutex_.Get());
-  }
-  bool TimedOut() const { return timedOut_; }
-
- private:
-  UniqueHandle mutex_;
-  bool timedOut_ = false;
-};
 
 uint64_t FileSize(const WideString& path, bool& exists) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -81,7 +62,7 @@ Logger::Logger() {
   if (!logFilePath_.Empty()) oldLogFilePath_ = Concat(logFilePath_, L"-old");
 
   std::wstring text;
-  if (ReadRegistryString(kLogLevelRegistryPath, text).Ok()) level_ = ParseLogLevel(text.c_str());
+  if (ReadRegistryString(std::wstring(kSettingsPath) + L"LogLevel", text).Ok()) level_ = ParseLogLevel(text.c_str());
 }
 
 Logger& Logger::Instance() {
@@ -99,8 +80,9 @@ void Logger::Log(int32_t level, uint32_t line, const wchar_t* function, const wc
 }
 
 void Logger::Write(int32_t level, uint32_t line, const wchar_t* function, const wchar_t* format, va_list args) {
-  LoggerMutexLock lock;
-  if (lock.TimedOut()) return;
+  // Abandoned and failed waits (no mutex at all) still write; only a busy mutex drops the line.
+  NamedMutexLock lock(L"Global\\QuillonLoggerMutex", kMutexWaitMs);
+  if (lock.WaitResult() == WAIT_TIMEOUT) return;
 
   bool exists = false;
   if (FileSize(logFilePath_, exists) > kRotateAboveBytes && exists) {

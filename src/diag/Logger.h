@@ -34,9 +34,6 @@ extern const wchar_t* const kLogLevelLabels[6];
 // "nolog" (any case); anything else, "warning" included, gives INFO.
 int32_t ParseLogLevel(const wchar_t* text);
 
-// Registry path of the "LogLevel" setting.
-extern const wchar_t* const kLogLevelRegistryPath;
-
 class Logger {
  public:
   static constexpr uint64_t kRotateAboveBytes = 2097152;

@@ -4,6 +4,7 @@
 
 #include "com/RegistrationProperties.h"
 #include "config/Registry.h"
+#include "config/SettingsPath.h"
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
 
@@ -13,7 +14,6 @@ namespace quillon {
 namespace {
 
 constexpr const wchar_t* kFunction = L"Quillon::InitializeOriginalApo";
-constexpr const wchar_t* kSettingsKey = L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Marrowin\\Quillon\\";
 
 // Step numbers reported when creating the device effect fails.
 constexpr int kStepClsidFromString = 139;
@@ -34,8 +34,10 @@ const std::wstring ownClsidText = MakeOwnClsidText();
 }  // namespace
 
 void Quillon::InitializeOriginalApo(UINT32 cbDataSize, BYTE* pbyData) {
+  // A repeated Initialize replaces the device effect of the earlier one.
+  ReleaseDeviceEffect();
   std::wstring text;
-  const std::wstring path = kSettingsKey + endpointId + L"\\Original-Apo";
+  const std::wstring path = kSettingsPath + endpointId + L"\\Original-Apo";
   if (!ReadRegistryString(path, text).Ok() || text.empty() || _wcsicmp(text.c_str(), ownClsidText.c_str()) == 0) {
     return;
   }

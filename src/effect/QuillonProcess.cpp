@@ -21,7 +21,7 @@ QUILLON_RT_CODE void SignalStop() {
 }
 
 QUILLON_RT_CODE bool StopRequested(const TransferMapping* control) {
-  if (control == nullptr || control->view == nullptr) return false;
+  if (control == nullptr || !control->view) return false;
   // Written by the player application in another process.
   return *static_cast<const volatile uint8_t*>(&control->Block()->stopRequest) != 0;
 }

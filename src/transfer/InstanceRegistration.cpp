@@ -80,7 +80,6 @@ void Quillon::UnregisterApoInstanceInMemMapping() {
     // Tell the player at once that this instance is gone.
     *static_cast<volatile uint32_t*>(&controlView->Block()->instanceClosed) = 1;
     SetEvent(controlCallbackEvent.Get());
-    controlView = nullptr;
   }
   // Without its event the listener's first wait fails and it ends by itself,
   // so it is joined either way: no thread outlives the unlock.

@@ -11,29 +11,20 @@ namespace quillon {
 MemMappingRegister::MemMappingRegister() {
   // The lock is best effort: the wait's result is not examined.
   NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
-  WinUtils::CreateMemoryMappingFile(view, sizeof(RegisterBlock), mappingHandle, kRegisterMappingName);
+  WinUtils::CreateMemoryMappingFile(view, sizeof(RegisterBlock), kRegisterMappingName);
 }
 
 MemMappingRegister::~MemMappingRegister() {
-  if (view != nullptr) {
-    {
-      NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
-      if (static_cast<uint32_t>(slot) < static_cast<uint32_t>(kMaxInstances)) Register()->inUse[slot] = 0;
-    }
-    UnmapViewOfFile(view);
-    view = nullptr;
-  }
-  if (mappingHandle != nullptr) CloseHandle(mappingHandle);
-  for (const auto& mapping : transferMappings) {
-    if (mapping->view != nullptr) UnmapViewOfFile(mapping->view);
-    if (mapping->mappingHandle != nullptr) CloseHandle(mapping->mappingHandle);
-  }
+  // The views themselves are unmapped and closed by their owners.
+  if (!view) return;
+  NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
+  if (static_cast<uint32_t>(slot) < static_cast<uint32_t>(kMaxInstances)) Register()->inUse[slot] = 0;
 }
 
 LineResult MemMappingRegister::RegisterApo(const std::wstring& endpointId) {
   constexpr const wchar_t* kFunction = L"MemMappingRegister::RegisterApo";
   NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
-  if (view == nullptr) {
+  if (!view) {
     QLOG(LOG_ERROR, kFunction, L"APO mem map register was not created.");
     return {1, __LINE__};
   }
@@ -50,17 +41,12 @@ LineResult MemMappingRegister::RegisterApo(const std::wstring& endpointId) {
   if (endpointId.size() >= kEndpointIdChars) return {static_cast<int32_t>(E_INVALIDARG), __LINE__};
 
   slot = free;
-  auto mapping = std::make_unique<TransferMapping>();
   const std::wstring name = WinUtils::PerInstanceName(kTransferMappingPrefix, slot);
-  LineResult result =
-      WinUtils::CreateMemoryMappingFile(mapping->view, sizeof(TransferBlock), mapping->mappingHandle, name.c_str());
+  LineResult result = WinUtils::CreateMemoryMappingFile(transfer.view, sizeof(TransferBlock), name.c_str());
   if (!result.Ok()) {
     slot = -1;
     return result;
   }
-  mapping->slot = slot;
-  control = mapping.get();
-  transferMappings.push_back(std::move(mapping));
   reg->inUse[slot] = 1;
   reg->slotWordA[slot] = kSlotWordA;
   reg->slotWordB[slot] = kSlotWordB;

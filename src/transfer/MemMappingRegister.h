@@ -6,9 +6,7 @@
 #include "transfer/SharedLayout.h"
 #include "transfer/TransferMapping.h"
 
-#include <memory>
 #include <string>
-#include <vector>
 
 namespace quillon {
 
@@ -27,16 +25,14 @@ class MemMappingRegister {
   LineResult RegisterApo(const std::wstring& endpointId);
 
   int32_t Slot() const { return slot; }
-  TransferMapping* Control() const { return control; }
+  TransferMapping* Control() { return transfer.view ? &transfer : nullptr; }
 
  private:
-  RegisterBlock* Register() const { return reinterpret_cast<RegisterBlock*>(view); }
+  RegisterBlock* Register() const { return reinterpret_cast<RegisterBlock*>(view.Get()); }
 
-  HANDLE mappingHandle = nullptr;
-  uint8_t* view = nullptr;
-  std::vector<std::unique_ptr<TransferMapping>> transferMappings;
+  MappedView view;
+  TransferMapping transfer;
   int32_t slot = -1;
-  TransferMapping* control = nullptr;
 };
 
 }  // namespace quillon

@@ -1,20 +1,15 @@
 // One slot's transfer mapping as the instance register holds it.
 #pragma once
 
+#include "platform/MappedView.h"
 #include "transfer/SharedLayout.h"
-
-#include <windows.h>
-
-#include <cstdint>
 
 namespace quillon {
 
 struct TransferMapping {
-  HANDLE mappingHandle = nullptr;
-  uint8_t* view = nullptr;
-  int32_t slot = -1;
+  MappedView view;
 
-  TransferBlock* Block() const { return reinterpret_cast<TransferBlock*>(view); }
+  TransferBlock* Block() const { return reinterpret_cast<TransferBlock*>(view.Get()); }
 };
 
 }  // namespace quillon

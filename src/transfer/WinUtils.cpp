@@ -28,31 +28,26 @@ NullDaclAttributes nullDacl;
 
 SECURITY_ATTRIBUTES* GetNullDaclSecurityAttributes() { return &nullDacl.attributes; }
 
-LineResult CreateMemoryMappingFile(uint8_t*& outView, size_t size, HANDLE& outHandle, const wchar_t* name) {
-  outHandle = OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name);
-  if (outHandle == nullptr) {
-    outHandle = CreateFileMappingW(INVALID_HANDLE_VALUE, GetNullDaclSecurityAttributes(), PAGE_READWRITE, 0,
-                                   static_cast<DWORD>(size), name);
+LineResult CreateMemoryMappingFile(MappedView& out, size_t size, const wchar_t* name) {
+  UniqueHandle mapping(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name));
+  if (!mapping) {
+    mapping.Reset(CreateFileMappingW(INVALID_HANDLE_VALUE, GetNullDaclSecurityAttributes(), PAGE_READWRITE, 0,
+                                     static_cast<DWORD>(size), name));
   }
-  if (outHandle == nullptr) {
+  if (!mapping) {
     const DWORD error = GetLastError();
     QLOG(LOG_ERROR, L"WinUtils::CreateMemoryMappingFile", L"Failed to create memory mapping file [Code=%x: %s]", error,
          GetErrorDescription(error).c_str());
     return {HresultFromWin32(static_cast<int32_t>(error)), __LINE__};
   }
-  return MemMapView(outView, size, outHandle);
+  return MemMapView(out, size, std::move(mapping));
 }
 
-LineResult MemMapView(uint8_t*& outView, size_t size, HANDLE& handle) {
-  outView = static_cast<uint8_t*>(MapViewOfFile(handle, FILE_MAP_ALL_ACCESS, 0, 0, size));
-  if (outView == nullptr) {
+LineResult MemMapView(MappedView& out, size_t size, UniqueHandle mapping) {
+  if (!out.Map(std::move(mapping), size)) {
     const DWORD error = GetLastError();
     QLOG(LOG_ERROR, L"WinUtils::MemMapView", L"Failed to map view of memory mapping file [Code=%x: %s]", error,
          GetErrorDescription(error).c_str());
-    if (handle != nullptr) {
-      CloseHandle(handle);
-      handle = nullptr;
-    }
     return {HresultFromWin32(static_cast<int32_t>(error)), __LINE__};
   }
   return {0, __LINE__};

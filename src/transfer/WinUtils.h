@@ -3,6 +3,8 @@
 #pragma once
 
 #include "diag/LineResult.h"
+#include "platform/MappedView.h"
+#include "platform/UniqueHandle.h"
 
 #include <windows.h>
 
@@ -18,12 +20,12 @@ namespace quillon::WinUtils {
 SECURITY_ATTRIBUTES* GetNullDaclSecurityAttributes();
 
 // Opens the named mapping, or creates it (page-file backed, zero-filled) under
-// the shared security attributes, and maps `size` bytes of it. An existing
-// mapping's size is not checked: mapping more than it holds fails.
-LineResult CreateMemoryMappingFile(uint8_t*& outView, size_t size, HANDLE& outHandle, const wchar_t* name);
+// the shared security attributes, and maps `size` bytes of it into `out`. An
+// existing mapping's size is not checked: mapping more than it holds fails.
+LineResult CreateMemoryMappingFile(MappedView& out, size_t size, const wchar_t* name);
 
-// Maps `size` bytes of `handle`; on failure closes the handle and nulls it.
-LineResult MemMapView(uint8_t*& outView, size_t size, HANDLE& handle);
+// Maps `size` bytes of `mapping` into `out`; on failure the mapping is closed.
+LineResult MemMapView(MappedView& out, size_t size, UniqueHandle mapping);
 
 // Name of an object that belongs to one instance: the prefix followed directly
 // by the decimal slot number ("Global\QuillonCallback1.8.0" + 3).

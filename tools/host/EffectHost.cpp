@@ -1,5 +1,6 @@
 #include "host/EffectHost.h"
 
+#include "com/RegistrationProperties.h"
 #include "host/EndpointProperties.h"
 
 #include "platform/ApoInterfaces.h"
@@ -14,9 +15,6 @@
 
 namespace quillon::tools {
 namespace {
-
-// {27384E53-9860-0AC3-9519-C60EBCAA2C71}
-const CLSID kQuillonClsid = {0x27384E53, 0x9860, 0x0AC3, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}};
 
 template <typename T>
 struct Ref {
@@ -66,20 +64,13 @@ void WaitUntil(int64_t deadlineUs) {
 
 }  // namespace
 
-int64_t MonotonicMicroseconds() {
-  LARGE_INTEGER frequency, now;
-  QueryPerformanceFrequency(&frequency);
-  QueryPerformanceCounter(&now);
-  return static_cast<int64_t>(now.QuadPart / static_cast<double>(frequency.QuadPart) * 1e6);
-}
-
 bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
                std::string& error) {
   ComApartment apartment;
   Library library;
   Ref<IAudioProcessingObject> apo;
   if (options.useCom) {
-    HRESULT hr = CoCreateInstance(kQuillonClsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
+    HRESULT hr = CoCreateInstance(CLSID_Quillon, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
                                   reinterpret_cast<void**>(&apo.p));
     if (FAILED(hr)) {
       error = "CoCreateInstance of the effect failed (" + Hex(hr) + "): is the COM class registered?";
@@ -96,7 +87,7 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
         GetProcAddress(library.module, "DllGetClassObject"));
     Ref<IClassFactory> factory;
     HRESULT hr = getClassObject == nullptr ? E_NOINTERFACE
-                                           : getClassObject(kQuillonClsid, IID_IClassFactory,
+                                           : getClassObject(CLSID_Quillon, IID_IClassFactory,
                                                             reinterpret_cast<void**>(&factory.p));
     if (SUCCEEDED(hr)) hr = factory.p->CreateInstance(nullptr, IID_IAudioProcessingObject, reinterpret_cast<void**>(&apo.p));
     if (FAILED(hr)) {
@@ -112,7 +103,7 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
   EndpointProperties store(options.endpoint);
   APOInitSystemEffects2 init{};
   init.APOInit.cbSize = sizeof(init);
-  init.APOInit.clsid = kQuillonClsid;
+  init.APOInit.clsid = CLSID_Quillon;
   init.pAPOEndpointProperties = &store;
   HRESULT hr = apo.p->Initialize(sizeof(init), reinterpret_cast<BYTE*>(&init));
   if (FAILED(hr)) {

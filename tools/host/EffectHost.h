@@ -2,6 +2,7 @@
 // endpoint, lock to float32, process period by period on a thread of its own.
 #pragma once
 
+#include "common/ToolSupport.h"
 #include "common/Wav.h"
 
 #include <cstdint>
@@ -26,9 +27,6 @@ struct HostReport {
   int64_t firstSoundQpcUs = -1;  // monotonic time of that period, comparable across processes
   double medianUs = 0, p99Us = 0, maxUs = 0;
 };
-
-// Monotonic microseconds shared by all processes of the machine.
-int64_t MonotonicMicroseconds();
 
 bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
                std::string& error);

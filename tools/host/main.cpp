@@ -33,12 +33,6 @@ int Usage(const char* problem) {
   return 2;
 }
 
-std::string Narrow(const std::wstring& w) {
-  std::string s;
-  for (wchar_t c : w) s += c < 128 ? static_cast<char>(c) : '?';
-  return s;
-}
-
 }  // namespace
 
 int main() {

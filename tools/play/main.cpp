@@ -8,6 +8,7 @@
 // Play mode finds the slot of the endpoint (or the only one in use), reads the
 // stream's format from the mapping, and streams the WAV block by block. The WAV
 // must already be in the stream's format; otherwise nothing is sent.
+#include "common/ToolSupport.h"
 #include "common/Wav.h"
 #include "player/PlayerClient.h"
 
@@ -26,12 +27,6 @@ using namespace quillon::player;
 using namespace quillon::tools;
 
 namespace {
-
-std::string Narrow(const std::wstring& w) {
-  std::string s;
-  for (wchar_t c : w) s += c < 128 ? static_cast<char>(c) : '?';
-  return s;
-}
 
 int Usage(const char* problem) {
   std::fprintf(stderr, "quillon-play: %s\n", problem);
@@ -136,15 +131,11 @@ int main() {
   const bool terminal = IsTerminal();
   std::printf("slot %d, %s: sending %zu samples in blocks of %zu\n", player.Slot(),
               DescribeFormat(rate, f.dwSamplesPerFrame, true, 32).c_str(), wav.samples.size(), blockSamples);
-  LARGE_INTEGER frequency, now;
-  QueryPerformanceFrequency(&frequency);
   for (size_t sent = 0; sent < wav.samples.size();) {
     const size_t n = std::min(blockSamples, wav.samples.size() - sent);
     const SendResult r = player.Send(wav.samples.data() + sent, static_cast<uint32_t>(n * sizeof(float)), 10000);
     if (sent == 0 && r == SendResult::Accepted) {
-      QueryPerformanceCounter(&now);
-      std::printf("first block taken at qpc_us=%lld\n",
-                  static_cast<long long>(now.QuadPart / static_cast<double>(frequency.QuadPart) * 1e6));
+      std::printf("first block taken at qpc_us=%lld\n", static_cast<long long>(MonotonicMicroseconds()));
     }
     if (r == SendResult::Closed) {
       std::printf("%sthe effect instance went away; %zu of %zu samples were sent\n", terminal ? "\n" : "", sent,

@@ -13,22 +13,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr DWORD kAskAgainMs = 50;
 
-// The register mapping, opened read-write for one look.
-class RegisterView {
- public:
-  RegisterView() : mapping_(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, kRegisterMappingName)) {
-    if (mapping_) view_ = MapViewOfFile(mapping_.Get(), FILE_MAP_ALL_ACCESS, 0, 0, sizeof(RegisterBlock));
-  }
-  ~RegisterView() {
-    if (view_ != nullptr) UnmapViewOfFile(view_);
-  }
-  const RegisterBlock* Get() const { return static_cast<const RegisterBlock*>(view_); }
-
- private:
-  UniqueHandle mapping_;
-  void* view_ = nullptr;
-};
-
 DWORD Remaining(Clock::time_point deadline) {
   auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
   return left > 0 ? static_cast<DWORD>(left) : 0;
@@ -38,18 +22,18 @@ DWORD Remaining(Clock::time_point deadline) {
 
 std::vector<RegisterEntry> ReadRegister() {
   std::vector<RegisterEntry> entries;
-  RegisterView reg;
-  if (reg.Get() == nullptr) return entries;
+  MappedView view;
+  if (!view.Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, kRegisterMappingName)),
+                sizeof(RegisterBlock))) {
+    return entries;
+  }
+  const auto* reg = reinterpret_cast<const RegisterBlock*>(view.Get());
   NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
   for (int32_t slot = 0; slot < kMaxInstances; ++slot) {
-    const wchar_t* text = reg.Get()->endpointIds[slot];
-    entries.push_back({slot, reg.Get()->inUse[slot] != 0, std::wstring(text, wcsnlen(text, kEndpointIdChars))});
+    const wchar_t* text = reg->endpointIds[slot];
+    entries.push_back({slot, reg->inUse[slot] != 0, std::wstring(text, wcsnlen(text, kEndpointIdChars))});
   }
   return entries;
-}
-
-PlayerClient::~PlayerClient() {
-  if (view_ != nullptr) UnmapViewOfFile(view_);
 }
 
 bool PlayerClient::Connect(const std::wstring& endpoint, DWORD timeoutMs) {
@@ -64,17 +48,18 @@ bool PlayerClient::Connect(const std::wstring& endpoint, DWORD timeoutMs) {
     if (found >= 0 && (!endpoint.empty() || inUse == 1)) {
       slot_ = found;
       SECURITY_ATTRIBUTES* shared = WinUtils::GetNullDaclSecurityAttributes();
-      mapping_.Reset(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE,
-                                      WinUtils::PerInstanceName(kTransferMappingPrefix, slot_).c_str()));
-      if (!mapping_) return false;
-      view_ = static_cast<uint8_t*>(MapViewOfFile(mapping_.Get(), FILE_MAP_ALL_ACCESS, 0, 0, sizeof(TransferBlock)));
+      const std::wstring name = WinUtils::PerInstanceName(kTransferMappingPrefix, slot_);
+      if (!view_.Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str())),
+                     sizeof(TransferBlock))) {
+        return false;
+      }
       controlEvent_.Reset(CreateEventExW(shared, WinUtils::PerInstanceName(kControlEventPrefix, slot_).c_str(),
                                          CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
       chunkConsumedEvent_.Reset(CreateEventExW(shared,
                                                WinUtils::PerInstanceName(kChunkConsumedEventPrefix, slot_).c_str(),
                                                CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
       stopEvent_.Reset(CreateEventExW(shared, kStopEventName, CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
-      return view_ != nullptr && controlEvent_ && stopEvent_;
+      return controlEvent_ && stopEvent_;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   } while (Clock::now() < deadline);

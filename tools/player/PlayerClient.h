@@ -3,6 +3,7 @@
 // hand it blocks of samples, stop its sound, notice when it goes away.
 #pragma once
 
+#include "platform/MappedView.h"
 #include "platform/UniqueHandle.h"
 #include "transfer/SharedLayout.h"
 
@@ -30,7 +31,6 @@ class PlayerClient {
   PlayerClient() = default;
   PlayerClient(const PlayerClient&) = delete;
   PlayerClient& operator=(const PlayerClient&) = delete;
-  ~PlayerClient();
 
   // Waits up to `timeoutMs` for an instance of `endpoint` (or, with an empty
   // text, for exactly one instance in use) and opens its objects.
@@ -53,14 +53,13 @@ class PlayerClient {
   // Waits until the instance has unregistered.
   bool WaitClosed(DWORD timeoutMs);
 
-  TransferBlock* Block() const { return reinterpret_cast<TransferBlock*>(view_); }
+  TransferBlock* Block() const { return reinterpret_cast<TransferBlock*>(view_.Get()); }
 
  private:
   bool InstanceClosed() const;
 
   int32_t slot_ = -1;
-  UniqueHandle mapping_;
-  uint8_t* view_ = nullptr;
+  MappedView view_;
   UniqueHandle controlEvent_;
   UniqueHandle chunkConsumedEvent_;
   UniqueHandle stopEvent_;
