@@ -51,16 +51,6 @@ TEST_F(EntryPoints, FactoryReferenceCountsAndUnloading) {
   EXPECT_EQ(S_OK, dll.CanUnloadNow()) << "the unwanted factory was freed at once";
 }
 
-TEST_F(EntryPoints, FactoryArgumentChecks) {
-  ComPtr<IClassFactory> factory;
-  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
-  EXPECT_EQ(E_INVALIDARG, factory->QueryInterface(IID_IClassFactory, nullptr));
-  EXPECT_EQ(E_INVALIDARG, factory->CreateInstance(nullptr, IID_IAudioProcessingObject, nullptr));
-  void* ppv = reinterpret_cast<void*>(1);
-  EXPECT_EQ(E_NOINTERFACE, factory->QueryInterface(IID_IAudioProcessingObject, &ppv));
-  EXPECT_EQ(nullptr, ppv);
-}
-
 TEST_F(EntryPoints, LiveEffectsKeepTheLibrary) {
   ComPtr<IClassFactory> factory;
   ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));

@@ -71,18 +71,6 @@ TEST_F(LoggerTest, LineHasTheFixedPrefix) {
   EXPECT_EQ(now.wYear, std::stoi(m[1]));
 }
 
-TEST_F(LoggerTest, LabelsAndEmptyMessage) {
-  for (int32_t level = LOG_TRACE; level <= LOG_ERROR; ++level) QLOG_LINE(level, 1, L"A::B", L"");
-  std::vector<std::string> lines = LogLines();
-  ASSERT_EQ(5u, lines.size());
-  const char* labels[] = {"[# TRACE | ", "[# DEBUG | ", "[# INFO  | ", "[# WARNING | ", "[# ERROR | "};
-  for (size_t i = 0; i < 5; ++i) {
-    EXPECT_EQ(0u, lines[i].rfind(labels[i], 0)) << lines[i];
-    EXPECT_TRUE(lines[i].size() > 14 && lines[i].compare(lines[i].size() - 14, 14, "| A::B:1 |  #]") == 0)
-        << lines[i];
-  }
-}
-
 TEST_F(LoggerTest, Utf8WithoutByteOrderMarkAndWithoutLengthLimit) {
   QLOG(LOG_ERROR, L"A::B", L"caf\u00e9 \u20ac \u4e2d");
   std::wstring longText(100000, L'x');
@@ -236,29 +224,6 @@ TEST_F(LoggerTest, ConcurrentWritersAcrossProcessesLoseNothing) {
   EXPECT_EQ(static_cast<size_t>(kThreads * kPerThread + 2 * kPerProcess), total);
   EXPECT_EQ(total, seen.size()) << "no line twice";
   EXPECT_TRUE(seen.count("procA line 299") && seen.count("procB line 0") && seen.count("thread3 line 149"));
-}
-
-// With "LogLevel" at trace, a whole effect run through its interfaces leaves a
-// well-formed line for every kind of call the effect logs.
-TEST_F(LoggerTest, EffectRunAtTraceLevelLogsEveryCall) {
-  ScopedRegistryValue value(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel");
-  ASSERT_TRUE(value.SetString(L"trace"));
-  ChildProcess effect(L"quillon_effect_tests.exe",
-                      L"--gtest_filter=Rules/*:Lock/*:Locking.*:Negotiation/*:Initialize*:Aggregate.*");
-  ASSERT_EQ(0, effect.Wait(120000));
-
-  std::set<std::string> functions;
-  for (const std::string& line : LogLines()) {
-    std::smatch m;
-    ASSERT_TRUE(std::regex_match(line, m, kLinePattern)) << line;
-    functions.insert(m[1]);
-  }
-  for (const char* expected :
-       {"Quillon::Quillon", "Quillon::~Quillon", "Quillon::Initialize", "Quillon::IsInputFormatSupported",
-        "Quillon::LockForProcess", "Quillon::UnlockForProcess", "Quillon::LogFormat",
-        "QuillonAggregate::QuillonAggregate", "QuillonAggregate::~QuillonAggregate"}) {
-    EXPECT_TRUE(functions.count(expected)) << expected;
-  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Creation, Initialize, latency and the aggregate's identity and reference counts.
+// Initialize with each record the audio engine may pass, and what each gives.
 #include "support/EffectHarness.h"
 
 namespace quillon::test {
@@ -42,46 +42,6 @@ const InitCase kInitCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Initialize, InitializeSizes, ::testing::ValuesIn(kInitCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST(Initialize, FailedEndpointReadLeavesEndpointEmpty) {
-  EffectHarness h;
-  tools::EndpointProperties store(L"");
-  APOInitSystemEffects init{};
-  init.APOInit.cbSize = sizeof(init);
-  init.APOInit.clsid = QuillonRegistrationProperties().clsid;
-  init.pAPOEndpointProperties = &store;
-  EXPECT_EQ(S_OK, h.Apo()->Initialize(sizeof(init), reinterpret_cast<BYTE*>(&init)));
-  EXPECT_TRUE(h.Effect()->EndpointId().empty());
-}
-
-TEST(Latency, NoneOfItsOwn) {
-  EffectHarness h;
-  EXPECT_EQ(E_POINTER, h.Apo()->GetLatency(nullptr));
-  HNSTIME latency = -1;
-  EXPECT_EQ(S_OK, h.Apo()->GetLatency(&latency));
-  EXPECT_EQ(0, latency);
-}
-
-TEST(Lifecycle, NewEffectStartsUnregisteredWithUnityGain) {
-  EffectHarness h;
-  EXPECT_EQ(-1, QuillonTestAccess::InstanceIndex(h.Effect()));
-  EXPECT_EQ(1.0f, QuillonTestAccess::MicGain(h.Effect()));
-  EXPECT_EQ(0u, h.Effect()->ChunkSize());
-  EXPECT_EQ(S_OK, h.Apo()->Reset());
-}
-
-TEST(Lifecycle, RegistrationPropertiesCopy) {
-  EffectHarness h;
-  APO_REG_PROPERTIES* props = nullptr;
-  ASSERT_EQ(S_OK, h.Apo()->GetRegistrationProperties(&props));
-  EXPECT_TRUE(IsEqualCLSID(QuillonRegistrationProperties().clsid, props->clsid));
-  EXPECT_EQ(14u, static_cast<UINT32>(props->Flags));
-  EXPECT_STREQ(L"Quillon", props->szFriendlyName);
-  EXPECT_EQ(1u, props->u32MajorVersion);
-  EXPECT_EQ(8u, props->u32MinorVersion);
-  EXPECT_TRUE(IsEqualIID(IID_IAudioProcessingObject, props->iidAPOInterfaceList[0]));
-  CoTaskMemFree(props);
-}
 
 }  // namespace
 }  // namespace quillon::test

@@ -2,7 +2,6 @@
 #include "support/EffectHarness.h"
 
 #include <functional>
-#include <numeric>
 
 namespace quillon::test {
 namespace {
@@ -157,35 +156,6 @@ TEST(Mixing, QueueAcceptsBlocksOnlyBelowOneChunk) {
   EXPECT_EQ(kChunk - 1 + TransferBlock::kMaxSamples, QuillonTestAccess::Queued(h.Effect()));
 }
 
-TEST(Mixing, StopRequestDropsQueueAndSignalsEveryPeriod) {
-  HANDLE stopEvent = CreateEventW(nullptr, TRUE, FALSE, L"Global\\QuillonStopCallback1.8.0");
-  ASSERT_NE(nullptr, stopEvent);
-
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  TransferBlock* control = QuillonTestAccess::Control(h.Effect());
-  ASSERT_NE(nullptr, control);
-  const std::vector<float> mic = Mic(kPeriod);
-  h.Process(mic);
-  ASSERT_TRUE(h.Accept(SoundBlock(3 * kChunk)));
-
-  control->stopRequest = 1;
-  for (int period = 0; period < 3; ++period) {
-    EXPECT_EQ(mic, h.Process(mic)) << "queued sound must be dropped";
-    EXPECT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(stopEvent, 0)) << "period " << period;
-    ResetEvent(stopEvent);
-  }
-  EXPECT_EQ(0u, QuillonTestAccess::Queued(h.Effect()));
-
-  // Once the player clears the flag, new sound plays from the start of a chunk.
-  control->stopRequest = 0;
-  ASSERT_TRUE(h.Accept(SoundBlock(kPeriod, 500)));
-  std::vector<float> out = h.Process(mic);
-  EXPECT_FLOAT_EQ(Sound(500) + mic[0], out[0]);
-  EXPECT_NE(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(stopEvent, 0));
-  CloseHandle(stopEvent);
-}
-
 // Real engines vary the frame count within one lock period. Whatever arrives,
 // nothing outside the connection buffers or the chunk is touched, and the
 // received sound still comes out in order, sample for sample.
@@ -216,18 +186,6 @@ TEST(Mixing, VaryingFrameCountStaysInBoundsAndKeepsSoundInOrder) {
   }
   ASSERT_EQ(total, sound.size());
   for (size_t k = 0; k < total; ++k) ASSERT_FLOAT_EQ(Sound(k), sound[k]) << "sample " << k;
-}
-
-TEST(Mixing, ChunkIsSizedAnewInEveryLockPeriod) {
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, 480));
-  h.Process(std::vector<float>(kChannels * 480, 0.0f));
-  EXPECT_EQ(8u * 480 * kChannels, h.Effect()->ChunkSize());
-  ASSERT_EQ(S_OK, h.Unlock());
-  EXPECT_EQ(0u, h.Effect()->ChunkSize());
-  ASSERT_EQ(S_OK, h.Lock(kChannels, 240));
-  h.Process(std::vector<float>(kChannels * 240, 0.0f));
-  EXPECT_EQ(8u * 240 * kChannels, h.Effect()->ChunkSize());
 }
 
 }  // namespace

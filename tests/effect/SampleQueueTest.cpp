@@ -9,22 +9,6 @@
 namespace quillon {
 namespace {
 
-TEST(SampleQueueTest, PushPopAcrossTheRingEnd) {
-  SampleQueue q;
-  ASSERT_TRUE(q.Reserve(10));
-  std::vector<float> data = {1, 2, 3, 4, 5, 6, 7};
-  ASSERT_TRUE(q.Push(data.data(), 7));
-  float out[10] = {};
-  EXPECT_EQ(5u, q.Pop(out, 5));
-  ASSERT_TRUE(q.Push(data.data(), 7));  // wraps around the end of the storage
-  EXPECT_FALSE(q.Push(data.data(), 2)) << "9 queued, room for 1";
-  EXPECT_EQ(9u, q.Size());
-  EXPECT_EQ(9u, q.Pop(out, 10));
-  const float expected[] = {6, 7, 1, 2, 3, 4, 5, 6, 7};
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(expected[i], out[i]);
-  EXPECT_EQ(0u, q.Pop(out, 10));
-}
-
 TEST(SampleQueueTest, StorageIsReplacedOnlyWhileEmpty) {
   SampleQueue q;
   ASSERT_TRUE(q.Reserve(4));
