@@ -168,6 +168,14 @@ TEST_F(DeviceEffectAnswers, SilentInputDiscardsTheDeviceOutput) {
   EXPECT_EQ(std::vector<float>(8, 0.25f), h_->Process(std::vector<float>(8, 0.5f)));
 }
 
+TEST_F(DeviceEffectAnswers, RepeatedInitializeLeavesNoDeviceEffectBehind) {
+  ASSERT_EQ(S_OK, h_->Initialize());
+  h_.reset();
+  apo_ = ComPtr<IAudioProcessingObject>();
+  CoFreeUnusedLibrariesEx(0, 0);
+  EXPECT_EQ(nullptr, GetModuleHandleW(L"quillon_test_device_effect.dll")) << "a device effect is still alive";
+}
+
 // The COM runtime loads the library from the class key an installer writes,
 // and unloads it only once every object is released.
 TEST(ComRuntime, CreatesAWorkingEffectAndUnloadsWhenReleased) {
