@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <cstdio>
 #include <string>
 
 namespace quillon::test {
@@ -35,10 +36,23 @@ class ChildProcess {
       startup.hStdError = output;
       startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     }
-    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, 0, nullptr,
-                              nullptr, &startup, &info_) != FALSE;
+    // A failed start is tried twice more, then reported with its error: one
+    // clean-clone run saw a helper program not come up at all, once.
+    DWORD error = 0;
+    for (int attempt = 0; attempt < 3 && !started_; ++attempt) {
+      if (attempt > 0) Sleep(200);
+      started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, 0,
+                                nullptr, nullptr, &startup, &info_) != FALSE;
+      if (!started_) error = GetLastError();
+    }
     if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
-    if (started_) CloseHandle(info_.hThread);
+    if (started_) {
+      CloseHandle(info_.hThread);
+    } else {
+      std::string text = "cannot start ";
+      for (wchar_t c : command) text += c < 128 ? static_cast<char>(c) : '?';
+      std::fputs((text + ": error " + std::to_string(error) + "\n").c_str(), stderr);
+    }
   }
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
