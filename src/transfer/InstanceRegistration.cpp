@@ -8,7 +8,6 @@
 #include "transfer/MemMappingRegister.h"
 #include "transfer/WinUtils.h"
 
-#include <cstring>
 #include <system_error>
 
 namespace quillon {
@@ -27,7 +26,7 @@ void Quillon::RegisterApoInstanceInMemMapping(const UNCOMPRESSEDAUDIOFORMAT& out
   if (!memMappingRegister) memMappingRegister = std::make_unique<MemMappingRegister>();
   controlView = nullptr;
 
-  LineResult result = memMappingRegister->RegisterApo(endpointId);
+  LineResult result = memMappingRegister->RegisterApo(endpointId, outputFormat);
   if (!result.Ok()) {
     // No events and no threads: this lock period receives no sound.
     QLOG(LOG_ERROR, kFunction, L"Cannot register APO instance [Code=%x: %s]", result.code,
@@ -39,7 +38,6 @@ void Quillon::RegisterApoInstanceInMemMapping(const UNCOMPRESSEDAUDIOFORMAT& out
   instanceIndex = memMappingRegister->Slot();
   controlView = memMappingRegister->Control();
   instanceName = Format(L"APO[%d]%s", instanceIndex, endpointId.c_str()).Data();
-  std::memcpy(&controlView->Block()->format, &outputFormat, sizeof(outputFormat));
 
   SECURITY_ATTRIBUTES* shared = WinUtils::GetNullDaclSecurityAttributes();
   chunkConsumedEvent.Reset(CreateSlotEvent(kChunkConsumedEventPrefix, instanceIndex, shared));

@@ -4,6 +4,7 @@
 #include "transfer/NamedMutex.h"
 #include "transfer/WinUtils.h"
 
+#include <cstring>
 #include <cwchar>
 
 namespace quillon {
@@ -21,7 +22,7 @@ MemMappingRegister::~MemMappingRegister() {
   if (static_cast<uint32_t>(slot) < static_cast<uint32_t>(kMaxInstances)) Register()->inUse[slot] = 0;
 }
 
-LineResult MemMappingRegister::RegisterApo(const std::wstring& endpointId) {
+LineResult MemMappingRegister::RegisterApo(const std::wstring& endpointId, const UNCOMPRESSEDAUDIOFORMAT& format) {
   constexpr const wchar_t* kFunction = L"MemMappingRegister::RegisterApo";
   NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
   if (!view) {
@@ -47,6 +48,8 @@ LineResult MemMappingRegister::RegisterApo(const std::wstring& endpointId) {
     slot = -1;
     return result;
   }
+  // The format first: a player treats a slot as ready once it is in use.
+  std::memcpy(&transfer.Block()->format, &format, sizeof(format));
   reg->inUse[slot] = 1;
   reg->slotWordA[slot] = kSlotWordA;
   reg->slotWordB[slot] = kSlotWordB;

@@ -20,9 +20,11 @@ class MemMappingRegister {
   MemMappingRegister(const MemMappingRegister&) = delete;
   MemMappingRegister& operator=(const MemMappingRegister&) = delete;
 
-  // Claims the lowest free slot for `endpointId` and creates its transfer
-  // mapping. Code 1 when the register is missing or full.
-  LineResult RegisterApo(const std::wstring& endpointId);
+  // Claims the lowest free slot for `endpointId`, creates its transfer mapping
+  // and copies the stream's `format` into it before the slot is marked in
+  // use, so that a player never sees a slot in use without a format. Code 1
+  // when the register is missing or full.
+  LineResult RegisterApo(const std::wstring& endpointId, const UNCOMPRESSEDAUDIOFORMAT& format);
 
   int32_t Slot() const { return slot; }
   TransferMapping* Control() { return transfer.view ? &transfer : nullptr; }
