@@ -21,7 +21,9 @@ class ChildProcess {
   // Starts `program` with `arguments`; a program given without a folder is the
   // one beside the test executable.
   // With `outputFile`, the program's standard output and error go to that file.
-  ChildProcess(const std::wstring& program, const std::wstring& arguments, const std::wstring& outputFile = L"") {
+  // `flags` are CreateProcess's creation flags.
+  ChildProcess(const std::wstring& program, const std::wstring& arguments, const std::wstring& outputFile = L"",
+               DWORD flags = 0) {
     const bool hasFolder = program.find_first_of(L"\\/") != std::wstring::npos;
     std::wstring command = L"\"" + (hasFolder ? L"" : ExecutableFolder()) + program + L"\" " + arguments;
     STARTUPINFOW startup{};
@@ -36,15 +38,9 @@ class ChildProcess {
       startup.hStdError = output;
       startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     }
-    // A failed start is tried twice more, then reported with its error: one
-    // clean-clone run saw a helper program not come up at all, once.
-    DWORD error = 0;
-    for (int attempt = 0; attempt < 3 && !started_; ++attempt) {
-      if (attempt > 0) Sleep(200);
-      started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, 0,
-                                nullptr, nullptr, &startup, &info_) != FALSE;
-      if (!started_) error = GetLastError();
-    }
+    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, flags,
+                              nullptr, nullptr, &startup, &info_) != FALSE;
+    const DWORD error = started_ ? 0 : GetLastError();
     if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
     if (started_) {
       CloseHandle(info_.hThread);
@@ -65,12 +61,26 @@ class ChildProcess {
 
   bool Started() const { return started_; }
   HANDLE Handle() const { return info_.hProcess; }
+  DWORD Id() const { return info_.dwProcessId; }
   // Waits at most `timeoutMs`; returns the exit code, or -1 when it did not end in time.
   long Wait(DWORD timeoutMs = 30000) {
     if (!started_ || WaitForSingleObject(info_.hProcess, timeoutMs) != WAIT_OBJECT_0) return -1;
     DWORD code = 0;
     GetExitCodeProcess(info_.hProcess, &code);
     return static_cast<long>(code);
+  }
+  // Delivers a console control event (CTRL_C_EVENT, CTRL_CLOSE_EVENT...) the
+  // way the console host does: a thread of the program's own at CtrlRoutine,
+  // which runs its handlers. (kernelbase sits at the same address in every process.)
+  bool Interrupt(DWORD ctrlEvent = CTRL_C_EVENT) {
+    auto routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
+        GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine"));
+    if (!started_ || routine == nullptr) return false;
+    HANDLE thread = CreateRemoteThread(info_.hProcess, nullptr, 0, routine,
+                                       reinterpret_cast<void*>(static_cast<ULONG_PTR>(ctrlEvent)), 0, nullptr);
+    if (thread == nullptr) return false;
+    CloseHandle(thread);
+    return true;
   }
   void Kill() {
     if (started_) TerminateProcess(info_.hProcess, 99);

@@ -51,16 +51,17 @@ bool ReadWav(const std::wstring& path, WavData& wav, std::string& error) {
   const uint8_t* data = nullptr;
   size_t dataBytes = 0;
   for (size_t pos = 12; pos + 8 <= bytes.size();) {
-    const uint32_t size = U32(&bytes[pos + 4]);
-    const uint8_t* body = &bytes[pos + 8];
+    const uint32_t size = U32(bytes.data() + pos + 4);
+    // A chunk may end the file with an empty body: point at it, never index past the end.
+    const uint8_t* body = bytes.data() + pos + 8;
     const size_t available = std::min<size_t>(size, bytes.size() - pos - 8);
-    if (std::memcmp(&bytes[pos], "fmt ", 4) == 0 && available >= 16) {
+    if (std::memcmp(bytes.data() + pos, "fmt ", 4) == 0 && available >= 16) {
       format = U16(body);
       wav.channels = U16(body + 2);
       wav.rate = U32(body + 4);
       wav.bitsPerSample = U16(body + 14);
       if (format == kFormatExtensible && available >= 26) format = U16(body + 24);  // first two bytes of the subformat
-    } else if (std::memcmp(&bytes[pos], "data", 4) == 0) {
+    } else if (std::memcmp(bytes.data() + pos, "data", 4) == 0) {
       data = body;
       dataBytes = available;
     }

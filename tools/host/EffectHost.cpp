@@ -64,6 +64,10 @@ void WaitUntil(int64_t deadlineUs) {
 
 }  // namespace
 
+uint32_t FramesPerPeriod(uint32_t rate, double periodMs) {
+  return static_cast<uint32_t>(std::lround(rate * periodMs / 1000.0));
+}
+
 bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
                std::string& error) {
   ComApartment apartment;
@@ -112,7 +116,11 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
   }
 
   const uint32_t channels = input.channels;
-  const uint32_t frames = static_cast<uint32_t>(std::lround(input.rate * options.periodMs / 1000.0));
+  const uint32_t frames = FramesPerPeriod(input.rate, options.periodMs);
+  if (frames == 0) {
+    error = "a period of " + std::to_string(options.periodMs) + " ms is shorter than one frame";
+    return false;
+  }
   Ref<IAudioMediaType> format, accepted;
   CreateAudioMediaType(MakeFloatFormat(channels, static_cast<float>(input.rate)), &format.p);
   hr = apo.p->IsInputFormatSupported(format.p, format.p, &accepted.p);
@@ -154,6 +162,10 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
     const int64_t start = MonotonicMicroseconds();
     const double periodUs = options.periodMs * 1000.0 / (options.speed > 0 ? options.speed : 1.0);
     for (size_t p = 0; p < periods; ++p) {
+      if (options.interrupt != nullptr && WaitForSingleObject(options.interrupt, 0) == WAIT_OBJECT_0) {
+        report.interrupted = true;
+        break;
+      }
       if (options.speed > 0) WaitUntil(start + static_cast<int64_t>(p * periodUs));
       const size_t offset = p * period;
       const size_t available = offset < input.samples.size() ? std::min(period, input.samples.size() - offset) : 0;

@@ -5,6 +5,8 @@
 #include "common/ToolSupport.h"
 #include "common/Wav.h"
 
+#include <windows.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -18,16 +20,24 @@ struct HostOptions {
   double periodMs = 10.0;
   double speed = 1.0;    // multiple of real time; 0 = as fast as possible
   double tailMs = 0.0;   // extra silent periods after the input ends
+  HANDLE interrupt = nullptr;  // when set, processing stops after the current period
 };
 
 struct HostReport {
   int periods = 0;
+  bool interrupted = false;
   int periodsWithSound = 0;   // periods whose output differs from their input
   int firstSoundPeriod = -1;
   int64_t firstSoundQpcUs = -1;  // monotonic time of that period, comparable across processes
   double medianUs = 0, p99Us = 0, maxUs = 0;
 };
 
+// Frames in one processing period of `periodMs` at `rate`; 0 when the period
+// is shorter than a frame.
+uint32_t FramesPerPeriod(uint32_t rate, double periodMs);
+
+// Creates, initialises, locks and runs the effect over `input`, then unlocks
+// and releases it, on every path after the lock (an interrupt included).
 bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
                std::string& error);
 

@@ -10,6 +10,7 @@
 // and channel count, locks, and calls APOProcess period by period on a thread
 // of its own at real-time pace (or `--speed` times it; 0 = as fast as possible).
 // Without --in it processes silence for --seconds.
+#include "common/ConsoleInterrupt.h"
 #include "common/Wav.h"
 #include "host/EffectHost.h"
 
@@ -74,7 +75,13 @@ int main() {
     }
   }
   if (outPath.empty()) return Usage("--out is required");
-  if (options.periodMs <= 0 || options.speed < 0) return Usage("--period-ms must be positive and --speed not negative");
+  // Written so that a value that is not a number (NaN) is refused too.
+  if (!(options.speed >= 0) || !(seconds >= 0) || !(options.tailMs >= 0)) {
+    return Usage("--speed, --seconds and --tail-ms must not be negative");
+  }
+  if (!(options.periodMs > 0) || !(options.periodMs <= 1000)) {
+    return Usage("--period-ms must be above 0 and at most 1000");
+  }
 
   WavData input;
   if (!inPath.empty()) {
@@ -89,12 +96,24 @@ int main() {
     input.samples.assign(static_cast<size_t>(seconds * rate) * channels, 0.0f);
   }
 
+  if (FramesPerPeriod(input.rate, options.periodMs) == 0) {
+    return Usage(("a period of " + std::to_string(options.periodMs) + " ms is shorter than one frame at " +
+                  std::to_string(input.rate) + " Hz")
+                     .c_str());
+  }
+
+  ConsoleInterrupt interrupt;
+  options.interrupt = interrupt.Event();
   HostReport report;
   std::vector<float> output;
   std::string error;
   if (!RunEffect(options, input, output, report, error)) {
     std::fprintf(stderr, "quillon-host: %s\n", error.c_str());
     return 1;
+  }
+  if (report.interrupted) {
+    std::printf("interrupted after %d periods; the effect was unlocked and released\n", report.periods);
+    return kExitInterrupted;
   }
   if (!WriteWav(outPath, input.rate, input.channels, output)) {
     std::fprintf(stderr, "quillon-host: cannot write %s\n", Narrow(outPath).c_str());

@@ -8,6 +8,7 @@
 // Play mode finds the slot of the endpoint (or the only one in use), reads the
 // stream's format from the mapping, and streams the WAV block by block. The WAV
 // must already be in the stream's format; otherwise nothing is sent.
+#include "common/ConsoleInterrupt.h"
 #include "common/ToolSupport.h"
 #include "common/Wav.h"
 #include "player/PlayerClient.h"
@@ -87,6 +88,7 @@ int main() {
     }
   }
   if (!stop && file.empty()) return Usage("a WAV file, --stop or --list is required");
+  if (!(blockMs > 0) || !(waitSeconds >= 0)) return Usage("--block-ms must be positive and --wait not negative");
 
   WavData wav;
   if (!stop) {
@@ -95,16 +97,26 @@ int main() {
       std::fprintf(stderr, "quillon-play: cannot read %s: %s\n", Narrow(file).c_str(), error.c_str());
       return 1;
     }
+    if (wav.samples.size() < wav.channels) {
+      std::fprintf(stderr, "quillon-play: %s holds no sound. Nothing was sent.\n", Narrow(file).c_str());
+      return 1;
+    }
   }
 
-  PlayerClient player;
-  if (!player.Connect(endpoint, static_cast<DWORD>(waitSeconds * 1000))) {
-    std::fprintf(stderr, "quillon-play: no effect instance %s%s is running\n",
-                 endpoint.empty() ? "(exactly one)" : "for endpoint ", Narrow(endpoint).c_str());
+  ConsoleInterrupt interrupt;
+  PlayerClient player(interrupt.Event());
+  const DWORD waitMs = static_cast<DWORD>(waitSeconds * 1000);
+  const PlayerStatus connected = player.Connect(endpoint, waitMs);
+  if (connected == PlayerStatus::Interrupted) return kExitInterrupted;
+  if (connected != PlayerStatus::Ok) {
+    std::fprintf(stderr, "quillon-play: %s%s%s\n", player.Explain(connected).c_str(),
+                 endpoint.empty() ? "" : ": ", Narrow(endpoint).c_str());
     return 1;
   }
   if (stop) {
-    if (!player.Stop(5000)) {
+    const PlayerStatus s = player.Stop(5000);
+    if (s == PlayerStatus::Interrupted) return kExitInterrupted;
+    if (s != PlayerStatus::Ok) {
       std::fprintf(stderr, "quillon-play: the effect did not answer the stop request\n");
       return 1;
     }
@@ -114,42 +126,44 @@ int main() {
 
   const UNCOMPRESSEDAUDIOFORMAT f = player.Format();
   const uint32_t rate = static_cast<uint32_t>(std::lround(f.fFramesPerSecond));
-  if (!wav.isFloat || wav.bitsPerSample != 32 || wav.rate != rate || wav.channels != f.dwSamplesPerFrame) {
+  const uint32_t channels = player.Channels();
+  if (!wav.isFloat || wav.bitsPerSample != 32 || wav.rate != rate || wav.channels != channels) {
     std::fprintf(stderr,
                  "quillon-play: %s is %s, but the stream is %s.\n"
                  "Convert it first, for example:\n  sox \"%s\" -e floating-point -b 32 -r %u -c %u converted.wav\n"
                  "Nothing was sent.\n",
                  Narrow(file).c_str(), DescribeFormat(wav.rate, wav.channels, wav.isFloat, wav.bitsPerSample).c_str(),
-                 DescribeFormat(rate, f.dwSamplesPerFrame, true, 32).c_str(), Narrow(file).c_str(), rate,
-                 static_cast<unsigned>(f.dwSamplesPerFrame));
+                 DescribeFormat(rate, channels, true, 32).c_str(), Narrow(file).c_str(), rate, channels);
     return 1;
   }
 
-  const size_t blockSamples = std::min<size_t>(
-      TransferBlock::kMaxSamples,
-      std::max<size_t>(1, static_cast<size_t>(rate * blockMs / 1000.0)) * f.dwSamplesPerFrame);
+  // Whole frames only: a partial last frame is dropped, and every block holds
+  // whole frames, so that a short queue never shifts the channels.
+  const size_t total = wav.samples.size() - wav.samples.size() % channels;
+  const size_t blockFrames = std::max<size_t>(1, static_cast<size_t>(rate * blockMs / 1000.0));
+  const size_t blockSamples = std::min(player.MaxBlockSamples(), blockFrames * channels);
   const bool terminal = IsTerminal();
   std::printf("slot %d, %s: sending %zu samples in blocks of %zu\n", player.Slot(),
-              DescribeFormat(rate, f.dwSamplesPerFrame, true, 32).c_str(), wav.samples.size(), blockSamples);
-  for (size_t sent = 0; sent < wav.samples.size();) {
-    const size_t n = std::min(blockSamples, wav.samples.size() - sent);
-    const SendResult r = player.Send(wav.samples.data() + sent, static_cast<uint32_t>(n * sizeof(float)), 10000);
-    if (sent == 0 && r == SendResult::Accepted) {
-      std::printf("first block taken at qpc_us=%lld\n", static_cast<long long>(MonotonicMicroseconds()));
+              DescribeFormat(rate, channels, true, 32).c_str(), total, blockSamples);
+  for (size_t sent = 0; sent < total;) {
+    const size_t n = std::min(blockSamples, total - sent);
+    const PlayerStatus s =
+        interrupt.Raised() ? PlayerStatus::Interrupted : player.Send(wav.samples.data() + sent, n, std::max<DWORD>(waitMs, 1000));
+    if (s == PlayerStatus::Interrupted) {
+      player.Abandon();
+      std::printf("%sinterrupted: %zu of %zu samples were sent, the rest was dropped\n", terminal ? "\n" : "", sent,
+                  total);
+      return kExitInterrupted;
     }
-    if (r == SendResult::Closed) {
-      std::printf("%sthe effect instance went away; %zu of %zu samples were sent\n", terminal ? "\n" : "", sent,
-                  wav.samples.size());
-      return 0;
-    }
-    if (r != SendResult::Accepted) {
-      std::fprintf(stderr, "%squillon-play: the effect did not take a block (%s)\n", terminal ? "\n" : "",
-                   r == SendResult::MutexBusy ? "transfer mutex busy" : "timed out");
+    if (s != PlayerStatus::Ok) {
+      std::fprintf(stderr, "%squillon-play: %s; %zu of %zu samples were sent\n", terminal ? "\n" : "",
+                   player.Explain(s).c_str(), sent, total);
       return 1;
     }
+    if (sent == 0) std::printf("first block taken at qpc_us=%lld\n", static_cast<long long>(MonotonicMicroseconds()));
     sent += n;
-    if (terminal) Progress(sent, wav.samples.size());
+    if (terminal) Progress(sent, total);
   }
-  std::printf("%sdone: %zu samples sent\n", terminal ? "\n" : "", wav.samples.size());
+  std::printf("%sdone: %zu samples sent\n", terminal ? "\n" : "", total);
   return 0;
 }
