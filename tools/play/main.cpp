@@ -160,7 +160,11 @@ int main() {
                    player.Explain(s).c_str(), sent, total);
       return 1;
     }
-    if (sent == 0) std::printf("first block taken at qpc_us=%lld\n", static_cast<long long>(MonotonicMicroseconds()));
+    if (sent == 0) {
+      // Watched by other programs (the demo, the tests) while the sound plays.
+      std::printf("first block taken at qpc_us=%lld\n", static_cast<long long>(MonotonicMicroseconds()));
+      std::fflush(stdout);
+    }
     sent += n;
     if (terminal) Progress(sent, total);
   }
