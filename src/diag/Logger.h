@@ -42,6 +42,9 @@ class Logger {
   // The singleton, initialised on first use: log folder checked, threshold read from the registry.
   static Logger& Instance();
 
+  // Whether a line of `level` is written now.
+  static bool Enabled(int32_t level) { return level >= Instance().Level(); }
+
   // Writes one line when `level` is not below the threshold.
   static void Log(int32_t level, uint32_t line, const wchar_t* function, const wchar_t* format, ...);
 
@@ -63,5 +66,13 @@ class Logger {
 
 }  // namespace quillon
 
-#define QLOG_LINE(level, line, function, ...) ::quillon::Logger::Log((level), (line), (function), __VA_ARGS__)
+// The arguments are evaluated only for a line that will be written, so that an
+// error description (FormatMessage, whose buffer is never released) costs
+// nothing on a line below the threshold.
+#define QLOG_LINE(level, line, function, ...)                                          \
+  do {                                                                                 \
+    if (::quillon::Logger::Enabled(level)) {                                           \
+      ::quillon::Logger::Log((level), (line), (function), __VA_ARGS__);               \
+    }                                                                                  \
+  } while (false)
 #define QLOG(level, function, ...) QLOG_LINE((level), __LINE__, (function), __VA_ARGS__)

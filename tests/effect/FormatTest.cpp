@@ -1,5 +1,7 @@
 // Format negotiation and the lock checks, with their exact codes.
+#include "diag/Logger.h"
 #include "support/EffectHarness.h"
+
 
 namespace quillon::test {
 namespace {
@@ -125,6 +127,35 @@ const LockCase kLockCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Lock, LockChecks, ::testing::ValuesIn(kLockCases),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// The audio engine may ask again and again; a refusal logged below the level
+// must not cost memory (its error text is never made).
+TEST(InputFormatQueries, RefusalsBelowTheLogLevelLeaveMemoryAlone) {
+  ASSERT_EQ(LOG_ERROR, Logger::Instance().Level());
+  EffectHarness h;
+  ComPtr<IAudioMediaType> requested = Media(Pcm16(2, 44100));
+  // Bytes in use on the process heap, where FormatMessage's buffers go. (Wine
+  // does not count private bytes, so they cannot show a leak here.)
+  auto heapBytes = [] {
+    SIZE_T busy = 0;
+    PROCESS_HEAP_ENTRY entry{};
+    HeapLock(GetProcessHeap());
+    while (HeapWalk(GetProcessHeap(), &entry)) {
+      if (entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) busy += entry.cbData;
+    }
+    HeapUnlock(GetProcessHeap());
+    return busy;
+  };
+  const SIZE_T before = heapBytes();
+  for (int i = 0; i < 200000; ++i) {
+    ComPtr<IAudioMediaType> supported;
+    ASSERT_EQ(S_FALSE, h.Apo()->IsInputFormatSupported(nullptr, requested.Get(), supported.Put()));
+  }
+  const SIZE_T after = heapBytes();
+  const SIZE_T grown = after > before ? after - before : 0;
+  std::printf("[ memory   ] 200000 refused queries grew the process heap by %zu bytes\n", static_cast<size_t>(grown));
+  EXPECT_LT(grown, 1u << 20);
+}
 
 TEST(Locking, LockTwiceAndUnlockTwice) {
   EffectHarness h;
