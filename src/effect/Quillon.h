@@ -103,6 +103,7 @@ class Quillon : public BaseAudioProcessingObject, public IAudioSystemEffects {
   UniqueHandle chunkConsumedEvent;
   std::unique_ptr<MemMappingRegister> memMappingRegister;
   UniqueHandle controlCallbackEvent;
+  UniqueHandle stopEvent;  // shared by every instance; opened at registration, set by the real-time routine
   UniqueHandle configChangedEvent;
   std::thread soundReceiverThread;
   std::atomic<bool> receiverRunning{false};

@@ -6,6 +6,7 @@
 #include "diag/Logger.h"
 
 #include <algorithm>
+#include <new>
 
 namespace quillon {
 namespace {
@@ -81,6 +82,12 @@ HRESULT Quillon::LockForProcess(UINT32 u32NumInputConnections, APO_CONNECTION_DE
   maxFramesPerPeriod = std::min(inputMaxFrameCount_, outputMaxFrameCount_);
 
   RegisterApoInstanceInMemMapping(format);
+  // The chunk is made here, never on the real-time thread: zeroed room for
+  // eight of the longest periods. The first period sets how much of it a chunk uses.
+  chunkBuffer.reset(new (std::nothrow) float[kPeriodsPerChunk * size_t{maxFramesPerPeriod} * samplesPerFrame_]());
+  chunkSize.store(0, std::memory_order_release);
+  chunkPos = 0;
+  chunkActive = false;
   QLOG(LOG_TRACE, kFunction, L"LockForProcess finished successfully");
   return hr;
 }

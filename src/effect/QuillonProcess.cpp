@@ -1,6 +1,6 @@
 // The real-time routine: runs once per processing period on the audio engine's
 // real-time thread. It takes no lock, waits on nothing, logs nothing and
-// allocates only the chunk buffer, once per lock period.
+// allocates nothing: the chunk buffer and the stop event are made at lock time.
 #include "effect/Quillon.h"
 
 #include "effect/RealTime.h"
@@ -8,17 +8,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 namespace quillon {
 namespace {
-
-// Tells the player application that its sound was stopped.
-QUILLON_RT_CODE void SignalStop() {
-  const UniqueHandle event(CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), kStopEventName,
-                                          CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
-  if (event) SetEvent(event.Get());
-}
 
 QUILLON_RT_CODE bool StopRequested(const TransferMapping* control) {
   if (control == nullptr || !control->view) return false;
@@ -68,18 +60,17 @@ QUILLON_RT_CODE void Quillon::APOProcess(UINT32 u32NumInputConnections, APO_CONN
 // Returns whether received sound was mixed.
 QUILLON_RT_CODE bool Quillon::MixReceivedSound(float* work, size_t samples) {
   uint32_t chunk = chunkSize.load(std::memory_order_relaxed);
-  if (chunk == 0 && samples > 0) {
-    // First period of the lock period: one chunk holds eight periods.
-    chunkBuffer.reset(new (std::nothrow) float[kPeriodsPerChunk * samples]());
-    if (chunkBuffer) {
-      chunk = static_cast<uint32_t>(kPeriodsPerChunk * samples);
-      chunkSize.store(chunk, std::memory_order_release);
-    }
+  if (chunk == 0 && samples > 0 && chunkBuffer) {
+    // First period of the lock period: one chunk holds eight periods (the
+    // buffer, made at lock time, has room for eight of the longest).
+    chunk = static_cast<uint32_t>(kPeriodsPerChunk * samples);
+    chunkSize.store(chunk, std::memory_order_release);
   }
   if (chunk == 0) return false;  // empty period, or no chunk could be had
 
   if (StopRequested(controlView)) {
-    SignalStop();
+    // Tells the player application that its sound was stopped.
+    if (stopEvent) SetEvent(stopEvent.Get());
     pendingSamples.Clear();
     chunkPos = 0;
   }

@@ -44,6 +44,7 @@ void Quillon::RegisterApoInstanceInMemMapping(const UNCOMPRESSEDAUDIOFORMAT& out
   if (chunkConsumedEvent) SetEvent(chunkConsumedEvent.Get());  // the receiver looks at the mapping once at start
   controlCallbackEvent.Reset(CreateSlotEvent(kControlEventPrefix, instanceIndex, shared));
   configChangedEvent.Reset(CreateSlotEvent(kConfigChangedEventPrefix, instanceIndex, nullptr));
+  stopEvent.Reset(CreateEventExW(shared, kStopEventName, CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
 
   QLOG(LOG_DEBUG, kFunction, L"Registered APO instance with ID=%d", instanceIndex);
   try {
@@ -91,6 +92,7 @@ void Quillon::UnregisterApoInstanceInMemMapping() {
     QLOG(LOG_TRACE, kFunction, L"Unregister APO instance completed");
   }
   controlView = nullptr;
+  stopEvent.Reset();
   // Sound left over from this lock period is not played in the next one.
   pendingSamples.Reset();
   chunkBuffer.reset();
