@@ -21,9 +21,10 @@ class UniqueHandle {
   ~UniqueHandle() { Reset(); }
 
   HANDLE Get() const { return handle_; }
-  explicit operator bool() const { return handle_ != nullptr; }
+  // Kernel calls fail with null or with INVALID_HANDLE_VALUE (files): neither is a handle.
+  explicit operator bool() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
   void Reset(HANDLE handle = nullptr) {
-    if (handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
+    if (*this) CloseHandle(handle_);
     handle_ = handle;
   }
 
