@@ -13,9 +13,10 @@ namespace {
 
 // A live effect answers every look within a period or two; this is how often
 // a player asks again when nobody looked, and how long silence may last
-// before the effect counts as gone.
+// before the effect counts as gone: the player gives up within 2 s of a block
+// that was not taken, one asking interval included.
 constexpr DWORD kAskAgainMs = 50;
-constexpr std::chrono::milliseconds kAnswerWithin{2000};
+constexpr std::chrono::milliseconds kAnswerWithin{1900};
 constexpr DWORD kStopAnswerMs = 1000;
 
 DWORD Remaining(std::chrono::steady_clock::time_point deadline) {
