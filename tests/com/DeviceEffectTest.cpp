@@ -4,9 +4,8 @@
 #include "support/EffectHarness.h"
 #include "support/QuillonDll.h"
 #include "support/RegistryValue.h"
+#include "support/SharedFiles.h"
 
-#include <fstream>
-#include <sstream>
 
 namespace quillon::test {
 namespace {
@@ -14,15 +13,6 @@ namespace {
 constexpr const wchar_t* kDeviceClsid = L"{B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}";
 constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{a1b2c3d4-0000-4000-8000-00000000e0e0}";
 constexpr const wchar_t* kSwitchesKey = L"Software\\QuillonTests\\DeviceEffect";
-
-std::string LogText() {
-  wchar_t programData[MAX_PATH] = {};
-  GetEnvironmentVariableW(L"ProgramData", programData, MAX_PATH);
-  std::ifstream in(std::wstring(programData) + L"\\Marrowin\\Brisvale\\Quillon.log", std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 struct DeviceCase {
   const char* name;
@@ -38,7 +28,7 @@ class WrappedDeviceEffect : public ::testing::TestWithParam<DeviceCase> {
  protected:
   void SetUp() override {
     logLevel_.SetString(L"trace");
-    DeleteFileW(L"C:\\ProgramData\\Marrowin\\Brisvale\\Quillon.log");
+    DeleteLog();
   }
   void TearDown() override {
     RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\QuillonTests");

@@ -3,9 +3,8 @@
 #include "diag/Logger.h"
 #include "support/EffectHarness.h"
 #include "support/RegistryValue.h"
+#include "support/SharedFiles.h"
 
-#include <fstream>
-#include <sstream>
 
 namespace quillon::test {
 namespace {
@@ -14,13 +13,6 @@ constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{c0ffee00-1111-4222-8333
 constexpr const wchar_t* kOtherEndpoint = L"{0.0.1.00000000}.{c0ffee00-9999-4222-8333-444455556666}";
 
 std::wstring GainKey(const wchar_t* endpoint) { return std::wstring(kQuillonKey) + L"\\" + endpoint + L",1"; }
-
-std::string LogText() {
-  std::ifstream in(L"C:\\ProgramData\\Marrowin\\Brisvale\\Quillon.log", std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // Polls `done` for at most ten seconds.
 template <typename Done>
@@ -37,7 +29,7 @@ class ConfigListener : public ::testing::Test {
   void SetUp() override {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, GainKey(kEndpoint).c_str());
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, GainKey(kOtherEndpoint).c_str());
-    DeleteFileW(L"C:\\ProgramData\\Marrowin\\Brisvale\\Quillon.log");
+    DeleteLog();
     ASSERT_TRUE(level.SetString(L"trace"));
     // The listener's first pass raises the level from ERROR to TRACE and says
     // so: the sign that the settings have been read once.

@@ -3,13 +3,12 @@
 #include "common/Wav.h"
 #include "support/ChildProcess.h"
 #include "support/RegistryValue.h"
+#include "support/SharedFiles.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <sstream>
 
 namespace quillon::test {
 namespace {
@@ -22,13 +21,6 @@ constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{e2e00000-0000-4000-8000
 
 std::wstring Sounds() { return ExecutableFolder() + L"..\\e2e\\"; }
 std::wstring Scratch() { return ExecutableFolder() + L"..\\e2e\\out-"; }
-
-std::string ReadText(const std::wstring& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 long long Number(const std::string& text, const std::string& key) {
   const size_t at = text.find(key);

@@ -8,6 +8,7 @@
 #include "support/ChildProcess.h"
 #include "support/EffectHarness.h"
 #include "support/QuillonDll.h"
+#include "support/SharedFiles.h"
 #include "transfer/NamedMutex.h"
 #include "transfer/WinUtils.h"
 
@@ -15,7 +16,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <sstream>
 
 namespace quillon::test {
 namespace {
@@ -26,13 +26,6 @@ constexpr UINT32 kFrames = 480;  // 10 ms at 48 kHz
 constexpr DWORD kBound = 30000;  // bound of every wait and poll
 
 std::wstring Scratch(const std::wstring& name) { return ExecutableFolder() + L"player-" + name; }
-
-std::string ReadText(const std::wstring& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 template <typename Condition>
 bool PollUntil(Condition condition, DWORD timeoutMs = kBound) {

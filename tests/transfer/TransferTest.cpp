@@ -4,10 +4,9 @@
 #include "support/ChildProcess.h"
 #include "support/EffectHarness.h"
 #include "support/RegistryValue.h"
+#include "support/SharedFiles.h"
 #include "transfer/SharedLayout.h"
 
-#include <fstream>
-#include <sstream>
 
 namespace quillon::test {
 namespace {
@@ -21,37 +20,12 @@ std::wstring Endpoint(int n) { return L"{0.0.1.00000000}.{transfer-test-endpoint
 
 float Sent(size_t k) { return static_cast<float>(k + 1) / 65536.0f; }
 
-std::string LogText() {
-  std::ifstream in(L"C:\\ProgramData\\Marrowin\\Brisvale\\Quillon.log", std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// The register mapping as the player sees it.
-class RegisterReader {
- public:
-  RegisterReader() : mapping_(OpenFileMappingW(FILE_MAP_READ, FALSE, kRegisterMappingName)) {
-    if (mapping_ != nullptr) view_ = MapViewOfFile(mapping_, FILE_MAP_READ, 0, 0, sizeof(RegisterBlock));
-  }
-  ~RegisterReader() {
-    if (view_ != nullptr) UnmapViewOfFile(view_);
-    if (mapping_ != nullptr) CloseHandle(mapping_);
-  }
-  const RegisterBlock* operator->() const { return static_cast<const RegisterBlock*>(view_); }
-  bool Open() const { return view_ != nullptr; }
-
- private:
-  HANDLE mapping_;
-  void* view_ = nullptr;
-};
-
 class Transfer : public ::testing::Test {
  protected:
   void SetUp() override {
     level_.SetString(L"trace");
     Logger::Instance().SetLevel(LOG_TRACE);
-    DeleteFileW(L"C:\\ProgramData\\Marrowin\\Brisvale\\Quillon.log");
+    DeleteLog();
   }
   void TearDown() override { Logger::Instance().SetLevel(LOG_ERROR); }
 
@@ -88,7 +62,7 @@ TEST_F(Transfer, RegisterSlotsLowestFreeFirstAndLimitOfTwenty) {
     effects.push_back(Start(i));
     ASSERT_EQ(i, effects.back()->Slot());
   }
-  RegisterReader reg;
+  RegisterView reg;
   ASSERT_TRUE(reg.Open());
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(1, reg->inUse[i]);

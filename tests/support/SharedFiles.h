@@ -1,0 +1,43 @@
+// What the tests read back from the machine-wide places the library writes:
+// text files (the log, the tools' output) and the instance register.
+#pragma once
+
+#include "platform/MappedView.h"
+#include "transfer/SharedLayout.h"
+
+#include <windows.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace quillon::test {
+
+inline const wchar_t* const kLogPath = L"C:\\ProgramData\\Marrowin\\Brisvale\\Quillon.log";
+
+inline std::string ReadText(const std::wstring& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// The shared log file as it stands now, and its removal before a test.
+inline std::string LogText() { return ReadText(kLogPath); }
+inline void DeleteLog() { DeleteFileW(kLogPath); }
+
+// The instance register as a player sees it; not open when no effect registered.
+class RegisterView {
+ public:
+  RegisterView() {
+    view_.Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, kRegisterMappingName)),
+              sizeof(RegisterBlock));
+  }
+  bool Open() const { return static_cast<bool>(view_); }
+  const RegisterBlock* operator->() const { return reinterpret_cast<const RegisterBlock*>(view_.Get()); }
+
+ private:
+  MappedView view_;
+};
+
+}  // namespace quillon::test
