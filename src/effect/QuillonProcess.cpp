@@ -56,7 +56,8 @@ QUILLON_RT_CODE void Quillon::APOProcess(UINT32 u32NumInputConnections, APO_CONN
   output->u32ValidFrameCount = input->u32ValidFrameCount;
 }
 
-// Mixes one period of the current chunk into `work` and applies the gain.
+// Mixes one period of received sound, chunk by chunk, into `work` and
+// applies the gain to what is left unmixed.
 // Returns whether received sound was mixed.
 QUILLON_RT_CODE bool Quillon::MixReceivedSound(float* work, size_t samples) {
   uint32_t chunk = chunkSize.load(std::memory_order_relaxed);
@@ -74,22 +75,26 @@ QUILLON_RT_CODE bool Quillon::MixReceivedSound(float* work, size_t samples) {
     pendingSamples.Clear();
     chunkPos = 0;
   }
-  if (chunkPos == 0 || chunkPos == chunk) TakeNextChunk();
-
   const float gain = micGain.load(std::memory_order_relaxed);
+  const bool replace = blockVoice.load(std::memory_order_relaxed);
   size_t mixed = 0;
-  if (chunkActive && chunkPos < chunk) {
-    // A period longer than the chunk's rest mixes what remains; the tail is treated as unmixed.
-    mixed = std::min<size_t>(samples, chunk - chunkPos);
+  // The frame count may vary, so a chunk can end inside a period: the next
+  // chunk goes on in the same call, and queued sound never leaves a gap.
+  while (mixed < samples) {
+    if (chunkPos == 0 || chunkPos == chunk) TakeNextChunk();
+    if (!chunkActive || chunkPos >= chunk) break;  // nothing queued: the rest is unmixed
+    const size_t n = std::min<size_t>(samples - mixed, chunk - chunkPos);
+    float* out = work + mixed;
     const float* sound = chunkBuffer.get() + chunkPos;
-    if (blockVoice.load(std::memory_order_relaxed)) {
-      std::memcpy(work, sound, mixed * sizeof(float));
+    if (replace) {
+      std::memcpy(out, sound, n * sizeof(float));
     } else if (gain == 1.0f) {
-      for (size_t i = 0; i < mixed; ++i) work[i] = sound[i] + work[i];
+      for (size_t i = 0; i < n; ++i) out[i] = sound[i] + out[i];
     } else {
-      for (size_t i = 0; i < mixed; ++i) work[i] = sound[i] + gain * work[i];
+      for (size_t i = 0; i < n; ++i) out[i] = sound[i] + gain * out[i];
     }
-    chunkPos += static_cast<uint32_t>(mixed);
+    chunkPos += static_cast<uint32_t>(n);
+    mixed += n;
   }
   if (gain != 1.0f) {
     for (size_t i = mixed; i < samples; ++i) work[i] = gain * work[i];

@@ -188,5 +188,48 @@ TEST(Mixing, VaryingFrameCountStaysInBoundsAndKeepsSoundInOrder) {
   for (size_t k = 0; k < total; ++k) ASSERT_FLOAT_EQ(Sound(k), sound[k]) << "sample " << k;
 }
 
+// A chunk holds eight first periods; when later periods do not divide it, a
+// chunk ends inside a period and the next one must follow in the same period.
+struct FrameSequence {
+  const char* name;
+  UINT32 first;               // frames of the period that sizes the chunk
+  std::vector<UINT32> later;  // frames of the periods after it, in turn
+};
+
+class ChunkEndsInsideAPeriod : public ::testing::TestWithParam<FrameSequence> {};
+
+TEST_P(ChunkEndsInsideAPeriod, APeriodMixesWhileSoundIsQueued) {
+  constexpr UINT32 kMaxFrames = 480;
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(kChannels, kMaxFrames));
+  QuillonTestAccess::StopConfigListener(h.Effect());
+  const std::vector<float> silence(kChannels * kMaxFrames, 0.0f);
+  h.Process(silence, BUFFER_VALID, GetParam().first);
+  const size_t total = 40 * kMaxFrames * kChannels;
+  size_t queued = 0;
+  std::vector<float> sound;
+  for (size_t period = 0; period < 200 && sound.size() < total; ++period) {
+    while (queued < total && h.Accept(SoundBlock(std::min<size_t>(1000, total - queued), queued))) {
+      queued += std::min<size_t>(1000, total - queued);
+    }
+    const std::vector<float> out =
+        h.Process(silence, BUFFER_VALID, GetParam().later[period % GetParam().later.size()]);
+    // Sound from the period's start; silence after it only once nothing is queued.
+    size_t played = 0;
+    while (played < out.size() && out[played] != 0.0f) ++played;
+    for (size_t i = played; i < out.size(); ++i) ASSERT_EQ(0.0f, out[i]) << "period " << period;
+    if (played < out.size() && played > 0) ASSERT_EQ(0u, h.Queued()) << "period " << period << " stopped early";
+    sound.insert(sound.end(), out.begin(), out.begin() + static_cast<ptrdiff_t>(played));
+  }
+  ASSERT_EQ(total, sound.size());
+  for (size_t k = 0; k < total; ++k) ASSERT_FLOAT_EQ(Sound(k), sound[k]) << "sample " << k;
+}
+
+INSTANTIATE_TEST_SUITE_P(Mixing, ChunkEndsInsideAPeriod,
+                         ::testing::Values(FrameSequence{"OneFrameFirst", 1, {480}},
+                                           FrameSequence{"Alternating441And440", 441, {440, 441}},
+                                           FrameSequence{"ShorterThenLonger", 100, {7, 480, 333}}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
 }  // namespace
 }  // namespace quillon::test
