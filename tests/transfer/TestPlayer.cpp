@@ -57,13 +57,12 @@ int SendRaw(PlayerClient& player, uint32_t bytes) {
     block->byteCount = bytes;
     block->dataReady = 1;
   }
-  HANDLE look = OpenEventW(EVENT_MODIFY_STATE, FALSE,
-                           WinUtils::PerInstanceName(kChunkConsumedEventPrefix, player.Slot()).c_str());
+  const UniqueHandle look(OpenEventW(EVENT_MODIFY_STATE, FALSE,
+                                     WinUtils::PerInstanceName(kChunkConsumedEventPrefix, player.Slot()).c_str()));
   for (int i = 0; i < 3000 && *static_cast<volatile uint32_t*>(&block->dataReady) != 0; ++i) {
-    SetEvent(look);
+    SetEvent(look.Get());
     Sleep(10);
   }
-  CloseHandle(look);
   return block->dataReady == 0 ? 0 : 4;
 }
 

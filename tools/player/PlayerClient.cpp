@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 namespace quillon::player {
 namespace {
@@ -70,18 +71,18 @@ PlayerStatus PlayerClient::Connect(const std::wstring& endpoint, DWORD timeoutMs
   PlayerStatus status = PlayerStatus::NoInstance;
   while (true) {
     if (register_ || MapRegister(register_)) {
-      std::vector<int32_t> candidates;
-      for (const RegisterEntry& e : ReadEntries(register_)) {
-        if (e.inUse && (endpoint.empty() || e.endpoint == endpoint)) candidates.push_back(e.slot);
+      std::vector<RegisterEntry> candidates;
+      for (RegisterEntry& e : ReadEntries(register_)) {
+        if (e.inUse && (endpoint.empty() || e.endpoint == endpoint)) candidates.push_back(std::move(e));
       }
       if (endpoint.empty() && candidates.size() > 1) return PlayerStatus::SeveralInstances;
       status = PlayerStatus::NoInstance;
-      if (candidates.size() == 1 && OpenSlot(candidates[0])) {
+      if (candidates.size() == 1 && OpenSlot(candidates[0].slot)) {
         // An effect may mark its slot in use before it writes the format.
         format_ = PublishedFormat();
         status = IsUsableFormat(format_) ? PlayerStatus::Ok : PlayerStatus::NoFormat;
         if (status == PlayerStatus::Ok) {
-          endpoint_ = ReadEntries(register_)[slot_].endpoint;
+          endpoint_ = std::move(candidates[0].endpoint);
           return PlayerStatus::Ok;
         }
       }
