@@ -1,6 +1,6 @@
 #include "com/ApoRegistration.h"
 
-#include "config/Registry.h"
+#include "platform/Registry.h"
 #include "diag/ErrorDescription.h"
 
 #include <cwchar>

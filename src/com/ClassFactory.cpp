@@ -1,6 +1,6 @@
 #include "com/ClassFactory.h"
 
-#include "com/ModuleCounters.h"
+#include "platform/ModuleCounters.h"
 #include "effect/QuillonAggregate.h"
 
 namespace quillon {

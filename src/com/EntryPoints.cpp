@@ -1,8 +1,8 @@
 // The library's exported COM entry points (named in Quillon.def).
 #include "com/ApoRegistration.h"
 #include "com/ClassFactory.h"
-#include "com/ModuleCounters.h"
-#include "com/RegistrationProperties.h"
+#include "platform/ModuleCounters.h"
+#include "effect/RegistrationProperties.h"
 
 using namespace quillon;
 

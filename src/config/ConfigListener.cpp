@@ -1,12 +1,10 @@
-// The configuration listener thread: keeps block voice, microphone gain and the
-// log level in step with the registry while audio runs. It reads all three at
-// start and again whenever a value below the program's key changes.
-#include "effect/Quillon.h"
+// Reads the watched settings at start and after every change notification.
+#include "config/ConfigListener.h"
 
-#include "config/Registry.h"
-#include "config/SettingsPath.h"
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
+#include "platform/Registry.h"
+#include "platform/SettingsPath.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,8 +22,26 @@ RegResult OpenWatchedKey(ScopedRegKey& key) {
 
 }  // namespace
 
-void Quillon::ConfigChangeListenerTask(Quillon* effect) {
-  const wchar_t* name = effect->instanceName.c_str();
+void ConfigListener::Start(const std::wstring& name, const std::wstring& endpoint, HANDLE changedEvent,
+                           EffectSettings& target) {
+  instanceName = name;
+  endpointId = endpoint;
+  configChangedEvent = changedEvent;
+  settings = &target;
+  listenerRunning = true;
+  thread = std::thread(&ConfigListener::Run, this);
+}
+
+void ConfigListener::Stop() {
+  listenerRunning = false;
+  // Without its event the listener's first wait fails and it ends by itself,
+  // so it is joined either way: no thread outlives the unlock.
+  if (configChangedEvent != nullptr) SetEvent(configChangedEvent);
+  if (thread.joinable()) thread.join();
+}
+
+void ConfigListener::Run() {
+  const wchar_t* name = instanceName.c_str();
   QLOG_LINE(LOG_TRACE, 536, kFunction, L"%s: Config change listener thread started", name);
   ScopedRegKey key;
   uint32_t failedLine = 0;
@@ -33,10 +49,10 @@ void Quillon::ConfigChangeListenerTask(Quillon* effect) {
     failedLine = 541;
   } else {
     // The first wait returns at once, so the settings are read immediately.
-    SetEvent(effect->configChangedEvent.Get());
-    while (effect->listenerRunning) {
-      const DWORD wait = WaitForSingleObject(effect->configChangedEvent.Get(), INFINITE);
-      if (!effect->listenerRunning) break;
+    SetEvent(configChangedEvent);
+    while (listenerRunning) {
+      const DWORD wait = WaitForSingleObject(configChangedEvent, INFINITE);
+      if (!listenerRunning) break;
       if (wait == WAIT_OBJECT_0) {
         key.Reset();
         if (!OpenWatchedKey(key).Ok()) {
@@ -44,14 +60,14 @@ void Quillon::ConfigChangeListenerTask(Quillon* effect) {
           break;
         }
         // Registering the notification resets the event; only value changes are reported.
-        RegNotifyChangeKeyValue(key.Get(), TRUE, REG_NOTIFY_CHANGE_LAST_SET, effect->configChangedEvent.Get(), TRUE);
-        effect->CheckConfigBlockVoice();
-        effect->CheckConfigLogLevel();
-        effect->CheckConfigMicAmp();
+        RegNotifyChangeKeyValue(key.Get(), TRUE, REG_NOTIFY_CHANGE_LAST_SET, configChangedEvent, TRUE);
+        CheckConfigBlockVoice();
+        CheckConfigLogLevel();
+        CheckConfigMicAmp();
       } else if (wait != WAIT_TIMEOUT) {
         QLOG_LINE(LOG_ERROR, 569, kFunction, L"%s: Config change listener thread wait failed [Code=%x: %s]", name,
                   wait, GetErrorDescription(wait).c_str());
-        effect->listenerRunning = false;
+        listenerRunning = false;
         break;
       }
     }
@@ -60,23 +76,23 @@ void Quillon::ConfigChangeListenerTask(Quillon* effect) {
     QLOG_LINE(LOG_ERROR, failedLine, kFunction,
               L"%s: Finishing config change listener thread, because registry key %s is not accessible", name,
               kWatchedPath.c_str());
-    effect->listenerRunning = false;
+    listenerRunning = false;
     return;
   }
   QLOG_LINE(LOG_TRACE, 575, kFunction, L"%s: Config change listener thread finished", name);
 }
 
-void Quillon::CheckConfigBlockVoice() {
+void ConfigListener::CheckConfigBlockVoice() {
   uint32_t value = 0;
   const bool on = ReadRegistryDword(kWatchedPath + L"FilterBlockVoice", value).Ok() && value != 0;
-  if (on != blockVoice) {
-    blockVoice = on;
+  if (on != settings->blockVoice) {
+    settings->blockVoice = on;
     QLOG_LINE(LOG_TRACE, 588, L"Quillon::CheckConfigBlockVoice", L"Changed filter block voice to %s",
               on ? L"on" : L"off");
   }
 }
 
-void Quillon::CheckConfigLogLevel() {
+void ConfigListener::CheckConfigLogLevel() {
   std::wstring text;
   const int32_t level = ReadRegistryString(kWatchedPath + L"LogLevel", text).Ok() ? ParseLogLevel(text.c_str())
                                                                                    : LOG_ERROR;
@@ -88,14 +104,14 @@ void Quillon::CheckConfigLogLevel() {
   }
 }
 
-void Quillon::CheckConfigMicAmp() {
+void ConfigListener::CheckConfigMicAmp() {
   float gain = 1.0f;
   uint32_t decibels = 0;
   if (ReadRegistryDword(kWatchedPath + endpointId + L",1\\MicAmpInDb", decibels).Ok()) {
     gain = static_cast<float>(std::pow(10.0, std::min(decibels, kMaxMicAmpDb) / 20.0));
   }
-  if (gain != micGain) {
-    micGain = gain;
+  if (gain != settings->micGain) {
+    settings->micGain = gain;
     QLOG_LINE(LOG_TRACE, 622, L"Quillon::CheckConfigMicAmp", L"Changed mic amp to %.2f", static_cast<double>(gain));
   }
 }

@@ -2,6 +2,7 @@
 
 #include "diag/ErrorDescription.h"
 #include "diag/PathSplit.h"
+#include "platform/UniqueResource.h"
 
 #include <windows.h>
 #include <aclapi.h>
@@ -21,20 +22,6 @@ WideString WithBackslash(const WideString& path) {
   if (!path.Empty() && path[path.Length() - 1] == L'\\') return path;
   return Concat(path, L"\\");
 }
-
-// Security objects released with LocalFree / FreeSid on every path.
-struct LocalBlock {
-  void* p = nullptr;
-  ~LocalBlock() {
-    if (p != nullptr) LocalFree(p);
-  }
-};
-struct SidBlock {
-  PSID p = nullptr;
-  ~SidBlock() {
-    if (p != nullptr) FreeSid(p);
-  }
-};
 
 }  // namespace
 
@@ -90,16 +77,16 @@ bool RemoveBlockingFile(const WideString& path) {
 }
 
 LineResult GrantUsersFullAccess(const WideString& folder) {
-  LocalBlock descriptor;
+  UniqueLocalMemory descriptor;
   PACL oldDacl = nullptr;
   DWORD rc = GetNamedSecurityInfoW(folder.Data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                                   &oldDacl, nullptr, reinterpret_cast<PSECURITY_DESCRIPTOR*>(&descriptor.p));
+                                   &oldDacl, nullptr, reinterpret_cast<PSECURITY_DESCRIPTOR*>(descriptor.Put()));
   if (rc != ERROR_SUCCESS) return {HresultFromWin32(static_cast<int32_t>(rc)), 1};
 
-  SidBlock users;
+  UniqueSid users;
   SID_IDENTIFIER_AUTHORITY ntAuthority = SECURITY_NT_AUTHORITY;
   if (!AllocateAndInitializeSid(&ntAuthority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_USERS, 0, 0, 0, 0, 0,
-                                0, &users.p)) {
+                                0, users.Put())) {
     return {HresultFromWin32(static_cast<int32_t>(GetLastError())), 2};
   }
 
@@ -110,15 +97,15 @@ LineResult GrantUsersFullAccess(const WideString& folder) {
   access.grfInheritance = SUB_CONTAINERS_AND_OBJECTS_INHERIT;
   access.Trustee.TrusteeForm = TRUSTEE_IS_SID;
   access.Trustee.TrusteeType = TRUSTEE_IS_GROUP;
-  access.Trustee.ptstrName = static_cast<LPWSTR>(users.p);
+  access.Trustee.ptstrName = static_cast<LPWSTR>(users.Get());
 
-  LocalBlock newDacl;
-  rc = SetEntriesInAclW(1, &access, oldDacl, reinterpret_cast<PACL*>(&newDacl.p));
+  UniqueLocalMemory newDacl;
+  rc = SetEntriesInAclW(1, &access, oldDacl, reinterpret_cast<PACL*>(newDacl.Put()));
   // This step's code is reported raw, as a Win32 code.
   if (rc != ERROR_SUCCESS) return {static_cast<int32_t>(rc), 4};
 
   rc = SetNamedSecurityInfoW(const_cast<wchar_t*>(folder.Data()), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                             nullptr, static_cast<PACL>(newDacl.p), nullptr);
+                             nullptr, static_cast<PACL>(newDacl.Get()), nullptr);
   return {HresultFromWin32(static_cast<int32_t>(rc)), 5};
 }
 

@@ -1,9 +1,9 @@
 #include "diag/Logger.h"
 
-#include "config/Registry.h"
-#include "config/SettingsPath.h"
+#include "platform/Registry.h"
+#include "platform/SettingsPath.h"
 #include "diag/LogFolder.h"
-#include "transfer/NamedMutex.h"
+#include "platform/NamedMutexLock.h"
 
 #include <codecvt>
 #include <cwchar>

@@ -1,12 +1,10 @@
-// The endpoint's own effect, which the effect wraps and lets act first. It is
-// named by the endpoint's "Original-Apo" setting, written by the installer.
-#include "effect/Quillon.h"
+#include "effect/DeviceEffect.h"
 
-#include "com/RegistrationProperties.h"
-#include "config/Registry.h"
-#include "config/SettingsPath.h"
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
+#include "effect/RegistrationProperties.h"
+#include "platform/Registry.h"
+#include "platform/SettingsPath.h"
 
 #include <cwchar>
 
@@ -33,9 +31,9 @@ const std::wstring ownClsidText = MakeOwnClsidText();
 
 }  // namespace
 
-void Quillon::InitializeOriginalApo(UINT32 cbDataSize, BYTE* pbyData) {
+void DeviceEffect::Create(const std::wstring& endpointId, UINT32 cbDataSize, BYTE* pbyData) {
   // A repeated Initialize replaces the device effect of the earlier one.
-  ReleaseDeviceEffect();
+  Release();
   std::wstring text;
   const std::wstring path = kSettingsPath + endpointId + L"\\Original-Apo";
   if (!ReadRegistryString(path, text).Ok() || text.empty() || _wcsicmp(text.c_str(), ownClsidText.c_str()) == 0) {
@@ -49,38 +47,34 @@ void Quillon::InitializeOriginalApo(UINT32 cbDataSize, BYTE* pbyData) {
   if (SUCCEEDED(hr)) {
     step = kStepCreateInstance;
     hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
-                          reinterpret_cast<void**>(&deviceEffect));
+                          apo.PutVoid());
   }
   if (SUCCEEDED(hr)) {
     step = kStepRealTimeInterface;
-    hr = deviceEffect->QueryInterface(IID_IAudioProcessingObjectRT, reinterpret_cast<void**>(&deviceEffectRT));
+    hr = apo.As(IID_IAudioProcessingObjectRT, rt);
   }
   if (SUCCEEDED(hr)) {
     step = kStepConfigurationInterface;
-    hr = deviceEffect->QueryInterface(IID_IAudioProcessingObjectConfiguration,
-                                      reinterpret_cast<void**>(&deviceEffectConfig));
+    hr = apo.As(IID_IAudioProcessingObjectConfiguration, configuration);
   }
   if (SUCCEEDED(hr)) {
     step = kStepInitialize;
-    hr = deviceEffect->Initialize(cbDataSize, pbyData);
+    hr = apo->Initialize(cbDataSize, pbyData);
   }
   if (SUCCEEDED(hr)) {
     QLOG(LOG_TRACE, kFunction, L"Successfully created and initialized original APO");
     return;
   }
   // The endpoint then runs without its device effect; Initialize goes on.
-  ReleaseDeviceEffect();
+  Release();
   QLOG(LOG_WARNING, kFunction, L"Failed to init original apo [Line=%d, Code=%x: %s]", step, hr,
        GetErrorDescription(hr).c_str());
 }
 
-void Quillon::ReleaseDeviceEffect() {
-  if (deviceEffectConfig != nullptr) deviceEffectConfig->Release();
-  if (deviceEffectRT != nullptr) deviceEffectRT->Release();
-  if (deviceEffect != nullptr) deviceEffect->Release();
-  deviceEffectConfig = nullptr;
-  deviceEffectRT = nullptr;
-  deviceEffect = nullptr;
+void DeviceEffect::Release() {
+  configuration.Reset();
+  rt.Reset();
+  apo.Reset();
 }
 
 }  // namespace quillon

@@ -1,7 +1,7 @@
 #include "effect/Quillon.h"
 
-#include "com/ModuleCounters.h"
-#include "com/RegistrationProperties.h"
+#include "platform/ModuleCounters.h"
+#include "effect/RegistrationProperties.h"
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
 #include "transfer/MemMappingRegister.h"
@@ -23,15 +23,14 @@ Quillon::Quillon(IUnknown* outer) : BaseAudioProcessingObject(QuillonRegistratio
 }
 
 Quillon::~Quillon() {
-  QLOG(LOG_TRACE, L"Quillon::~Quillon", L"%s: ~Quillon Begin", instanceName.c_str());
+  const wchar_t* name = registration.InstanceName().c_str();
+  QLOG(LOG_TRACE, L"Quillon::~Quillon", L"%s: ~Quillon Begin", name);
   UnregisterApoInstanceInMemMapping();
-  ReleaseDeviceEffect();
+  deviceEffect.Release();
   --objectCount;
-  QLOG(LOG_TRACE, L"Quillon::~Quillon", L"%s: ~Quillon End", instanceName.c_str());
-  // Close the events in the order the player application expects them to vanish.
-  configChangedEvent.Reset();
-  controlCallbackEvent.Reset();
-  chunkConsumedEvent.Reset();
+  QLOG(LOG_TRACE, L"Quillon::~Quillon", L"%s: ~Quillon End", name);
+  // The registration's events close after this, in the order the player
+  // application expects them to vanish.
 }
 
 HRESULT Quillon::QueryInterface(REFIID riid, void** ppv) { return outerUnknown->QueryInterface(riid, ppv); }
@@ -44,7 +43,7 @@ HRESULT Quillon::GetLatency(HNSTIME* pTime) {
   if (pTime == nullptr) return E_POINTER;
   *pTime = 0;
   // The effect adds no latency of its own: report exactly the device effect's.
-  if (deviceEffect != nullptr) deviceEffect->GetLatency(pTime);
+  if (deviceEffect) deviceEffect.Apo()->GetLatency(pTime);
   return S_OK;
 }
 
@@ -67,7 +66,7 @@ HRESULT Quillon::Initialize(UINT32 cbDataSize, BYTE* pbyData) {
   if (SUCCEEDED(endpointProperties->GetValue(kEndpointGuidKey, &value))) {
     if (value.vt == VT_LPWSTR && value.pwszVal != nullptr) endpointId = value.pwszVal;
     PropVariantClear(&value);
-    InitializeOriginalApo(cbDataSize, pbyData);
+    deviceEffect.Create(endpointId, cbDataSize, pbyData);
   }
 
   HRESULT hr = BaseAudioProcessingObject::Initialize(cbDataSize, pbyData);
@@ -80,13 +79,43 @@ HRESULT Quillon::Initialize(UINT32 cbDataSize, BYTE* pbyData) {
   return S_OK;
 }
 
-bool Quillon::AcceptReceivedBlock(const float* samples, size_t count) {
-  const size_t chunk = ChunkSize();
-  if (pendingSamples.Size() >= chunk) return false;
-  count = std::min(count, TransferBlock::kMaxSamples);
-  // The queue never holds more than chunk - 1 + one block; sized once per lock period.
-  if (!pendingSamples.Reserve(chunk - 1 + TransferBlock::kMaxSamples)) return false;
-  return pendingSamples.Push(samples, count);
+void Quillon::RegisterApoInstanceInMemMapping(const UNCOMPRESSEDAUDIOFORMAT& outputFormat) {
+  constexpr const wchar_t* kFunction = L"Quillon::RegisterApoInstanceInMemMapping";
+  if (registration.Register(endpointId, outputFormat)) {
+    try {
+      receiver.Start(registration, received);
+      listener.Start(registration.InstanceName(), endpointId, registration.ConfigChangedEvent(), settings);
+    } catch (const std::system_error& e) {
+      // No exception may cross the COM boundary: without its threads the
+      // instance stays locked and passes audio, receiving nothing.
+      const auto code = static_cast<uint32_t>(e.code().value());
+      QLOG(LOG_ERROR, kFunction, L"Cannot start worker threads [Code=%x: %s]", code,
+           GetErrorDescription(code).c_str());
+      UnregisterApoInstanceInMemMapping();
+    }
+  }
+  QLOG(LOG_TRACE, kFunction, L"Register APO instance completed");
+}
+
+void Quillon::UnregisterApoInstanceInMemMapping() {
+  constexpr const wchar_t* kFunction = L"Quillon::UnregisterApoInstanceInMemMapping";
+  const wchar_t* name = registration.InstanceName().c_str();
+  if (registration.HasRegister()) QLOG(LOG_TRACE, kFunction, L"%s: Unregister APO instance in memory mapping", name);
+  listener.RequestStop();
+  receiver.RequestStop();
+  if (receiver.Joinable()) {
+    QLOG(LOG_TRACE, kFunction, L"%s: Waiting for sound receiver thread to finish", name);
+    receiver.Join();
+    QLOG(LOG_TRACE, kFunction, L"%s: Sound receiver thread finished", name);
+  }
+  // Tell the player at once that this instance is gone.
+  registration.AnnounceClosed();
+  if (listener.Joinable()) QLOG(LOG_TRACE, kFunction, L"%s: Waiting for config change listener to finish", name);
+  listener.Stop();
+  registration.Release();
+  // Sound left over from this lock period is not played in the next one.
+  received.Reset();
+  mixer.Free();
 }
 
 }  // namespace quillon

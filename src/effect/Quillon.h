@@ -4,21 +4,18 @@
 // it) and applies the microphone gain.
 #pragma once
 
-#include "effect/SampleQueue.h"
+#include "config/ConfigListener.h"
+#include "effect/ChunkMixer.h"
+#include "effect/DeviceEffect.h"
 #include "platform/ApoInterfaces.h"
 #include "platform/BaseAudioProcessingObject.h"
-#include "platform/UniqueHandle.h"
-#include "transfer/TransferMapping.h"
+#include "transfer/InstanceRegistration.h"
+#include "transfer/ReceivedSound.h"
+#include "transfer/SoundReceiver.h"
 
-#include <atomic>
-#include <cstdint>
-#include <memory>
 #include <string>
-#include <thread>
 
 namespace quillon {
-
-class MemMappingRegister;
 
 class Quillon : public BaseAudioProcessingObject, public IAudioSystemEffects {
  public:
@@ -54,67 +51,30 @@ class Quillon : public BaseAudioProcessingObject, public IAudioSystemEffects {
   // Writes the "In/out format" line at INFO and below.
   void LogFormat(IAudioMediaType* outputFormat, IAudioMediaType* inputFormat);
 
-  // Receiver side of the sample queue: appends a received block (at most one
-  // transfer block's worth) when the queue holds less than one chunk, so it
-  // never exceeds chunkSize - 1 + TransferBlock::kMaxSamples samples.
-  // Returns whether the block was taken.
-  bool AcceptReceivedBlock(const float* samples, size_t count);
-
-  // Number of samples in one chunk (eight processing periods); 0 between lock periods.
-  uint32_t ChunkSize() const { return chunkSize.load(std::memory_order_acquire); }
   const std::wstring& EndpointId() const { return endpointId; }
 
-  static constexpr uint32_t kPeriodsPerChunk = 8;
-
  private:
-  friend class QuillonTestAccess;
-
-  // Creates and initialises the endpoint's own effect from its "Original-Apo" setting.
-  void InitializeOriginalApo(UINT32 cbDataSize, BYTE* pbyData);
-  void ReleaseDeviceEffect();
   // Claims a slot in the instance register and starts the worker threads.
   void RegisterApoInstanceInMemMapping(const UNCOMPRESSEDAUDIOFORMAT& outputFormat);
-  // Leaves the register, stops the worker threads and frees the chunk.
+  // Stops the worker threads, leaves the register and frees the chunk.
   void UnregisterApoInstanceInMemMapping();
 
-  // Worker threads of a registered instance.
-  static void SoundReceiverTask(Quillon* effect);
-  static void ConfigChangeListenerTask(Quillon* effect);
-  void ReceiveOnce(const std::wstring& mutexName);
-  void CheckConfigBlockVoice();
-  void CheckConfigLogLevel();
-  void CheckConfigMicAmp();
-
-  // Real-time helpers.
-  bool MixReceivedSound(float* work, size_t samples);
-  void TakeNextChunk();
-
   IUnknown* outerUnknown;
-  IAudioProcessingObject* deviceEffect = nullptr;
-  IAudioProcessingObjectRT* deviceEffectRT = nullptr;
-  IAudioProcessingObjectConfiguration* deviceEffectConfig = nullptr;
-  TransferMapping* controlView = nullptr;
-  int32_t instanceIndex = -1;
-  std::unique_ptr<float[]> chunkBuffer;
-  std::atomic<uint32_t> chunkSize{0};
-  uint32_t chunkPos = 0;
-  bool chunkActive = false;
-  SampleQueue pendingSamples;
-  UniqueHandle chunkConsumedEvent;
-  std::unique_ptr<MemMappingRegister> memMappingRegister;
-  UniqueHandle controlCallbackEvent;
-  UniqueHandle stopEvent;  // shared by every instance; opened at registration, set by the real-time routine
-  UniqueHandle configChangedEvent;
-  std::thread soundReceiverThread;
-  std::atomic<bool> receiverRunning{false};
-  std::thread configListenerThread;
-  std::atomic<bool> listenerRunning{false};
-  std::atomic<bool> blockVoice{false};
   std::wstring endpointId;
-  std::atomic<float> micGain{1.0f};
-  std::wstring instanceName;
+  DeviceEffect deviceEffect;
   // Frames the locked connection buffers hold: the bound of every period.
   UINT32 maxFramesPerPeriod = 0;
+
+  // The parts of a registered instance. Declared before the threads that use
+  // them, so that they outlive them.
+  InstanceRegistration registration;
+  EffectSettings settings;
+  ReceivedSound received;
+  SoundReceiver receiver;
+  ConfigListener listener;
+
+  // Real-time state.
+  ChunkMixer mixer;
 };
 
 }  // namespace quillon

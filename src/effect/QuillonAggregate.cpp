@@ -1,7 +1,7 @@
 #include "effect/QuillonAggregate.h"
 
-#include "com/ModuleCounters.h"
-#include "com/RegistrationProperties.h"
+#include "platform/ModuleCounters.h"
+#include "effect/RegistrationProperties.h"
 #include "diag/Logger.h"
 
 #include <new>

@@ -6,7 +6,6 @@
 #include "diag/Logger.h"
 
 #include <algorithm>
-#include <new>
 
 namespace quillon {
 namespace {
@@ -20,9 +19,9 @@ IAudioMediaType* FirstFormat(UINT32 count, APO_CONNECTION_DESCRIPTOR** connectio
 HRESULT Quillon::IsInputFormatSupported(IAudioMediaType* pOppositeFormat, IAudioMediaType* pRequestedInputFormat,
                                         IAudioMediaType** ppSupportedInputFormat) {
   constexpr const wchar_t* kFunction = L"Quillon::IsInputFormatSupported";
-  if (deviceEffect != nullptr) {
+  if (deviceEffect) {
     // Anything but S_OK from the device effect is final, S_FALSE included.
-    HRESULT hr = deviceEffect->IsInputFormatSupported(pOppositeFormat, pRequestedInputFormat, ppSupportedInputFormat);
+    HRESULT hr = deviceEffect.Apo()->IsInputFormatSupported(pOppositeFormat, pRequestedInputFormat, ppSupportedInputFormat);
     if (hr != S_OK) {
       QLOG(LOG_INFO, kFunction, L"Input format is not supported by original apo [Code=%x: %s]", hr,
            GetErrorDescription(hr).c_str());
@@ -52,8 +51,8 @@ HRESULT Quillon::LockForProcess(UINT32 u32NumInputConnections, APO_CONNECTION_DE
   IAudioMediaType* inputFormat = FirstFormat(u32NumInputConnections, ppInputConnections);
   IAudioMediaType* outputFormat = FirstFormat(u32NumOutputConnections, ppOutputConnections);
 
-  if (deviceEffectConfig != nullptr) {
-    HRESULT hr = deviceEffectConfig->LockForProcess(u32NumInputConnections, ppInputConnections,
+  if (deviceEffect) {
+    HRESULT hr = deviceEffect.Configuration()->LockForProcess(u32NumInputConnections, ppInputConnections,
                                                     u32NumOutputConnections, ppOutputConnections);
     if (FAILED(hr)) {
       // A device effect that refuses the lock must not cost the user the effect:
@@ -61,7 +60,7 @@ HRESULT Quillon::LockForProcess(UINT32 u32NumInputConnections, APO_CONNECTION_DE
       QLOG(LOG_WARNING, kFunction, L"Failed in LockForProcess of original apo [Code=%x: %s]", hr,
            GetErrorDescription(hr).c_str());
       LogFormat(outputFormat, inputFormat);
-      ReleaseDeviceEffect();
+      deviceEffect.Release();
     }
   }
 
@@ -82,12 +81,8 @@ HRESULT Quillon::LockForProcess(UINT32 u32NumInputConnections, APO_CONNECTION_DE
   maxFramesPerPeriod = std::min(inputMaxFrameCount_, outputMaxFrameCount_);
 
   RegisterApoInstanceInMemMapping(format);
-  // The chunk is made here, never on the real-time thread: zeroed room for
-  // eight of the longest periods. The first period sets how much of it a chunk uses.
-  chunkBuffer.reset(new (std::nothrow) float[kPeriodsPerChunk * size_t{maxFramesPerPeriod} * samplesPerFrame_]());
-  chunkSize.store(0, std::memory_order_release);
-  chunkPos = 0;
-  chunkActive = false;
+  // The chunk is made here, never on the real-time thread.
+  mixer.Prepare(received, registration.ChunkConsumedEvent(), size_t{maxFramesPerPeriod} * samplesPerFrame_);
   QLOG(LOG_TRACE, kFunction, L"LockForProcess finished successfully");
   return hr;
 }
@@ -96,8 +91,8 @@ HRESULT Quillon::UnlockForProcess() {
   constexpr const wchar_t* kFunction = L"Quillon::UnlockForProcess";
   UnregisterApoInstanceInMemMapping();
 
-  if (deviceEffectConfig != nullptr) {
-    HRESULT hr = deviceEffectConfig->UnlockForProcess();
+  if (deviceEffect) {
+    HRESULT hr = deviceEffect.Configuration()->UnlockForProcess();
     if (FAILED(hr)) {
       // The base object then stays locked, as it always has.
       QLOG(LOG_ERROR, kFunction, L"Failed in UnlockForProcess of original apo [Code=%x: %s]", hr,

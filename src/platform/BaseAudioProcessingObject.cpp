@@ -1,6 +1,7 @@
 #include "platform/BaseAudioProcessingObject.h"
 
 #include "platform/AudioMediaType.h"
+#include "platform/ComPtr.h"
 
 #include <cstring>
 
@@ -10,14 +11,6 @@ namespace {
 constexpr float kMinFramesPerSecond = 10.0f;
 constexpr float kMaxFramesPerSecond = 384000.0f;
 constexpr DWORD kMaxSamplesPerFrame = 4096;
-
-// Releases a media type handed out by a format check.
-struct MediaTypeRef {
-  IAudioMediaType* p = nullptr;
-  ~MediaTypeRef() {
-    if (p != nullptr) p->Release();
-  }
-};
 
 bool Overlap(UINT_PTR a, UINT32 aFrames, UINT_PTR b, UINT32 bFrames, UINT32 bytesPerFrame) {
   UINT_PTR aEnd = a + static_cast<UINT_PTR>(aFrames) * bytesPerFrame;
@@ -189,12 +182,12 @@ HRESULT BaseAudioProcessingObject::CheckConnections(UINT32 numInputs, APO_CONNEC
   }
 
   if (numInputs > 0 && numOutputs > 0) {
-    MediaTypeRef accepted;
-    if (CheckFormat(outputs[0]->pFormat, inputs[0]->pFormat, &accepted.p, true) != S_OK) {
+    ComPtr<IAudioMediaType> accepted;
+    if (CheckFormat(outputs[0]->pFormat, inputs[0]->pFormat, accepted.Put(), true) != S_OK) {
       return APOERR_FORMAT_NOT_SUPPORTED;
     }
-    MediaTypeRef acceptedOutput;
-    if (CheckFormat(inputs[0]->pFormat, outputs[0]->pFormat, &acceptedOutput.p, false) != S_OK) {
+    ComPtr<IAudioMediaType> acceptedOutput;
+    if (CheckFormat(inputs[0]->pFormat, outputs[0]->pFormat, acceptedOutput.Put(), false) != S_OK) {
       return APOERR_FORMAT_NOT_SUPPORTED;
     }
   }

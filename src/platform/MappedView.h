@@ -1,10 +1,8 @@
-// Owns a file mapping and one view of it; unmaps the view and closes the
-// mapping exactly once, on every path.
+// A file mapping and one view of it; the view is unmapped and the mapping
+// closed exactly once, on every path.
 #pragma once
 
-#include "platform/UniqueHandle.h"
-
-#include <windows.h>
+#include "platform/UniqueResource.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -14,33 +12,28 @@ namespace quillon {
 
 class MappedView {
  public:
-  MappedView() = default;
-  MappedView(const MappedView&) = delete;
-  MappedView& operator=(const MappedView&) = delete;
-  ~MappedView() { Reset(); }
-
   // Takes `mapping` over and maps `size` bytes of it; false (and nothing held)
   // when there is no mapping or the view cannot be made.
   bool Map(UniqueHandle mapping, size_t size) {
     Reset();
     if (!mapping) return false;
-    view_ = static_cast<uint8_t*>(MapViewOfFile(mapping.Get(), FILE_MAP_ALL_ACCESS, 0, 0, size));
-    if (view_ != nullptr) mapping_ = std::move(mapping);
-    return view_ != nullptr;
+    view_.Reset(MapViewOfFile(mapping.Get(), FILE_MAP_ALL_ACCESS, 0, 0, size));
+    if (view_) mapping_ = std::move(mapping);
+    return static_cast<bool>(view_);
   }
 
+  // The view goes before the mapping it belongs to.
   void Reset() {
-    if (view_ != nullptr) UnmapViewOfFile(view_);
-    view_ = nullptr;
+    view_.Reset();
     mapping_.Reset();
   }
 
-  uint8_t* Get() const { return view_; }
-  explicit operator bool() const { return view_ != nullptr; }
+  uint8_t* Get() const { return static_cast<uint8_t*>(view_.Get()); }
+  explicit operator bool() const { return static_cast<bool>(view_); }
 
  private:
   UniqueHandle mapping_;
-  uint8_t* view_ = nullptr;
+  UniqueView view_;
 };
 
 }  // namespace quillon

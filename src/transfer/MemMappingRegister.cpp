@@ -1,7 +1,7 @@
 #include "transfer/MemMappingRegister.h"
 
 #include "diag/Logger.h"
-#include "transfer/NamedMutex.h"
+#include "platform/NamedMutexLock.h"
 #include "transfer/WinUtils.h"
 
 #include <cstring>

@@ -4,29 +4,6 @@
 #include "diag/Logger.h"
 
 namespace quillon::WinUtils {
-namespace {
-
-struct NullDaclAttributes {
-  SECURITY_DESCRIPTOR descriptor{};
-  SECURITY_ATTRIBUTES attributes{};
-
-  NullDaclAttributes() {
-    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
-    SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
-    // The length field is 8 on purpose: the value the player application has always been given.
-    attributes.nLength = 8;
-    attributes.lpSecurityDescriptor = &descriptor;
-    attributes.bInheritHandle = TRUE;
-  }
-};
-
-// Built during library load (a one-time initialisation before any thread of
-// the library runs), so the real-time thread never has to fill it.
-NullDaclAttributes nullDacl;
-
-}  // namespace
-
-SECURITY_ATTRIBUTES* GetNullDaclSecurityAttributes() { return &nullDacl.attributes; }
 
 LineResult CreateMemoryMappingFile(MappedView& out, size_t size, const wchar_t* name) {
   UniqueHandle mapping(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name));

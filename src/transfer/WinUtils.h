@@ -1,10 +1,11 @@
 // Utilities for the named kernel objects shared with the player application:
-// open security attributes, named shared memory, and per-instance names.
+// named shared memory, and per-instance names.
 #pragma once
 
 #include "diag/LineResult.h"
 #include "platform/MappedView.h"
-#include "platform/UniqueHandle.h"
+#include "platform/SharedSecurity.h"
+#include "platform/UniqueResource.h"
 
 #include <windows.h>
 
@@ -12,12 +13,6 @@
 #include <string>
 
 namespace quillon::WinUtils {
-
-// Security attributes with a null DACL (open to every account) and inheritable
-// handles, used for every named object the library creates so that the audio
-// service and a non-elevated player can open each other's objects. Filled once
-// when the library loads; afterwards only read, from any thread.
-SECURITY_ATTRIBUTES* GetNullDaclSecurityAttributes();
 
 // Opens the named mapping, or creates it (page-file backed, zero-filled) under
 // the shared security attributes, and maps `size` bytes of it into `out`. An

@@ -1,5 +1,5 @@
 // The library's exports as the COM runtime and the audio engine use them.
-#include "support/ComPtr.h"
+#include "platform/ComPtr.h"
 #include "support/QuillonDll.h"
 
 #include "platform/ApoInterfaces.h"

@@ -1,23 +1,25 @@
-// The real-time mixing rules, driven through the effect's own interfaces.
+// The real-time mixing: the loops on their own, the chunk cycle driven the
+// way the real-time routine drives it, and the buffer flags through the effect.
+#include "effect/ChunkMixer.h"
+#include "effect/Mixing.h"
+#include "platform/UniqueResource.h"
 #include "support/EffectHarness.h"
 
-#include <functional>
+#include <cstring>
 
 namespace quillon::test {
 namespace {
 
-constexpr UINT32 kChannels = 2;
-constexpr UINT32 kFrames = 4;
-constexpr size_t kPeriod = kChannels * kFrames;     // samples per period
-constexpr size_t kChunk = 8 * kPeriod;              // samples per chunk
+constexpr size_t kPeriod = 8;                             // samples per period (4 stereo frames)
+constexpr size_t kChunk = ChunkMixer::kPeriodsPerChunk * kPeriod;
 
-std::vector<float> Mic(size_t n, float base = 0.25f) {
+std::vector<float> Mic(size_t n) {
   std::vector<float> mic(n);
-  for (size_t i = 0; i < n; ++i) mic[i] = base + 0.001f * static_cast<float>(i);
+  for (size_t i = 0; i < n; ++i) mic[i] = 0.25f + 0.001f * static_cast<float>(i);
   return mic;
 }
 
-// Received sound sample k: distinct and easy to recognise.
+// Received sound sample k: distinct and never zero.
 float Sound(size_t k) { return 0.01f * static_cast<float>(k + 1); }
 
 std::vector<float> SoundBlock(size_t count, size_t first = 0) {
@@ -26,210 +28,208 @@ std::vector<float> SoundBlock(size_t count, size_t first = 0) {
   return block;
 }
 
-// ---- One mixing period, rule by rule ------------------------------------------
+bool SameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+// ---- The loops ---------------------------------------------------------------------
+TEST(MixingLoops, ExactExpressionsInPlaceOrNotAndNothingBeyondN) {
+  const std::vector<float> mic = {0.5f, -0.25f, 1e-30f, -0.0f, 3.0f, 0.1f, -7.5f};
+  const std::vector<float> sound = {0.125f, 0.3f, -1e-30f, 0.0f, -3.0f, 0.7f, 2.25f};
+  const size_t n = mic.size() - 1;  // the last sample must stay untouched
+  for (float gain : {1.0f, 2.0f, 0.7f}) {
+    for (bool inPlace : {false, true}) {
+      std::vector<float> out = inPlace ? mic : std::vector<float>(mic.size(), 99.0f);
+      MixSound(out.data(), inPlace ? out.data() : mic.data(), sound.data(), n, gain);
+      for (size_t i = 0; i < n; ++i) {
+        const float want = gain == 1.0f ? sound[i] + mic[i] : sound[i] + gain * mic[i];
+        EXPECT_TRUE(SameBits(want, out[i])) << "mix gain " << gain << " sample " << i;
+      }
+      EXPECT_EQ(inPlace ? mic[n] : 99.0f, out[n]);
+
+      out = inPlace ? mic : std::vector<float>(mic.size(), 99.0f);
+      ApplyGain(out.data(), inPlace ? out.data() : mic.data(), n, gain);
+      for (size_t i = 0; i < n; ++i) EXPECT_TRUE(SameBits(gain * mic[i], out[i])) << "gain " << gain << " " << i;
+      EXPECT_EQ(inPlace ? mic[n] : 99.0f, out[n]);
+    }
+  }
+}
+
+// ---- The chunk cycle ----------------------------------------------------------------
+// A mixer prepared as a lock prepares it, for periods of up to `maxPeriod` samples.
+class MixerRig {
+ public:
+  explicit MixerRig(size_t maxPeriod = kPeriod) { mixer.Prepare(sound, taken.Get(), maxPeriod); }
+  ~MixerRig() { mixer.Free(); }
+
+  // One period as the real-time routine runs it; the output is guarded by one extra sample.
+  std::vector<float> Period(const std::vector<float>& mic, float gain = 1.0f, bool replace = false) {
+    std::vector<float> out(mic.size() + 1, -99.0f);
+    mixed = 0;
+    if (mixer.SizeChunk(mic.size())) {
+      mixed = mixer.Mix(out.data(), mic.data(), mic.size(), gain, replace);
+    } else {
+      std::copy(mic.begin(), mic.end(), out.begin());
+    }
+    EXPECT_EQ(-99.0f, out.back()) << "wrote past the period";
+    out.pop_back();
+    return out;
+  }
+  bool ChunkTakenSignalled() { return WaitForSingleObject(taken.Get(), 0) == WAIT_OBJECT_0; }
+
+  ReceivedSound sound;
+  UniqueHandle taken{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+  ChunkMixer mixer;
+  size_t mixed = 0;
+};
+
 struct RuleCase {
   const char* name;
-  UINT32 inputFlag;
-  bool registered;
   bool queued;
-  bool blockVoice;
+  bool replace;
   float gain;
-  // Expected output sample from mic sample m and received sample s.
-  std::function<float(float m, float s)> expected;
-  UINT32 expectedFlag;
+  float (*expected)(float mic, float sound);
 };
 
 class MixingRule : public ::testing::TestWithParam<RuleCase> {};
 
 TEST_P(MixingRule, OutputSampleByRule) {
   const RuleCase& c = GetParam();
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  ASSERT_NE(-1, h.Slot());
-  QuillonTestAccess::StopConfigListener(h.Effect());
-  if (!c.registered) QuillonTestAccess::SetInstanceIndex(h.Effect(), -1);
-  QuillonTestAccess::SetBlockVoice(h.Effect(), c.blockVoice);
-  QuillonTestAccess::SetMicGain(h.Effect(), c.gain);
-
+  MixerRig rig;
   const std::vector<float> mic = Mic(kPeriod);
-  h.Process(mic);  // the first period sizes the chunk; only then is sound accepted
-  if (c.queued) ASSERT_TRUE(h.Accept(SoundBlock(kChunk)));
-
-  std::vector<float> out = h.Process(mic, c.inputFlag);
-  const bool silent = c.inputFlag == BUFFER_SILENT;
+  rig.Period(mic);  // the first period sizes the chunk; only then is sound accepted
+  if (c.queued) ASSERT_TRUE(rig.sound.Accept(SoundBlock(kChunk).data(), kChunk));
+  const std::vector<float> out = rig.Period(mic, c.gain, c.replace);
   for (size_t i = 0; i < kPeriod; ++i) {
-    float m = silent ? 0.0f : mic[i];
-    float s = c.queued ? Sound(i) : 0.0f;
-    EXPECT_FLOAT_EQ(c.expected(m, s), out[i]) << "sample " << i;
+    EXPECT_FLOAT_EQ(c.expected(mic[i], c.queued ? Sound(i) : 0.0f), out[i]) << "sample " << i;
   }
-  EXPECT_EQ(c.expectedFlag, h.OutputProperty().u32BufferFlags);
-  EXPECT_EQ(kFrames, h.OutputProperty().u32ValidFrameCount);
+  EXPECT_EQ(c.queued ? kPeriod : 0u, rig.mixed);
 }
 
 const RuleCase kRuleCases[] = {
-    {"UnregisteredPassesThroughWithoutGain", BUFFER_VALID, false, false, false, 2.0f,
-     [](float m, float) { return m; }, BUFFER_VALID},
-    {"NothingQueuedUnityGain", BUFFER_VALID, true, false, false, 1.0f, [](float m, float) { return m; },
-     BUFFER_VALID},
-    {"NothingQueuedGainTwo", BUFFER_VALID, true, false, false, 2.0f, [](float m, float) { return 2 * m; },
-     BUFFER_VALID},
-    {"QueuedUnityGainAdds", BUFFER_VALID, true, true, false, 1.0f, [](float m, float s) { return s + m; },
-     BUFFER_VALID},
-    {"QueuedGainTwoScalesMicOnly", BUFFER_VALID, true, true, false, 2.0f,
-     [](float m, float s) { return s + 2 * m; }, BUFFER_VALID},
-    {"BlockVoiceReplacesMic", BUFFER_VALID, true, true, true, 2.0f, [](float, float s) { return s; },
-     BUFFER_VALID},
-    {"BlockVoiceWithNothingQueuedLetsMicPass", BUFFER_VALID, true, false, true, 2.0f,
-     [](float m, float) { return 2 * m; }, BUFFER_VALID},
-    {"SilentInputNothingQueuedStaysSilent", BUFFER_SILENT, true, false, false, 2.0f,
-     [](float, float) { return 0.0f; }, BUFFER_SILENT},
-    {"SilentInputWithSoundBecomesValid", BUFFER_SILENT, true, true, false, 2.0f,
-     [](float, float s) { return s; }, BUFFER_VALID},
+    {"NothingQueuedUnityGain", false, false, 1.0f, [](float m, float) { return m; }},
+    {"NothingQueuedGainTwo", false, false, 2.0f, [](float m, float) { return 2 * m; }},
+    {"QueuedUnityGainAdds", true, false, 1.0f, [](float m, float s) { return s + m; }},
+    {"QueuedGainTwoScalesMicOnly", true, false, 2.0f, [](float m, float s) { return s + 2 * m; }},
+    {"BlockVoiceReplacesMic", true, true, 2.0f, [](float, float s) { return s; }},
+    {"BlockVoiceWithNothingQueuedLetsMicPass", false, true, 2.0f, [](float m, float) { return 2 * m; }},
 };
 
 INSTANTIATE_TEST_SUITE_P(Rules, MixingRule, ::testing::ValuesIn(kRuleCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(Mixing, InvalidInputLeavesOutputRecordUntouched) {
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  for (UINT32 flag : {static_cast<UINT32>(BUFFER_INVALID), 3u, 0xFFFFFFFFu}) {
-    std::vector<float> out = h.Process(Mic(kPeriod), flag);
-    EXPECT_EQ(std::vector<float>(kPeriod, 99.0f), out) << "flag " << flag;
-    EXPECT_EQ(static_cast<UINT32>(BUFFER_INVALID), h.OutputProperty().u32BufferFlags);
-    EXPECT_EQ(0u, h.OutputProperty().u32ValidFrameCount);
-  }
-}
-
-// ---- The chunk cycle over many periods --------------------------------------------
-struct ChunkCase {
-  const char* name;
-  bool blockVoice;
-};
-
-class ChunkCycle : public ::testing::TestWithParam<ChunkCase> {};
-
-// One block of a chunk and a quarter: eight periods of a full chunk, then the
-// quarter followed by silence for the rest of the second chunk, then the mic alone.
-TEST_P(ChunkCycle, FullChunkThenShortChunkThenNothing) {
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
-  QuillonTestAccess::StopConfigListener(h.Effect());
-  QuillonTestAccess::SetBlockVoice(h.Effect(), GetParam().blockVoice);
-  const std::vector<float> mic = Mic(kPeriod);
-
-  h.Process(mic);
-  const size_t total = kChunk + kChunk / 4;
-  ASSERT_TRUE(h.Accept(SoundBlock(total)));
-
-  size_t next = 0;  // index of the next received sample expected in the output
-  for (int period = 1; period <= 17; ++period) {
-    const size_t queuedBefore = h.Queued();
-    std::vector<float> out = h.Process(mic);
-    const size_t taken = period == 1 ? kChunk : period == 9 ? kChunk / 4 : 0;
-    EXPECT_EQ(queuedBefore - taken, h.Queued()) << "period " << period;
-    const bool chunkPlaying = period <= 16;
-    for (size_t i = 0; i < kPeriod; ++i) {
-      float s = 0.0f;
-      if (chunkPlaying && next < total) s = Sound(next);
-      float expected = chunkPlaying ? (GetParam().blockVoice ? s : s + mic[i]) : mic[i];
-      ASSERT_FLOAT_EQ(expected, out[i]) << "period " << period << " sample " << i;
-      if (chunkPlaying) ++next;
+// One block of a chunk and a quarter: a full chunk over eight periods, then the
+// quarter followed by silence for the rest of the second chunk, then the mic
+// alone. Each chunk taken wakes the receiver once.
+TEST(ChunkCycle, FullChunkThenShortChunkThenNothing) {
+  for (bool replace : {false, true}) {
+    MixerRig rig;
+    const std::vector<float> mic = Mic(kPeriod);
+    rig.Period(mic);
+    const size_t total = kChunk + kChunk / 4;
+    ASSERT_TRUE(rig.sound.Accept(SoundBlock(total).data(), total));
+    size_t next = 0;  // the next received sample expected in the output
+    for (int period = 1; period <= 17; ++period) {
+      const size_t queuedBefore = rig.sound.queue.Size();
+      const std::vector<float> out = rig.Period(mic, 1.0f, replace);
+      const size_t taken = period == 1 ? kChunk : period == 9 ? kChunk / 4 : 0;
+      EXPECT_EQ(queuedBefore - taken, rig.sound.queue.Size()) << "period " << period;
+      EXPECT_EQ(taken > 0, rig.ChunkTakenSignalled()) << "period " << period;
+      const bool chunkPlaying = period <= 16;
+      for (size_t i = 0; i < kPeriod; ++i) {
+        const float s = chunkPlaying && next < total ? Sound(next) : 0.0f;
+        const float expected = chunkPlaying ? (replace ? s : s + mic[i]) : mic[i];
+        ASSERT_FLOAT_EQ(expected, out[i]) << "period " << period << " sample " << i;
+        if (chunkPlaying) ++next;
+      }
     }
   }
-  EXPECT_EQ(0u, QuillonTestAccess::Queued(h.Effect()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Mixing, ChunkCycle,
-                         ::testing::Values(ChunkCase{"Mix", false}, ChunkCase{"BlockVoice", true}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST(Mixing, QueueAcceptsBlocksOnlyBelowOneChunk) {
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, kFrames));
+TEST(ChunkCycle, QueueAcceptsBlocksOnlyBelowOneChunk) {
+  MixerRig rig;
   // Before the first period the chunk size is unknown: nothing is accepted.
-  EXPECT_FALSE(h.Accept(SoundBlock(10)));
-  h.Process(Mic(kPeriod));
-  EXPECT_TRUE(h.Accept(SoundBlock(kChunk - 1)));
-  EXPECT_TRUE(h.Accept(SoundBlock(TransferBlock::kMaxSamples)));  // queue was below one chunk
-  EXPECT_FALSE(h.Accept(SoundBlock(1)));                          // now above it
-  EXPECT_EQ(kChunk - 1 + TransferBlock::kMaxSamples, QuillonTestAccess::Queued(h.Effect()));
+  EXPECT_FALSE(rig.sound.Accept(SoundBlock(10).data(), 10));
+  rig.Period(Mic(kPeriod));
+  const std::vector<float> big = SoundBlock(TransferBlock::kMaxSamples + 5);
+  EXPECT_TRUE(rig.sound.Accept(big.data(), kChunk - 1));
+  EXPECT_TRUE(rig.sound.Accept(big.data(), big.size()));  // below one chunk: taken, cut to one block
+  EXPECT_FALSE(rig.sound.Accept(big.data(), 1));          // now above it
+  EXPECT_EQ(kChunk - 1 + TransferBlock::kMaxSamples, rig.sound.queue.Size());
+}
+
+TEST(ChunkCycle, DropQueuedSilencesTheRestOfTheChunk) {
+  MixerRig rig;
+  const std::vector<float> mic = Mic(kPeriod);
+  rig.Period(mic);
+  ASSERT_TRUE(rig.sound.Accept(SoundBlock(3 * kChunk).data(), 3 * kChunk));
+  rig.Period(mic);
+  rig.mixer.DropQueued();
+  EXPECT_EQ(0u, rig.sound.queue.Size());
+  EXPECT_EQ(mic, rig.Period(mic));
+  EXPECT_EQ(0u, rig.mixed);
 }
 
 // Real engines vary the frame count within one lock period. Whatever arrives,
-// nothing outside the connection buffers or the chunk is touched, and the
-// received sound still comes out in order, sample for sample.
-TEST(Mixing, VaryingFrameCountStaysInBoundsAndKeepsSoundInOrder) {
-  constexpr UINT32 kMaxFrames = 600;
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, kMaxFrames));
-  const std::vector<float> silence(kChannels * kMaxFrames, 0.0f);
-  h.Process(silence, BUFFER_VALID, 480);  // chunk sized for 480 frames
-  const size_t total = 3 * 8 * 480 * kChannels;
-  size_t queued = 0;
-  std::vector<float> received;
-  const UINT32 frameCounts[] = {485, 480, 528, 600, 1000, 7, 528, 485};
-  for (int round = 0; round < 12; ++round) {
-    for (UINT32 frames : frameCounts) {
-      while (queued < total && h.Accept(SoundBlock(std::min<size_t>(4000, total - queued), queued))) {
-        queued += std::min<size_t>(4000, total - queued);
-      }
-      std::vector<float> out = h.Process(silence, BUFFER_VALID, frames);
-      EXPECT_EQ(std::min(frames, kMaxFrames) * kChannels, out.size());
-      received.insert(received.end(), out.begin(), out.end());
-    }
-  }
-  // Strip the silence between chunks; what is left must be the sound in order.
-  std::vector<float> sound;
-  for (float v : received) {
-    if (v != 0.0f) sound.push_back(v);
-  }
-  ASSERT_EQ(total, sound.size());
-  for (size_t k = 0; k < total; ++k) ASSERT_FLOAT_EQ(Sound(k), sound[k]) << "sample " << k;
-}
-
-// A chunk holds eight first periods; when later periods do not divide it, a
-// chunk ends inside a period and the next one must follow in the same period.
+// nothing beyond the period is written, and received sound comes out in
+// order; when a chunk ends inside a period while sound is queued, the next
+// chunk follows in the same period, so there is no gap.
 struct FrameSequence {
   const char* name;
-  UINT32 first;               // frames of the period that sizes the chunk
-  std::vector<UINT32> later;  // frames of the periods after it, in turn
+  size_t first;               // samples of the period that sizes the chunk
+  std::vector<size_t> later;  // samples of the periods after it, in turn
 };
 
-class ChunkEndsInsideAPeriod : public ::testing::TestWithParam<FrameSequence> {};
+class VaryingPeriods : public ::testing::TestWithParam<FrameSequence> {};
 
-TEST_P(ChunkEndsInsideAPeriod, APeriodMixesWhileSoundIsQueued) {
-  constexpr UINT32 kMaxFrames = 480;
-  EffectHarness h;
-  ASSERT_EQ(S_OK, h.Lock(kChannels, kMaxFrames));
-  QuillonTestAccess::StopConfigListener(h.Effect());
-  const std::vector<float> silence(kChannels * kMaxFrames, 0.0f);
-  h.Process(silence, BUFFER_VALID, GetParam().first);
-  const size_t total = 40 * kMaxFrames * kChannels;
+TEST_P(VaryingPeriods, SoundInOrderWithoutGapsWhileQueued) {
+  constexpr size_t kMax = 960;
+  MixerRig rig(kMax);
+  rig.Period(std::vector<float>(GetParam().first, 0.0f));
+  const size_t total = 40 * kMax;
   size_t queued = 0;
   std::vector<float> sound;
-  for (size_t period = 0; period < 200 && sound.size() < total; ++period) {
-    while (queued < total && h.Accept(SoundBlock(std::min<size_t>(1000, total - queued), queued))) {
+  for (size_t period = 0; period < 400 && sound.size() < total; ++period) {
+    while (queued < total && rig.sound.Accept(SoundBlock(std::min<size_t>(1000, total - queued), queued).data(),
+                                              std::min<size_t>(1000, total - queued))) {
       queued += std::min<size_t>(1000, total - queued);
     }
-    const std::vector<float> out =
-        h.Process(silence, BUFFER_VALID, GetParam().later[period % GetParam().later.size()]);
-    // Sound from the period's start; silence after it only once nothing is queued.
+    const std::vector<float> out = rig.Period(std::vector<float>(GetParam().later[period % GetParam().later.size()]));
     size_t played = 0;
     while (played < out.size() && out[played] != 0.0f) ++played;
     for (size_t i = played; i < out.size(); ++i) ASSERT_EQ(0.0f, out[i]) << "period " << period;
-    if (played < out.size() && played > 0) ASSERT_EQ(0u, h.Queued()) << "period " << period << " stopped early";
+    // Silence after sound only once nothing is queued.
+    if (played < out.size() && played > 0) ASSERT_EQ(0u, rig.sound.queue.Size()) << "gap in period " << period;
     sound.insert(sound.end(), out.begin(), out.begin() + static_cast<ptrdiff_t>(played));
   }
   ASSERT_EQ(total, sound.size());
   for (size_t k = 0; k < total; ++k) ASSERT_FLOAT_EQ(Sound(k), sound[k]) << "sample " << k;
 }
 
-INSTANTIATE_TEST_SUITE_P(Mixing, ChunkEndsInsideAPeriod,
-                         ::testing::Values(FrameSequence{"OneFrameFirst", 1, {480}},
-                                           FrameSequence{"Alternating441And440", 441, {440, 441}},
-                                           FrameSequence{"ShorterThenLonger", 100, {7, 480, 333}}),
+INSTANTIATE_TEST_SUITE_P(ChunkCycle, VaryingPeriods,
+                         ::testing::Values(FrameSequence{"OneFrameFirst", 2, {960}},
+                                           FrameSequence{"Alternating441And440", 882, {880, 882}},
+                                           FrameSequence{"ShorterThenLonger", 200, {14, 960, 666}},
+                                           FrameSequence{"EngineLikeMix", 960, {960, 14, 958, 960, 2}}),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// ---- Through the effect: flags and bounds of the connection buffers ------------------
+TEST(EffectProcess, FlagsDecideWhatIsWritten) {
+  EffectHarness h;
+  ASSERT_EQ(S_OK, h.Lock(2, 4));
+  const std::vector<float> mic = Mic(kPeriod);
+  EXPECT_EQ(mic, h.Process(mic));
+  EXPECT_EQ(static_cast<UINT32>(BUFFER_VALID), h.OutputProperty().u32BufferFlags);
+  // Silent input is silence whatever the buffer holds, and stays flagged silent.
+  EXPECT_EQ(std::vector<float>(kPeriod, 0.0f), h.Process(mic, BUFFER_SILENT));
+  EXPECT_EQ(static_cast<UINT32>(BUFFER_SILENT), h.OutputProperty().u32BufferFlags);
+  for (UINT32 flag : {static_cast<UINT32>(BUFFER_INVALID), 3u, 0xFFFFFFFFu}) {
+    EXPECT_EQ(std::vector<float>(kPeriod, 99.0f), h.Process(mic, flag)) << "flag " << flag;
+    EXPECT_EQ(static_cast<UINT32>(BUFFER_INVALID), h.OutputProperty().u32BufferFlags);
+    EXPECT_EQ(0u, h.OutputProperty().u32ValidFrameCount);
+  }
+  // A frame count beyond the locked buffers is cut to them (the harness checks the guards).
+  EXPECT_EQ(mic, h.Process(mic, BUFFER_VALID, 1000));
+  EXPECT_EQ(1000u, h.OutputProperty().u32ValidFrameCount);
+}
 
 }  // namespace
 }  // namespace quillon::test

@@ -3,12 +3,12 @@
 // connection buffers, APOProcess period by period, UnlockForProcess.
 #pragma once
 
-#include "com/RegistrationProperties.h"
+#include "effect/RegistrationProperties.h"
 #include "effect/QuillonAggregate.h"
 #include "platform/AudioMediaType.h"
-#include "support/ComPtr.h"
+#include "platform/ComPtr.h"
 #include "host/EndpointProperties.h"
-#include "support/QuillonTestAccess.h"
+#include "support/SharedFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -39,7 +39,7 @@ struct GuardedBuffer {
 
 class EffectHarness {
  public:
-  // An effect created in this process, for the white-box accessors too.
+  // An effect created in this process.
   explicit EffectHarness(const wchar_t* endpoint = kDefaultEndpoint) : store_(endpoint) {
     EXPECT_EQ(S_OK, QuillonAggregate::Create(nullptr, IID_IAudioProcessingObject, apo_.PutVoid()));
     QueryInterfaces();
@@ -55,7 +55,7 @@ class EffectHarness {
 
   IAudioProcessingObject* Apo() { return apo_.Get(); }
   IAudioProcessingObjectConfiguration* Config() { return config_.Get(); }
-  Quillon* Effect() { return QuillonTestAccess::From(apo_.Get()); }
+  Quillon* Effect() { return static_cast<Quillon*>(apo_.Get()); }
 
   HRESULT Initialize() {
     APOInitSystemEffects2 init{};
@@ -88,9 +88,14 @@ class EffectHarness {
     return config_->UnlockForProcess();
   }
 
-  // Slot the effect registered in at its lock (-1 when refused).
-  int32_t Slot() { return QuillonTestAccess::InstanceIndex(Effect()); }
-  size_t Queued() { return QuillonTestAccess::Queued(Effect()); }
+  // Slot the effect registered in at its lock, as a player finds it in the register (-1 when none).
+  int32_t Slot() {
+    RegisterView reg;
+    for (int32_t i = 0; reg.Open() && i < kMaxInstances; ++i) {
+      if (reg->inUse[i] == 1 && store_.Endpoint() == reg->endpointIds[i]) return i;
+    }
+    return -1;
+  }
 
   // One period: `mic` fills the input buffer (frames = mic.size() / channels).
   // Returns the output samples; the output buffer starts filled with 99.
@@ -109,8 +114,6 @@ class EffectHarness {
     return std::vector<float>(out_.Data(), out_.Data() + n);
   }
   const APO_CONNECTION_PROPERTY& OutputProperty() const { return outProp_; }
-
-  bool Accept(const std::vector<float>& block) { return Effect()->AcceptReceivedBlock(block.data(), block.size()); }
 
  private:
   void QueryInterfaces() {

@@ -1,5 +1,6 @@
 // What the tests read back from the machine-wide places the library writes:
-// text files (the log, the tools' output) and the instance register.
+// text files (the log, the tools' output), the instance register and the
+// slots' transfer mappings.
 #pragma once
 
 #include "platform/MappedView.h"
@@ -35,6 +36,20 @@ class RegisterView {
   }
   bool Open() const { return static_cast<bool>(view_); }
   const RegisterBlock* operator->() const { return reinterpret_cast<const RegisterBlock*>(view_.Get()); }
+
+ private:
+  MappedView view_;
+};
+
+// One slot's transfer mapping as a player sees it.
+class TransferView {
+ public:
+  explicit TransferView(int32_t slot) {
+    const std::wstring name = kTransferMappingPrefix + std::to_wstring(slot);
+    view_.Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str())), sizeof(TransferBlock));
+  }
+  bool Open() const { return static_cast<bool>(view_); }
+  TransferBlock* operator->() const { return reinterpret_cast<TransferBlock*>(view_.Get()); }
 
  private:
   MappedView view_;

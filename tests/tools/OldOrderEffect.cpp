@@ -10,7 +10,7 @@
 // format. Exit codes: 0 all received and right, 1 wrong samples, 4 timed out.
 #include "platform/AudioMediaType.h"
 #include "platform/MappedView.h"
-#include "transfer/NamedMutex.h"
+#include "platform/NamedMutexLock.h"
 #include "transfer/SharedLayout.h"
 #include "transfer/WinUtils.h"
 

@@ -9,7 +9,7 @@
 #include "support/EffectHarness.h"
 #include "support/QuillonDll.h"
 #include "support/SharedFiles.h"
-#include "transfer/NamedMutex.h"
+#include "platform/NamedMutexLock.h"
 #include "transfer/WinUtils.h"
 
 #include <gtest/gtest.h>

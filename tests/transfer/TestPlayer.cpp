@@ -11,7 +11,7 @@
 // Exit codes: 0 done, 3 instance closed, 4 timed out, 5 no such instance, 6 mutex busy, 2 bad call.
 // "QuillonTestPlayerReady" is signalled once the player has found its instance.
 #include "player/PlayerClient.h"
-#include "transfer/NamedMutex.h"
+#include "platform/NamedMutexLock.h"
 #include "transfer/WinUtils.h"
 
 #include <windows.h>

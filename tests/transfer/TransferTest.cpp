@@ -5,6 +5,7 @@
 #include "support/EffectHarness.h"
 #include "support/RegistryValue.h"
 #include "support/SharedFiles.h"
+#include "support/Within.h"
 #include "transfer/SharedLayout.h"
 
 
@@ -38,18 +39,28 @@ class Transfer : public ::testing::Test {
     return h;
   }
 
-  // Processes silent periods, collecting what was mixed in, until `done` holds.
+  // Processes periods, collecting what was mixed in, until `done` holds. Silent
+  // periods hold a value that must never be heard, and turn valid with sound.
   template <typename Done>
-  bool RunUntil(EffectHarness& h, std::vector<float>& received, Done done) {
-    const std::vector<float> silence(kPeriod, 0.0f);
+  bool RunUntil(EffectHarness& h, std::vector<float>& received, Done done, UINT32 flags = BUFFER_VALID) {
+    const std::vector<float> mic(kPeriod, flags == BUFFER_SILENT ? 0.75f : 0.0f);
     for (int period = 0; period < kMaxPeriods; ++period) {
-      for (float v : h.Process(silence)) {
+      bool heard = false;
+      for (float v : h.Process(mic, flags)) {
         if (v != 0.0f) received.push_back(v);
+        heard = heard || v != 0.0f;
       }
+      if (heard) EXPECT_EQ(static_cast<UINT32>(BUFFER_VALID), h.OutputProperty().u32BufferFlags);
       if (done()) return true;
       Sleep(1);
     }
     return false;
+  }
+
+  // A block of `bytes` from quillon_test_player.exe, taken into the queue; the player's exit code.
+  int SendRaw(size_t bytes) {
+    ChildProcess player(L"quillon_test_player.exe", L"raw \"" + endpoints_.back() + L"\" " + std::to_wstring(bytes));
+    return player.Wait();
   }
 
   ScopedRegistryValue level_{HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel"};
@@ -102,10 +113,14 @@ class BlockSizes : public Transfer, public ::testing::WithParamInterface<BlockCa
 TEST_P(BlockSizes, QueueAndLog) {
   auto h = Start(0);
   h->Process(std::vector<float>(kPeriod, 0.0f));  // the first period sizes the chunk
-  ChildProcess player(L"quillon_test_player.exe", L"raw \"" + Endpoint(0) + L"\" " + std::to_wstring(GetParam().bytes));
-  ASSERT_EQ(0, player.Wait());
-  EXPECT_EQ(GetParam().queued, h->Queued());
+  ASSERT_EQ(0, SendRaw(GetParam().bytes));
   EXPECT_NE(std::string::npos, LogText().find(GetParam().logged));
+  // Whole samples only, and never more than one block: then nothing more.
+  std::vector<float> received;
+  RunUntil(*h, received, [&] { return received.size() >= GetParam().queued; });
+  for (int i = 0; i < 2 * 8; ++i) h->Process(std::vector<float>(kPeriod, 0.0f));
+  ASSERT_EQ(GetParam().queued, received.size());
+  for (size_t k = 0; k < received.size(); ++k) ASSERT_EQ(Sent(k), received[k]);
 }
 
 INSTANTIATE_TEST_SUITE_P(Transfer, BlockSizes,
@@ -115,15 +130,13 @@ INSTANTIATE_TEST_SUITE_P(Transfer, BlockSizes,
 TEST_F(Transfer, BlockWaitsWhileTheQueueHoldsAChunk) {
   auto h = Start(0);
   h->Process(std::vector<float>(kPeriod, 0.0f));
-  const std::vector<float> full(8 * kPeriod, 0.5f);
-  ASSERT_TRUE(h->Accept(full));
+  ASSERT_EQ(0, SendRaw(8 * kPeriod * sizeof(float)));  // one chunk queued
   ChildProcess player(L"quillon_test_player.exe", L"raw \"" + Endpoint(0) + L"\" 400");
-  TransferBlock* block = QuillonTestAccess::Control(h->Effect());
-  for (int i = 0; i < 2000 && block->dataReady != 1; ++i) Sleep(5);
-  ASSERT_EQ(1u, block->dataReady);
+  TransferView block(h->Slot());
+  ASSERT_TRUE(block.Open());
+  ASSERT_TRUE(Within([&] { return block->dataReady == 1; }));
   EXPECT_EQ(-1, player.Wait(300)) << "the block must wait while the queue is full";
   EXPECT_EQ(1u, block->dataReady);
-  EXPECT_EQ(8 * kPeriod, h->Queued());
   // Taking the chunk wakes the receiver, which now takes the block.
   std::vector<float> received;
   EXPECT_TRUE(RunUntil(*h, received, [&] { return block->dataReady == 0; }));
@@ -144,7 +157,7 @@ TEST_F(Transfer, SoundFromAnotherProcessIsMixedSampleExactly) {
     if (readyAt < 0 && WaitForSingleObject(firstBlock, 0) == WAIT_OBJECT_0) readyAt = period;
     if (heardAt < 0 && !received.empty()) heardAt = period;
     return received.size() >= kTotal;
-  }));
+  }, BUFFER_SILENT));
   EXPECT_EQ(0, player.Wait());
   ASSERT_EQ(kTotal, received.size());
   for (size_t k = 0; k < kTotal; ++k) ASSERT_EQ(Sent(k), received[k]) << "sample " << k;
@@ -157,7 +170,8 @@ TEST_F(Transfer, UnlockTellsThePlayer) {
   HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, L"QuillonTestPlayerReady");
   ChildProcess player(L"quillon_test_player.exe", L"wait-closed \"" + Endpoint(0) + L"\"");
   ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready, 30000));
-  TransferBlock* block = QuillonTestAccess::Control(h->Effect());
+  TransferView block(h->Slot());
+  ASSERT_TRUE(block.Open());
   EXPECT_EQ(0u, block->instanceClosed);
   ASSERT_EQ(S_OK, h->Unlock());
   EXPECT_EQ(0, player.Wait());
@@ -168,12 +182,17 @@ TEST_F(Transfer, UnlockTellsThePlayer) {
 TEST_F(Transfer, StopRequestDropsTheQueueAndAnswers) {
   auto h = Start(0);
   h->Process(std::vector<float>(kPeriod, 0.0f));
-  ASSERT_TRUE(h->Accept(std::vector<float>(3 * kPeriod, 0.5f)));
+  ASSERT_EQ(0, SendRaw(3 * kPeriod * sizeof(float)));
   ChildProcess player(L"quillon_test_player.exe", L"stop \"" + Endpoint(0) + L"\"");
+  TransferView block(h->Slot());
+  ASSERT_TRUE(block.Open());
+  ASSERT_TRUE(Within([&] { return block->stopRequest != 0; }));
+  // The request comes before the sound's first period: none of it is heard.
   std::vector<float> received;
   EXPECT_TRUE(RunUntil(*h, received, [&] { return WaitForSingleObject(player.Handle(), 0) == WAIT_OBJECT_0; }));
   EXPECT_EQ(0, player.Wait());
-  EXPECT_EQ(0u, h->Queued());
+  for (int i = 0; i < 2 * 8; ++i) h->Process(std::vector<float>(kPeriod, 0.0f));
+  EXPECT_TRUE(received.empty());
 }
 
 TEST_F(Transfer, PlayerDyingWithTheMutexDoesNotStopTheEffect) {
@@ -197,7 +216,7 @@ TEST_F(Transfer, PlayerDyingWithTheMutexDoesNotStopTheEffect) {
 TEST_F(Transfer, PlayerHoldingTheMutexForSecondsOnlyDelaysSound) {
   auto h = Start(0);
   h->Process(std::vector<float>(kPeriod, 0.0f));
-  ASSERT_TRUE(h->Accept(std::vector<float>(kPeriod, 0.5f)));
+  ASSERT_EQ(0, SendRaw(kPeriod * sizeof(float)));
   HANDLE holding = CreateEventW(nullptr, TRUE, FALSE, L"QuillonTestPlayerHolding");
   ChildProcess holder(L"quillon_test_player.exe", L"hold \"" + Endpoint(0) + L"\" 2500");
   ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(holding, 30000));

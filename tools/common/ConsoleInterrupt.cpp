@@ -1,6 +1,6 @@
 #include "common/ConsoleInterrupt.h"
 
-#include "platform/UniqueHandle.h"
+#include "platform/UniqueResource.h"
 
 namespace quillon::tools {
 namespace {

@@ -1,10 +1,12 @@
 #include "host/EffectHost.h"
 
-#include "com/RegistrationProperties.h"
+#include "effect/RegistrationProperties.h"
 #include "host/EndpointProperties.h"
 
 #include "platform/ApoInterfaces.h"
 #include "platform/AudioMediaType.h"
+#include "platform/ComPtr.h"
+#include "platform/UniqueResource.h"
 
 #include <windows.h>
 
@@ -16,14 +18,6 @@
 namespace quillon::tools {
 namespace {
 
-template <typename T>
-struct Ref {
-  T* p = nullptr;
-  ~Ref() {
-    if (p != nullptr) p->Release();
-  }
-};
-
 // COM for the calling thread, for as long as the effect is used.
 struct ComApartment {
   const bool entered = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
@@ -32,12 +26,6 @@ struct ComApartment {
   }
 };
 
-struct Library {
-  HMODULE module = nullptr;
-  ~Library() {
-    if (module != nullptr) FreeLibrary(module);
-  }
-};
 
 std::string Hex(HRESULT hr) {
   char text[16];
@@ -71,45 +59,45 @@ uint32_t FramesPerPeriod(uint32_t rate, double periodMs) {
 bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
                std::string& error) {
   ComApartment apartment;
-  Library library;
-  Ref<IAudioProcessingObject> apo;
+  UniqueModule library;
+  ComPtr<IAudioProcessingObject> apo;
   if (options.useCom) {
     HRESULT hr = CoCreateInstance(CLSID_Quillon, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
-                                  reinterpret_cast<void**>(&apo.p));
+                                  apo.PutVoid());
     if (FAILED(hr)) {
       error = "CoCreateInstance of the effect failed (" + Hex(hr) + "): is the COM class registered?";
       return false;
     }
   } else {
     const std::wstring path = options.dllPath.empty() ? DefaultDllPath() : options.dllPath;
-    library.module = LoadLibraryW(path.c_str());
-    if (library.module == nullptr) {
+    library.Reset(LoadLibraryW(path.c_str()));
+    if (!library) {
       error = "cannot load the effect library (error " + std::to_string(GetLastError()) + ")";
       return false;
     }
     auto getClassObject = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(
-        GetProcAddress(library.module, "DllGetClassObject"));
-    Ref<IClassFactory> factory;
+        GetProcAddress(library.Get(), "DllGetClassObject"));
+    ComPtr<IClassFactory> factory;
     HRESULT hr = getClassObject == nullptr ? E_NOINTERFACE
                                            : getClassObject(CLSID_Quillon, IID_IClassFactory,
-                                                            reinterpret_cast<void**>(&factory.p));
-    if (SUCCEEDED(hr)) hr = factory.p->CreateInstance(nullptr, IID_IAudioProcessingObject, reinterpret_cast<void**>(&apo.p));
+                                                            factory.PutVoid());
+    if (SUCCEEDED(hr)) hr = factory->CreateInstance(nullptr, IID_IAudioProcessingObject, apo.PutVoid());
     if (FAILED(hr)) {
       error = "the library does not create the effect (" + Hex(hr) + ")";
       return false;
     }
   }
-  Ref<IAudioProcessingObjectRT> rt;
-  Ref<IAudioProcessingObjectConfiguration> config;
-  apo.p->QueryInterface(IID_IAudioProcessingObjectRT, reinterpret_cast<void**>(&rt.p));
-  apo.p->QueryInterface(IID_IAudioProcessingObjectConfiguration, reinterpret_cast<void**>(&config.p));
+  ComPtr<IAudioProcessingObjectRT> rt;
+  ComPtr<IAudioProcessingObjectConfiguration> config;
+  apo->QueryInterface(IID_IAudioProcessingObjectRT, rt.PutVoid());
+  apo->QueryInterface(IID_IAudioProcessingObjectConfiguration, config.PutVoid());
 
   EndpointProperties store(options.endpoint);
   APOInitSystemEffects2 init{};
   init.APOInit.cbSize = sizeof(init);
   init.APOInit.clsid = CLSID_Quillon;
   init.pAPOEndpointProperties = &store;
-  HRESULT hr = apo.p->Initialize(sizeof(init), reinterpret_cast<BYTE*>(&init));
+  HRESULT hr = apo->Initialize(sizeof(init), reinterpret_cast<BYTE*>(&init));
   if (FAILED(hr)) {
     error = "Initialize failed (" + Hex(hr) + ")";
     return false;
@@ -121,9 +109,9 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
     error = "a period of " + std::to_string(options.periodMs) + " ms is shorter than one frame";
     return false;
   }
-  Ref<IAudioMediaType> format, accepted;
-  CreateAudioMediaType(MakeFloatFormat(channels, static_cast<float>(input.rate)), &format.p);
-  hr = apo.p->IsInputFormatSupported(format.p, format.p, &accepted.p);
+  ComPtr<IAudioMediaType> format, accepted;
+  CreateAudioMediaType(MakeFloatFormat(channels, static_cast<float>(input.rate)), format.Put());
+  hr = apo->IsInputFormatSupported(format.Get(), format.Get(), accepted.Put());
   if (hr != S_OK) {
     error = "the effect does not accept float32 at " + std::to_string(input.rate) + " Hz with " +
             std::to_string(channels) + " channels (" + Hex(hr) + ")";
@@ -132,12 +120,12 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
 
   std::vector<float> in(static_cast<size_t>(frames) * channels), out(in.size()), mic(in.size());
   APO_CONNECTION_DESCRIPTOR inDesc{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(in.data()), frames,
-                                   format.p, APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+                                   format.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
   APO_CONNECTION_DESCRIPTOR outDesc{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(out.data()),
-                                    frames, format.p, APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+                                    frames, format.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
   APO_CONNECTION_DESCRIPTOR* inDescs[] = {&inDesc};
   APO_CONNECTION_DESCRIPTOR* outDescs[] = {&outDesc};
-  hr = config.p->LockForProcess(1, inDescs, 1, outDescs);
+  hr = config->LockForProcess(1, inDescs, 1, outDescs);
   if (FAILED(hr)) {
     error = "LockForProcess failed (" + Hex(hr) + ")";
     return false;
@@ -175,7 +163,7 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
       std::copy(in.begin(), in.end(), mic.begin());
       LARGE_INTEGER before, after, frequency;
       QueryPerformanceCounter(&before);
-      rt.p->APOProcess(1, ins, 1, outs);
+      rt->APOProcess(1, ins, 1, outs);
       QueryPerformanceCounter(&after);
       QueryPerformanceFrequency(&frequency);
       costs.push_back((after.QuadPart - before.QuadPart) * 1e6 / static_cast<double>(frequency.QuadPart));
@@ -191,7 +179,7 @@ bool RunEffect(const HostOptions& options, const WavData& input, std::vector<flo
     }
   });
   engine.join();
-  config.p->UnlockForProcess();
+  config->UnlockForProcess();
   if (input.samples.size() < output.size() && options.tailMs <= 0) output.resize(input.samples.size());
 
   std::sort(costs.begin(), costs.end());

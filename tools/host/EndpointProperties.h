@@ -14,6 +14,7 @@ namespace quillon::tools {
 class EndpointProperties final : public IPropertyStore {
  public:
   explicit EndpointProperties(std::wstring guid) : guid_(std::move(guid)) {}
+  const std::wstring& Endpoint() const { return guid_; }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IPropertyStore)) {

@@ -1,7 +1,7 @@
 #include "player/PlayerClient.h"
 
 #include "common/ToolSupport.h"
-#include "transfer/NamedMutex.h"
+#include "platform/NamedMutexLock.h"
 #include "transfer/WinUtils.h"
 
 #include <algorithm>

@@ -10,7 +10,7 @@
 #pragma once
 
 #include "platform/MappedView.h"
-#include "platform/UniqueHandle.h"
+#include "platform/UniqueResource.h"
 #include "transfer/SharedLayout.h"
 
 #include <windows.h>

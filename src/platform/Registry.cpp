@@ -1,4 +1,4 @@
-#include "config/Registry.h"
+#include "platform/Registry.h"
 
 #include <cwchar>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "com/ModuleCounters.h"
+#include "platform/ModuleCounters.h"
 
 namespace quillon {
 

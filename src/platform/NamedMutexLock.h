@@ -2,8 +2,8 @@
 // and closed on every path.
 #pragma once
 
-#include "platform/UniqueHandle.h"
-#include "transfer/WinUtils.h"
+#include "platform/UniqueResource.h"
+#include "platform/SharedSecurity.h"
 
 namespace quillon {
 

@@ -1,6 +1,6 @@
-#include "effect/SampleQueue.h"
+#include "transfer/SampleQueue.h"
 
-#include "effect/RealTime.h"
+#include "platform/RealTime.h"
 
 #include <algorithm>
 #include <cstring>
@@ -38,8 +38,8 @@ QUILLON_RT_CODE size_t SampleQueue::Pop(float* dest, size_t max) {
   if (count == 0) return 0;
   const size_t start = static_cast<size_t>(read % capacity_);
   const size_t first = std::min(count, capacity_ - start);
-  std::memcpy(dest, storage_.get() + start, first * sizeof(float));
-  std::memcpy(dest + first, storage_.get(), (count - first) * sizeof(float));
+  CopySamples(dest, storage_.get() + start, first);
+  CopySamples(dest + first, storage_.get(), count - first);
   read_.store(read + count, std::memory_order_release);
   return count;
 }

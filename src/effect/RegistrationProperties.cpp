@@ -1,4 +1,4 @@
-#include "com/RegistrationProperties.h"
+#include "effect/RegistrationProperties.h"
 
 #include <cwchar>
 

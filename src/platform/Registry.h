@@ -4,11 +4,12 @@
 // process is used (no WOW64 flags).
 #pragma once
 
+#include "platform/UniqueResource.h"
+
 #include <windows.h>
 
 #include <cstdint>
 #include <string>
-#include <utility>
 
 namespace quillon {
 
@@ -35,34 +36,6 @@ struct RegistryPath {
   std::wstring rootName;   // as written in the path; empty when not recognised
   std::wstring subKey;     // key path below the root, no leading backslash
   std::wstring valueName;  // empty names the key's default value
-};
-
-// Holds one open key and closes it once.
-class ScopedRegKey {
- public:
-  ScopedRegKey() = default;
-  explicit ScopedRegKey(HKEY key) : key_(key) {}
-  ScopedRegKey(const ScopedRegKey&) = delete;
-  ScopedRegKey& operator=(const ScopedRegKey&) = delete;
-  ScopedRegKey(ScopedRegKey&& other) noexcept : key_(std::exchange(other.key_, nullptr)) {}
-  ScopedRegKey& operator=(ScopedRegKey&& other) noexcept {
-    if (this != &other) Reset(std::exchange(other.key_, nullptr));
-    return *this;
-  }
-  ~ScopedRegKey() { Reset(); }
-
-  HKEY Get() const { return key_; }
-  HKEY* Put() {
-    Reset();
-    return &key_;
-  }
-  void Reset(HKEY key = nullptr) {
-    if (key_ != nullptr) RegCloseKey(key_);
-    key_ = key;
-  }
-
- private:
-  HKEY key_ = nullptr;
 };
 
 // Splits a full path text. A path ending in a backslash names a key (default

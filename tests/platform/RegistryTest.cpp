@@ -1,5 +1,5 @@
 // Registry access by full path, against real values that the tests write and remove.
-#include "config/Registry.h"
+#include "platform/Registry.h"
 #include "support/RegistryValue.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The lock-free hand-off between the receiver thread and the real-time routine.
-#include "effect/SampleQueue.h"
+#include "transfer/SampleQueue.h"
 
 #include <gtest/gtest.h>
 
