@@ -34,8 +34,10 @@ else
 endif
 
 test-x64: build
+	scripts/check-layers.sh
 	scripts/check-dll.sh $(ARM64)/bin/Quillon.dll arm64 --exports
 	scripts/check-dll.sh $(X64)/bin/Quillon.dll x64 --exports
+	scripts/check-realtime.py $(X64)/bin/Quillon.dll
 	scripts/run-tests.sh $(X64)
 
 # The shipped ARM64 build's suite, inside an emulated ARM64 Debian with ARM64 Wine.
