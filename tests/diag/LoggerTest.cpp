@@ -3,6 +3,7 @@
 #include "diag/Logger.h"
 #include "support/ChildProcess.h"
 #include "support/RegistryValue.h"
+#include "support/SharedFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -10,23 +11,15 @@
 #include <fstream>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <thread>
 
 namespace quillon::test {
 namespace {
 
-std::string ReadAll(const WideString& path) {
-  std::ifstream in(path.Data(), std::ios::binary);
-  std::stringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
-
 // Lines of the log without their CR LF; a trailing part without CR LF is returned as is.
 std::vector<std::string> LogLines() {
   std::vector<std::string> lines;
-  const std::string all = ReadAll(Logger::Instance().LogFilePath());
+  const std::string all = LogText();
   size_t start = 0;
   for (size_t end; (end = all.find("\r\n", start)) != std::string::npos; start = end + 2) {
     lines.push_back(all.substr(start, end - start));
@@ -75,7 +68,7 @@ TEST_F(LoggerTest, Utf8WithoutByteOrderMarkAndWithoutLengthLimit) {
   QLOG(LOG_ERROR, L"A::B", L"caf\u00e9 \u20ac \u4e2d");
   std::wstring longText(100000, L'x');
   QLOG(LOG_ERROR, L"A::B", L"%s", longText.c_str());
-  const std::string all = ReadAll(Logger::Instance().LogFilePath());
+  const std::string all = LogText();
   ASSERT_GE(all.size(), 3u);
   EXPECT_NE(std::string("\xEF\xBB\xBF"), all.substr(0, 3));
   EXPECT_NE(std::string::npos, all.find("caf\xC3\xA9 \xE2\x82\xAC \xE4\xB8\xAD #]\r\n"));
@@ -115,7 +108,7 @@ TEST_F(LoggerTest, RotatesOnlyAboveTwoMebibytes) {
       EXPECT_EQ(c.size, old.nFileSizeLow);
       EXPECT_EQ(1u, lines.size());
     } else {
-      const std::string all = ReadAll(Logger::Instance().LogFilePath());
+      const std::string all = LogText();
       ASSERT_GT(all.size(), c.size);
       const std::string appended = all.substr(c.size);
       EXPECT_EQ(0u, appended.rfind("[# ERROR | ", 0));
@@ -125,18 +118,11 @@ TEST_F(LoggerTest, RotatesOnlyAboveTwoMebibytes) {
 }
 
 // ---- Across processes -------------------------------------------------------------
-class NamedEvent {
- public:
-  explicit NamedEvent(const wchar_t* name) : handle_(CreateEventW(nullptr, TRUE, FALSE, name)) {}
-  ~NamedEvent() { CloseHandle(handle_); }
-  HANDLE Get() const { return handle_; }
-
- private:
-  HANDLE handle_;
-};
+// An event the helper process opens by name.
+UniqueHandle NamedEvent(const wchar_t* name) { return UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, name)); }
 
 TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
-  NamedEvent ready(L"QuillonTestLoggerReady"), release(L"QuillonTestLoggerRelease");
+  const UniqueHandle ready = NamedEvent(L"QuillonTestLoggerReady"), release = NamedEvent(L"QuillonTestLoggerRelease");
   ChildProcess holder(L"quillon_log_helper.exe", L"hold QuillonTestLoggerReady QuillonTestLoggerRelease");
   ASSERT_TRUE(holder.Started());
   ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
@@ -156,7 +142,7 @@ TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
 }
 
 TEST_F(LoggerTest, AbandonedMutexStillWrites) {
-  NamedEvent ready(L"QuillonTestLoggerAbandon");
+  const UniqueHandle ready = NamedEvent(L"QuillonTestLoggerAbandon");
   ChildProcess holder(L"quillon_log_helper.exe", L"abandon QuillonTestLoggerAbandon");
   ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
   EXPECT_EQ(0, holder.Wait());
