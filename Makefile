@@ -11,6 +11,7 @@ all: build
 deps:
 	@scripts/install-deps.sh
 	@scripts/fetch-zig.sh
+	@scripts/third-party.sh all
 
 $(X64)/build.ninja: | deps
 	cmake -G Ninja -S . -B $(X64) -DCMAKE_TOOLCHAIN_FILE=cmake/x86_64-windows-gnu.cmake $(CMAKE_FLAGS)
@@ -37,6 +38,8 @@ test-x64: build
 	scripts/check-layers.sh
 	scripts/check-dll.sh $(ARM64)/bin/Quillon.dll arm64 --exports
 	scripts/check-dll.sh $(X64)/bin/Quillon.dll x64 --exports
+	scripts/check-dll.sh $(ARM64)/bin/quillon.exe arm64
+	scripts/check-dll.sh $(X64)/bin/quillon.exe x64
 	scripts/check-realtime.py $(X64)/bin/Quillon.dll
 	scripts/run-tests.sh $(X64)
 
@@ -48,15 +51,16 @@ test-arm64: build
 bench: build
 	$(X64)/wine-run $(X64)/bin/quillon_bench.exe
 	$(X64)/wine-run $(X64)/bin/quillon_bench_logger.exe
+	$(X64)/wine-run $(X64)/bin/quillon_bench_convert.exe $$(scripts/bench-sounds.sh $(X64)/bench-sounds)
 
 # Quillon's main job end to end; leaves WAVs, a picture and a summary in out/demo/.
 demo: deps $(X64)/build.ninja
-	cmake --build $(X64) --target quillon-host quillon-play Quillon
+	cmake --build $(X64) --target quillon-host quillon Quillon
 	scripts/demo.sh
 
 # The same with block voice: the player's sound replaces the microphone while it plays.
 demo-block-voice: deps $(X64)/build.ninja
-	cmake --build $(X64) --target quillon-host quillon-play Quillon
+	cmake --build $(X64) --target quillon-host quillon Quillon
 	scripts/demo.sh --block-voice
 
 clean:

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Quillon's main job, end to end: a host drives the effect like the Windows
-# audio engine on a spoken microphone signal, while the player sends a sound
-# from another process. Leaves the three signals and a picture in out/demo/.
+# audio engine on a spoken microphone signal, while `quillon play` sends an
+# MP3 and a 44.1 kHz mono WAV from another process, converted to the stream's
+# 48 kHz stereo as they play. Leaves the signals and a picture in out/demo/.
 #
 #   scripts/demo.sh [--block-voice]
 set -euo pipefail
@@ -21,8 +22,13 @@ echo "demo: making the signals"
 espeak-ng -s 150 -w "$out/voice.wav" \
   "Hello, this is the microphone. In a moment the player's sound joins the call, and everybody who records this microphone hears it."
 sox "$out/voice.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/microphone.wav" pad 0.5 1.5 norm -3
-sox -n -e floating-point -b 32 -r 48000 -c 2 "$out/player.wav" \
-  synth 2.5 sine 523.25 sine 659.25 tremolo 6 40 fade 0.05 2.5 0.3 vol 0.35
+# The player's files: a rising jingle as MP3, then a chord as 44.1 kHz mono WAV.
+sox -n -b 16 -r 44100 -c 2 "$out/jingle.wav" synth 1.2 sine 440-880 fade 0.05 1.2 0.2 vol 0.3
+lame --quiet -b 128 "$out/jingle.wav" "$out/jingle.mp3"
+sox -n -b 16 -r 44100 -c 1 "$out/chord.wav" synth 2.5 sine 523.25 sine 659.25 tremolo 6 40 fade 0.05 2.5 0.3 vol 0.35
+# What they sound like in the stream, one after the other (for the picture only).
+lame --quiet --decode "$out/jingle.mp3" "$out/jingle-decoded.wav"
+sox "$out/jingle-decoded.wav" "$out/chord.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/player.wav"
 
 if [[ ! -f "$WINEPREFIX/.demo-ready" ]]; then
   echo "demo: making a Wine prefix of its own (takes a few seconds, once)"
@@ -39,7 +45,8 @@ wine "$build/bin/quillon-host.exe" --in "$(winpath "$out/microphone.wav")" --out
   > "$out/host.txt" 2>&1 &
 host=$!
 sleep 2
-wine "$build/bin/quillon-play.exe" --wait 10 "$(winpath "$out/player.wav")" > "$out/player.txt" 2>&1
+wine "$build/bin/quillon.exe" play --verbose --wait 10 "$(winpath "$out/jingle.mp3")" "$(winpath "$out/chord.wav")" \
+  > "$out/player.txt" 2>&1
 wait $host
 
 sed -i 's/\r$//' "$out/host.txt" "$out/player.txt"
@@ -62,7 +69,7 @@ plot "$out/player.dat" using (\$1 + $entered):2 with lines lc rgb "#ff7f0e" titl
 plot "$out/output.dat" using 1:2 with lines lc rgb "#2ca02c" title "output: what every recording program hears"
 unset multiplot
 PLOT
-rm -f "$out"/*.dat "$out/voice.wav"
+rm -f "$out"/*.dat "$out/voice.wav" "$out/jingle.wav" "$out/jingle-decoded.wav"
 
 first_period=$(sed -n 's/first period with received sound: \([0-9-]*\).*/\1/p' "$out/host.txt")
 host_us=$(sed -n 's/.*first period with received sound: .*qpc_us=\([0-9-]*\).*/\1/p' "$out/host.txt")
@@ -72,11 +79,12 @@ play_us=$(sed -n 's/first block taken at qpc_us=\([0-9]*\)/\1/p' "$out/player.tx
   if [[ $block_voice == 1 ]]; then
     echo "  mixed: the player's sound replaced the microphone while it played (block voice on)"
   else
-    echo "  mixed: the player's two-tone chord (2.5 s) was added to the spoken microphone signal"
+    echo "  mixed: an MP3 jingle (1.2 s) and a 44.1 kHz mono WAV chord (2.5 s) were added to the spoken microphone signal"
   fi
   echo "  the sound entered the output at $(awk "BEGIN { printf \"%.2f\", $first_period * 0.01 }") s (period $first_period)"
   [[ -n "$host_us" && -n "$play_us" ]] && \
     echo "  delay from the first block taken to its first sample in the output: $(( (host_us - play_us) / 1000 )) ms"
   grep -E 'APOProcess per period|periods' "$out/host.txt" | sed 's/^/  /'
-  echo "  files: $out/{microphone,player,output}.wav and $out/signals.png"
+  sed -n 's/^\(playing\|played\) /  player: \1 /p' "$out/player.txt"
+  echo "  files: $out/{microphone,output}.wav, the player's $out/{jingle.mp3,chord.wav} and $out/signals.png"
 } | tee "$out/summary.txt"

@@ -56,7 +56,7 @@ uint32_t FramesPerPeriod(uint32_t rate, double periodMs) {
   return static_cast<uint32_t>(std::lround(rate * periodMs / 1000.0));
 }
 
-bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
+bool RunEffect(const HostOptions& options, const audio::Sound& input, std::vector<float>& output, HostReport& report,
                std::string& error) {
   ComApartment apartment;
   UniqueModule library;

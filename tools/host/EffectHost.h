@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/ToolSupport.h"
-#include "common/Wav.h"
+#include "audio/SoundFile.h"
 
 #include <windows.h>
 
@@ -38,7 +38,7 @@ uint32_t FramesPerPeriod(uint32_t rate, double periodMs);
 
 // Creates, initialises, locks and runs the effect over `input`, then unlocks
 // and releases it, on every path after the lock (an interrupt included).
-bool RunEffect(const HostOptions& options, const WavData& input, std::vector<float>& output, HostReport& report,
+bool RunEffect(const HostOptions& options, const audio::Sound& input, std::vector<float>& output, HostReport& report,
                std::string& error);
 
 }  // namespace quillon::tools

@@ -1,5 +1,6 @@
 // quillon-host: runs Quillon the way the Windows audio engine does, for one
-// capture endpoint, on a WAV file instead of a microphone.
+// capture endpoint, on a sound file instead of a microphone (any format
+// libsndfile reads, at its own rate and channel count), writing a float WAV.
 //
 //   quillon-host --out <output.wav> [--in <mic.wav>] [--dll <Quillon.dll> | --com]
 //                [--endpoint <text>] [--period-ms <n>] [--speed <x>]
@@ -11,7 +12,7 @@
 // of its own at real-time pace (or `--speed` times it; 0 = as fast as possible).
 // Without --in it processes silence for --seconds.
 #include "common/ConsoleInterrupt.h"
-#include "common/Wav.h"
+#include "audio/SoundFile.h"
 #include "host/EffectHost.h"
 
 #include <windows.h>
@@ -20,8 +21,10 @@
 #include <cstdio>
 #include <cwchar>
 #include <string>
+#include <utility>
 
 using namespace quillon::tools;
+namespace audio = quillon::audio;
 
 namespace {
 
@@ -83,16 +86,16 @@ int main() {
     return Usage("--period-ms must be above 0 and at most 1000");
   }
 
-  WavData input;
+  audio::Sound input;
   if (!inPath.empty()) {
     std::string error;
-    if (!ReadWav(inPath, input, error)) {
+    if (!audio::ReadSound(inPath, input, error)) {
       std::fprintf(stderr, "quillon-host: cannot read %s: %s\n", Narrow(inPath).c_str(), error.c_str());
       return 1;
     }
   } else {
     input.rate = rate;
-    input.channels = static_cast<uint16_t>(channels);
+    input.channels = channels;
     input.samples.assign(static_cast<size_t>(seconds * rate) * channels, 0.0f);
   }
 
@@ -115,8 +118,9 @@ int main() {
     std::printf("interrupted after %d periods; the effect was unlocked and released\n", report.periods);
     return kExitInterrupted;
   }
-  if (!WriteWav(outPath, input.rate, input.channels, output)) {
-    std::fprintf(stderr, "quillon-host: cannot write %s\n", Narrow(outPath).c_str());
+  std::string writeError;
+  if (!audio::WriteSound(outPath, {input.rate, input.channels, std::move(output)}, writeError)) {
+    std::fprintf(stderr, "quillon-host: cannot write %s: %s\n", Narrow(outPath).c_str(), writeError.c_str());
     return 1;
   }
   std::printf("periods processed: %d\n", report.periods);

@@ -1,8 +1,8 @@
-// The player's side of the protocol against the real Quillon.dll, across
-// processes: this test drives the effect like the audio engine (or runs
-// quillon-host as the engine), quillon-play plays the player, and both are
-// watched through the shared objects.
-#include "common/Wav.h"
+// `quillon play` and `quillon stop` as the player, against the real
+// Quillon.dll, across processes: this test drives the effect like the audio
+// engine (or runs quillon-host as the engine), and both are watched through
+// the shared objects.
+#include "audio/SoundFile.h"
 #include "platform/MappedView.h"
 #include "player/PlayerClient.h"
 #include "support/ChildProcess.h"
@@ -15,7 +15,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
 
 namespace quillon::test {
 namespace {
@@ -52,21 +51,22 @@ std::wstring RampFile(const std::wstring& name, uint16_t channels, size_t sample
   std::vector<float> ramp(samples);
   for (size_t k = 0; k < samples; ++k) ramp[k] = Ramp(k);
   const std::wstring path = Scratch(name + L".wav");
-  EXPECT_TRUE(tools::WriteWav(path, 48000, channels, ramp));
+  std::string error;
+  EXPECT_TRUE(audio::WriteSound(path, {48000, channels, std::move(ramp)}, error)) << error;
   return path;
 }
 
-// quillon-play with its output in a file of its own.
+// quillon.exe with its output in a file of its own.
 struct Player {
   Player(const std::wstring& name, const std::wstring& args)
-      : output(Scratch(name + L"-out.txt")), process(L"quillon-play.exe", args, output) {}
+      : output(Scratch(name + L"-out.txt")), process(L"quillon.exe", args, output) {}
   std::string Text() const { return ReadText(output); }
   std::wstring output;
   ChildProcess process;
 };
 
 std::wstring PlayArgs(const wchar_t* endpoint, const std::wstring& file, const std::wstring& extra = L"") {
-  return L"--wait 20 --endpoint " + std::wstring(endpoint) + L" " + extra + L" \"" + file + L"\"";
+  return L"play --verbose --wait 20 --mic " + std::wstring(endpoint) + L" " + extra + L" \"" + file + L"\"";
 }
 
 class PlayerProtocol : public ::testing::Test {
@@ -155,8 +155,7 @@ TEST_F(PlayerProtocol, NeverWritesOverAnotherPlayersBlock) {
     block->byteCount = 400;
     block->dataReady = 1;
   }
-  Player player(L"foreign", L"--wait 2 --endpoint " + std::wstring(kMicA) + L" \"" + RampFile(L"foreign", 2, 960) +
-                                L"\"");
+  Player player(L"foreign", L"play --mic " + std::wstring(kMicA) + L" \"" + RampFile(L"foreign", 2, 960) + L"\"");
   EXPECT_EQ(1, player.process.Wait(kBound));
   EXPECT_NE(std::string::npos, player.Text().find("another player is sending to this microphone")) << player.Text();
   EXPECT_EQ(1u, block->dataReady);
@@ -229,7 +228,7 @@ INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerInterrupted,
 TEST_F(PlayerProtocol, InterruptedWhileStoppingClearsTheStopRequest) {
   auto h = Start(kMicA, 2);  // no period runs, so the stop request is never answered
   TransferBlock* block = Mapping(kMicA);
-  Player stopper(L"stopping", L"--wait 20 --endpoint " + std::wstring(kMicA) + L" --stop");
+  Player stopper(L"stopping", L"stop --mic " + std::wstring(kMicA));
   ASSERT_TRUE(PollUntil([&] { return block->stopRequest != 0; }));
   ASSERT_TRUE(stopper.process.Interrupt(CTRL_C_EVENT));
   EXPECT_EQ(130, stopper.process.Wait(kBound)) << stopper.Text();
@@ -259,11 +258,12 @@ TEST_F(PlayerProtocol, BlocksHoldWholeFrames) {
   std::vector<float> sound(kFileFrames * 6 + 3);
   for (size_t k = 0; k < sound.size(); ++k) sound[k] = static_cast<float>(k % 6 + 1 + 8 * (k / 6));
   const std::wstring file = Scratch(L"six.wav");
-  ASSERT_TRUE(tools::WriteWav(file, 48000, 6, sound));
+  std::string error;
+  ASSERT_TRUE(audio::WriteSound(file, {48000, 6, sound}, error)) << error;
   auto h = Start(kMicA, 6);
   h->Process(std::vector<float>(6 * kFrames, 0.0f));  // sizes the chunk
   TransferBlock* block = Mapping(kMicA);
-  Player player(L"six", PlayArgs(kMicA, file, L"--block-ms 2000"));
+  Player player(L"six", PlayArgs(kMicA, file, L"--block-ms 1000"));
   // The first block (65532 samples) fills the queue; the rest waits as the second.
   const uint32_t secondBytes = static_cast<uint32_t>((kFileFrames * 6 - 65532) * sizeof(float));
   EXPECT_TRUE(PollUntil([&] { return block->dataReady == 1 && block->byteCount == secondBytes; }))
@@ -311,21 +311,6 @@ TEST_F(PlayerProtocol, HostInterruptedUnlocksAndReleasesTheEffect) {
   EXPECT_EQ(130, host.Wait(kBound));
   EXPECT_EQ(-1, SlotOf(kMicA)) << "the slot is free";
   EXPECT_EQ(1u, block->instanceClosed) << "the player was told";
-}
-
-// A WAV whose data chunk is empty and ends the file: 44 bytes in all.
-TEST_F(PlayerProtocol, HostReadsAnEmptyWavWithinItsBytes) {
-  const std::wstring empty = Scratch(L"empty.wav"), out = Scratch(L"empty-out.wav");
-  const unsigned char bytes[44] = {'R', 'I', 'F', 'F', 36, 0, 0, 0, 'W', 'A', 'V', 'E', 'f', 'm', 't', ' ',
-                                   16,  0,   0,   0,   3,  0, 2, 0, 0x80, 0xBB, 0, 0, 0, 0xDC, 5, 0,
-                                   8,   0,   32,  0,   'd', 'a', 't', 'a', 0, 0, 0, 0};
-  std::ofstream(empty, std::ios::binary).write(reinterpret_cast<const char*>(bytes), sizeof(bytes));
-  ChildProcess host(L"quillon-host.exe", L"--in \"" + empty + L"\" --out \"" + out + L"\"", Scratch(L"empty.txt"));
-  EXPECT_EQ(0, host.Wait(kBound)) << ReadText(Scratch(L"empty.txt"));
-  tools::WavData wav;
-  std::string error;
-  EXPECT_TRUE(tools::ReadWav(out, wav, error)) << error;
-  EXPECT_TRUE(wav.samples.empty());
 }
 
 }  // namespace

@@ -1,0 +1,272 @@
+// The quillon command's other jobs, run as a user runs them: refusals, the
+// choice of microphone, settings in the real registry, the real log file,
+// the list of running instances, help.
+#include "support/EffectHarness.h"
+#include "support/QuillonDll.h"
+#include "support/QuillonRun.h"
+#include "support/RegistryValue.h"
+#include "common/ToolSupport.h"
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+namespace quillon::test {
+namespace {
+
+constexpr const wchar_t* kGuidA = L"{c0a70000-0000-4000-8000-00000000000a}";
+constexpr const wchar_t* kGuidB = L"{c0a70000-0000-4000-8000-00000000000b}";
+const std::wstring kMicA = std::wstring(L"{0.0.1.00000000}.") + kGuidA;
+const std::wstring kMicB = std::wstring(L"{0.0.1.00000000}.") + kGuidB;
+constexpr const wchar_t* kCapture = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\";
+
+std::wstring Sounds() { return ExecutableFolder() + L"..\\sounds\\"; }
+std::wstring Sound(const wchar_t* name) { return L"\"" + Sounds() + name + L"\""; }
+bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+bool ValueExists(const std::wstring& key, const wchar_t* name) {
+  return RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+}
+
+DWORD ReadDword(const std::wstring& key, const wchar_t* name) {
+  DWORD value = 0xDEAD, size = sizeof(value);
+  RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_DWORD, nullptr, &value, &size);
+  return value;
+}
+
+// Every setting the command writes, removed before and after each test.
+void RemoveSettings() {
+  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kQuillonKey, L"FilterBlockVoice");
+  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel");
+  for (const std::wstring& mic : {kMicA, kMicB}) {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, (std::wstring(kQuillonKey) + L"\\" + mic + L",1").c_str());
+  }
+}
+
+class Command : public ::testing::Test {
+ protected:
+  void SetUp() override { RemoveSettings(); }
+  void TearDown() override {
+    RemoveSettings();
+    for (const wchar_t* guid : {kGuidA, kGuidB}) RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kCapture + std::wstring(guid)).c_str());
+  }
+
+  // Two running instances whose microphones Windows names.
+  void StartTwo() {
+    Name(kGuidA, L"Headset Microphone (USB Audio)");
+    Name(kGuidB, L"Microphone Array (Realtek Audio)");
+    for (const std::wstring* mic : {&kMicA, &kMicB}) {
+      ComPtr<IAudioProcessingObject> apo;
+      ASSERT_EQ(S_OK, dll_.CreateEffect(IID_IAudioProcessingObject, apo.PutVoid()));
+      effects_.push_back(std::make_unique<EffectHarness>(apo, mic->c_str()));
+      ASSERT_EQ(S_OK, effects_.back()->Initialize());
+      ASSERT_EQ(S_OK, effects_.back()->Lock(2, 480));
+    }
+  }
+  static void Name(const wchar_t* guid, const wchar_t* name) {
+    // Removed with the endpoint's key in TearDown.
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, (kCapture + std::wstring(guid) + L"\\Properties").c_str(),
+                    L"{a45c254e-df1c-4efd-8020-67d146a850e0},14", REG_SZ, name,
+                    static_cast<DWORD>((std::wcslen(name) + 1) * sizeof(wchar_t)));
+  }
+
+  QuillonDll dll_;
+  std::vector<std::unique_ptr<EffectHarness>> effects_;
+};
+
+// Each refusal: one line naming the file or value, its exit code, and nothing
+// written (no instance runs, so nothing can be sent either).
+struct Refusal {
+  const char* name;
+  std::wstring args;
+  long exit;
+  const char* says;
+};
+
+class Refusals : public Command, public ::testing::WithParamInterface<Refusal> {};
+
+TEST_P(Refusals, OneLineAndNothingWritten) {
+  const CommandResult r = RunQuillon(GetParam().args);
+  EXPECT_EQ(GetParam().exit, r.exit) << r.text;
+  EXPECT_TRUE(Has(r.text, GetParam().says)) << r.text;
+  EXPECT_EQ(0, r.text.rfind("quillon: ", 0)) << r.text;
+  EXPECT_EQ(1, std::count(r.text.begin(), r.text.end(), '\n')) << r.text;
+  EXPECT_FALSE(ValueExists(kQuillonKey, L"FilterBlockVoice"));
+  EXPECT_FALSE(ValueExists(kQuillonKey, L"LogLevel"));
+  EXPECT_FALSE(ValueExists(std::wstring(kQuillonKey) + L"\\" + kMicA + L",1", L"MicAmpInDb"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Command, Refusals,
+    ::testing::Values(
+        Refusal{"MissingFile", L"play " + Sound(L"absent.wav"), 1, "absent.wav: no such file"},
+        Refusal{"NotSound", L"play " + Sound(L"not-a-wav.wav"), 1, "not-a-wav.wav: "},
+        Refusal{"TruncatedWav", L"play " + Sound(L"tone.wav") + L" " + Sound(L"truncated.wav"), 1,
+                "truncated.wav: truncated"},
+        Refusal{"TruncatedFlac", L"play " + Sound(L"truncated.flac"), 1, "truncated.flac: truncated"},
+        Refusal{"CorruptHeader", L"play " + Sound(L"bad-header.wav"), 1, "bad-header.wav: "},
+        Refusal{"ZeroLength", L"play " + Sound(L"empty.wav"), 1, "empty.wav: holds no sound"},
+        Refusal{"NoInstance", L"play " + Sound(L"tone.wav"), 1, "no microphone has Quillon running"},
+        Refusal{"StopNoInstance", L"stop", 1, "no microphone has Quillon running"},
+        Refusal{"NoFile", L"play", 2, "play needs at least one file"},
+        Refusal{"VolumeTooHigh", L"play " + Sound(L"tone.wav") + L" --volume 21", 2, "--volume 21"},
+        Refusal{"BlockTooShort", L"play " + Sound(L"tone.wav") + L" --block-ms 1", 2, "--block-ms 1"},
+        Refusal{"GainAbove30", L"set gain 31 --mic " + kMicA, 2, "gain 31"},
+        Refusal{"GainNegative", L"set gain -1 --mic " + kMicA, 2, "gain -1"},
+        Refusal{"GainNotWhole", L"set gain 3.5 --mic " + kMicA, 2, "gain 3.5"},
+        Refusal{"GainNoMicrophone", L"set gain 6 --mic nowhere", 1, "\"nowhere\""},
+        Refusal{"UnknownLevel", L"set log-level loud", 2, "log-level loud"},
+        Refusal{"BlockVoiceWord", L"set block-voice yes", 2, "block-voice yes"},
+        Refusal{"UnknownSetting", L"set colour red", 2, "unknown setting colour"},
+        Refusal{"UnknownCommand", L"frobnicate", 2, "unknown command frobnicate"},
+        Refusal{"UnknownOption", L"play --bogus " + Sound(L"tone.wav"), 2, "unknown option --bogus"},
+        Refusal{"MissingValue", L"play " + Sound(L"tone.wav") + L" --mic", 2, "--mic needs a value"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// --mic against two running microphones, through `set gain`, which writes
+// the chosen microphone's value and nothing when the choice fails.
+struct Choice {
+  const char* name;
+  std::wstring mic;
+  const std::wstring* chosen;  // null: refused
+  const char* says;
+};
+
+class MicChoice : public Command, public ::testing::WithParamInterface<Choice> {};
+
+TEST_P(MicChoice, PicksOneOrListsTheCandidates) {
+  StartTwo();
+  const Choice& c = GetParam();
+  const CommandResult r = RunQuillon(L"set gain 7" + (c.mic.empty() ? L"" : L" --mic \"" + c.mic + L"\""));
+  EXPECT_TRUE(Has(r.text, c.says)) << r.text;
+  for (const std::wstring* mic : {&kMicA, &kMicB}) {
+    const std::wstring key = std::wstring(kQuillonKey) + L"\\" + *mic + L",1";
+    EXPECT_EQ(mic == c.chosen ? 7u : 0xDEADu, ReadDword(key, L"MicAmpInDb")) << r.text;
+  }
+  EXPECT_EQ(c.chosen != nullptr ? 0 : 1, r.exit) << r.text;
+  if (c.chosen == nullptr) {
+    EXPECT_TRUE(Has(r.text, "\n  Headset Microphone (USB Audio) " + tools::Narrow(kMicA))) << r.text;
+    EXPECT_TRUE(Has(r.text, "\n  Microphone Array (Realtek Audio) " + tools::Narrow(kMicB))) << r.text;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Command, MicChoice,
+    ::testing::Values(Choice{"PartOfAName", L"headset", &kMicA, "gain of Headset Microphone (USB Audio)"},
+                      Choice{"EndpointId", kMicB, &kMicB, "set to 7 dB"},
+                      Choice{"GuidWithoutBraces", L"C0A70000-0000-4000-8000-00000000000A", &kMicA, "set to 7 dB"},
+                      Choice{"ExactNameOverPart", L"microphone array (realtek audio)", &kMicB, "set to 7 dB"},
+                      Choice{"NoneNamed", L"", nullptr, "several microphones have Quillon running"},
+                      Choice{"PartOfBoth", L"MICROPHONE", nullptr, "several microphones match \"MICROPHONE\""},
+                      Choice{"NoMatch", L"webcam", nullptr, "no microphone matches \"webcam\""}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(Command, SettingsAreWrittenWhereTheEffectReadsThem) {
+  StartTwo();
+  CommandResult r = RunQuillon(L"settings");
+  EXPECT_TRUE(Has(r.text, "block voice  off (default)\n")) << r.text;
+  EXPECT_TRUE(Has(r.text, "log level    error (default)\n")) << r.text;
+  EXPECT_TRUE(Has(r.text, "gain         0 dB (default)   Headset Microphone (USB Audio)")) << r.text;
+
+  for (const wchar_t* args : {L"set block-voice on", L"set log-level WARN", L"set gain 12 --mic headset"}) {
+    r = RunQuillon(args);
+    ASSERT_EQ(0, r.exit) << r.text;
+  }
+  EXPECT_EQ(1u, ReadDword(kQuillonKey, L"FilterBlockVoice"));
+  EXPECT_EQ(12u, ReadDword(std::wstring(kQuillonKey) + L"\\" + kMicA + L",1", L"MicAmpInDb"));
+  wchar_t level[16] = {};
+  DWORD size = sizeof(level);
+  RegGetValueW(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel", RRF_RT_REG_SZ, nullptr, level, &size);
+  EXPECT_STREQ(L"warn", level);
+
+  r = RunQuillon(L"settings");
+  EXPECT_EQ(0, r.exit);
+  EXPECT_TRUE(Has(r.text, "block voice  on\n")) << r.text;
+  EXPECT_TRUE(Has(r.text, "log level    warn\n")) << r.text;
+  EXPECT_TRUE(Has(r.text, "gain         12 dB            Headset Microphone (USB Audio) " + tools::Narrow(kMicA)))
+      << r.text;
+  EXPECT_TRUE(Has(r.text, "gain         0 dB (default)   Microphone Array")) << r.text;
+
+  ASSERT_EQ(0, RunQuillon(L"set block-voice off").exit);
+  EXPECT_EQ(0u, ReadDword(kQuillonKey, L"FilterBlockVoice"));
+}
+
+TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
+  EXPECT_TRUE(Has(RunQuillon(L"list").text, "no microphone has Quillon running"));
+  StartTwo();
+  const int32_t slotA = SlotOf(kMicA), slotB = SlotOf(kMicB);
+  // A player connected to A (no period runs, so it waits on its first block).
+  ChildProcess player(L"quillon.exe", L"play --mic headset \"" + Sounds() + L"tone.wav\"",
+                      ExecutableFolder() + L"list-player.txt");
+  std::string text;
+  ASSERT_TRUE(PollUntil([&] {
+    text = RunQuillon(L"list").text;
+    return Has(text, "yes");
+  })) << text;
+  char rowA[96], rowB[96];
+  std::snprintf(rowA, sizeof(rowA), "%4d  yes      48000 Hz, 2 channels   Headset Microphone (USB Audio)", slotA);
+  std::snprintf(rowB, sizeof(rowB), "%4d  no       48000 Hz, 2 channels   Microphone Array (Realtek Audio)", slotB);
+  EXPECT_TRUE(Has(text, rowA)) << text;
+  EXPECT_TRUE(Has(text, rowB)) << text;
+  EXPECT_TRUE(Has(text, tools::Narrow(kMicA))) << text;
+  ASSERT_TRUE(player.Interrupt(CTRL_C_EVENT));
+  EXPECT_EQ(130, player.Wait());
+  EXPECT_TRUE(Has(RunQuillon(L"list").text, rowB));
+  EXPECT_FALSE(Has(RunQuillon(L"list").text, "yes"));
+}
+
+// The log as the effect's processes write it (through the logger of a second process).
+TEST_F(Command, LogPrintsTheLastLinesAndFollows) {
+  DeleteLog();
+  DeleteFileW((std::wstring(kLogPath) + L"-old").c_str());
+  CommandResult r = RunQuillon(L"log");
+  EXPECT_EQ(1, r.exit);
+  EXPECT_TRUE(Has(r.text, "no log file")) << r.text;
+
+  ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write early 4").Wait());
+  // What the logger does when the file grows too large.
+  ASSERT_TRUE(MoveFileExW(kLogPath, (std::wstring(kLogPath) + L"-old").c_str(), MOVEFILE_REPLACE_EXISTING));
+  ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write late 3").Wait());
+  r = RunQuillon(L"log --lines 5");
+  EXPECT_EQ(0, r.exit);
+  ASSERT_EQ(5, std::count(r.text.begin(), r.text.end(), '\n')) << r.text;
+  const size_t a = r.text.find("early line 2 "), b = r.text.find("early line 3 "), c = r.text.find("late line 2 ");
+  EXPECT_TRUE(a < b && b < c && c != std::string::npos) << "oldest first:\n" << r.text;
+  const std::string all = RunQuillon(L"log --lines 0").text;
+  EXPECT_EQ(7, std::count(all.begin(), all.end(), '\n')) << all;
+
+  const std::wstring out = ExecutableFolder() + L"log-follow.txt";
+  ChildProcess follow(L"quillon.exe", L"log --follow --lines 1", out);
+  ASSERT_TRUE(PollUntil([&] { return Has(ReadText(out), "late line 2 "); }));
+  ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write followed 2").Wait());
+  EXPECT_TRUE(PollUntil([&] { return Has(ReadText(out), "followed line 1 "); })) << ReadText(out);
+  ASSERT_TRUE(follow.Interrupt(CTRL_C_EVENT));
+  EXPECT_EQ(130, follow.Wait());
+  DeleteFileW((std::wstring(kLogPath) + L"-old").c_str());
+}
+
+struct HelpCase {
+  const char* name;
+  const wchar_t* args;
+  long exit;
+  const char* says;
+};
+
+class Help : public ::testing::TestWithParam<HelpCase> {};
+
+TEST_P(Help, ShowsUsage) {
+  const CommandResult r = RunQuillon(GetParam().args);
+  EXPECT_EQ(GetParam().exit, r.exit) << r.text;
+  EXPECT_TRUE(Has(r.text, GetParam().says)) << r.text;
+}
+
+INSTANTIATE_TEST_SUITE_P(Command, Help,
+                         ::testing::Values(HelpCase{"Overview", L"help", 0, "Exit codes: 0 done, 1 failed"},
+                                           HelpCase{"NoCommand", L"", 2, "usage: quillon COMMAND"},
+                                           HelpCase{"OfACommand", L"help play", 0, "usage: quillon play FILE..."},
+                                           HelpCase{"OptionOfACommand", L"set --help", 0, "block-voice on"},
+                                           HelpCase{"OfAnUnknownCommand", L"help frob", 2, "unknown command frob"}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace quillon::test

@@ -1,0 +1,116 @@
+// Every format `quillon play` reads, at rates from 8 to 192 kHz and with 1, 2
+// or 6 channels, played through the real Quillon.dll in quillon-host into a
+// 48 kHz stream of 1, 2 or 6 channels. The output must carry the sound:
+// each channel is compared with sox's own conversion of the same file by
+// normalised cross-correlation at the best common lag.
+#include "audio/SoundFile.h"
+#include "common/ToolSupport.h"
+#include "support/QuillonRun.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace quillon::test {
+namespace {
+
+constexpr const wchar_t* kMic = L"{0.0.1.00000000}.{f0a70000-0000-4000-8000-000000000001}";
+
+std::wstring Sounds() { return ExecutableFolder() + L"..\\sounds\\"; }
+
+struct Row {
+  const char* name;     // made by make-sounds.sh; the stream's channel count ends it
+  const char* ext;
+  uint32_t streamChannels;
+};
+
+audio::Sound Load(const std::wstring& path) {
+  audio::Sound sound;
+  std::string error;
+  EXPECT_TRUE(audio::ReadSound(path, sound, error)) << tools::Narrow(path) << ": " << error;
+  return sound;
+}
+
+// Correlation of output channel `c` from frame `lag` on with the reference's
+// channel `c`, over the reference's first `limit` frames.
+double Correlation(const audio::Sound& out, const audio::Sound& ref, size_t lag, uint32_t c, size_t limit = SIZE_MAX) {
+  const size_t frames = std::min(limit, ref.samples.size() / ref.channels);
+  double xy = 0, xx = 0, yy = 0;
+  for (size_t f = 0; f < frames && lag + f < out.samples.size() / out.channels; ++f) {
+    const double x = out.samples[(lag + f) * out.channels + c], y = ref.samples[f * ref.channels + c];
+    xy += x * y;
+    xx += x * x;
+    yy += y * y;
+  }
+  return xx > 0 && yy > 0 ? xy / std::sqrt(xx * yy) : 0.0;
+}
+
+class FormatTable : public ::testing::TestWithParam<Row> {};
+
+TEST_P(FormatTable, PlayedSoundMatchesSoxConversion) {
+  const Row& row = GetParam();
+  const std::wstring name(row.name, row.name + std::strlen(row.name));
+  const std::wstring file = Sounds() + name + L"." + std::wstring(row.ext, row.ext + std::strlen(row.ext));
+  const std::wstring out = Sounds() + L"out-" + name + L".wav";
+  const audio::Sound ref = Load(Sounds() + name + L"-ref.wav");
+  ASSERT_EQ(row.streamChannels, ref.channels);
+  const double seconds = static_cast<double>(ref.samples.size()) / ref.channels / 48000;
+
+  ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMic) + L" --channels " +
+                                             std::to_wstring(row.streamChannels) + L" --seconds " +
+                                             std::to_wstring(seconds + 2.0) + L" --out \"" + out + L"\"",
+                    Sounds() + L"out-host.txt");
+  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  const CommandResult play = RunQuillon(L"play --mic " + std::wstring(kMic) + L" \"" + file + L"\"");
+  EXPECT_EQ(0, play.exit) << play.text;
+  ASSERT_EQ(0, host.Wait(60000)) << ReadText(Sounds() + L"out-host.txt");
+
+  const audio::Sound played = Load(out);
+  ASSERT_EQ(row.streamChannels, played.channels);
+  // The lag: where the first channel correlates best, searched around the
+  // first sound in the output (the resamplers' delays differ by a few frames).
+  size_t first = 0;
+  while (first < played.samples.size() && played.samples[first] == 0.0f) ++first;
+  first /= played.channels;
+  size_t refFirst = 0;
+  while (refFirst < ref.samples.size() && std::fabs(ref.samples[refFirst]) < 1e-6f) ++refFirst;
+  refFirst /= ref.channels;
+  const size_t centre = first > refFirst ? first - refFirst : 0;
+  // Coarse over half a second of sound, then frame by frame around the best.
+  auto search = [&](size_t from, size_t to, size_t step, size_t limit) {
+    size_t best = from;
+    double bestValue = -2;
+    for (size_t lag = from; lag <= to; lag += step) {
+      const double value = Correlation(played, ref, lag, 0, limit);
+      if (value > bestValue) bestValue = value, best = lag;
+    }
+    return best;
+  };
+  const size_t coarse = search(centre > 2400 ? centre - 2400 : 0, centre + 2400, 4, refFirst + 24000);
+  const size_t best = search(coarse > 4 ? coarse - 4 : 0, coarse + 4, 1, SIZE_MAX);
+  for (uint32_t c = 0; c < row.streamChannels; ++c) {
+    const double value = Correlation(played, ref, best, c);
+    std::printf("[ xcorr    ] %-22s channel %u: %.5f at frame %zu\n", row.name, c, value, best);
+    EXPECT_GT(value, 0.999) << row.name << " channel " << c;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Play, FormatTable,
+    ::testing::Values(Row{"u8-mono-8k-to2", "wav", 2}, Row{"s16-stereo-44k-to2", "wav", 2},
+                      Row{"s24-six-96k-to2", "wav", 2}, Row{"s32-mono-22k-to1", "wav", 1},
+                      Row{"f32-stereo-192k-to1", "wav", 1}, Row{"f64-mono-16k-to6", "wav", 6},
+                      Row{"f32-six-48k-to6", "wav", 6}, Row{"s16-six-44k-to1", "wav", 1},
+                      Row{"flac-stereo-44k-to2", "flac", 2}, Row{"vorbis-mono-32k-to2", "ogg", 2},
+                      Row{"opus-stereo-48k-to2", "opus", 2}, Row{"mp3-mono-44k-to2", "mp3", 2}),
+    [](const auto& info) {
+      std::string name = info.param.name;
+      for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+      return name;
+    });
+
+}  // namespace
+}  // namespace quillon::test

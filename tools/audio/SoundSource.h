@@ -1,0 +1,47 @@
+// A sound file turned into a stream's format as it is read: decoded, mapped
+// to the stream's channels, resampled to its rate and scaled by a volume, a
+// block at a time, so that memory stays the same however long the file is.
+#pragma once
+
+#include "audio/ChannelMap.h"
+#include "audio/Resampler.h"
+#include "audio/SoundFile.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quillon::audio {
+
+class SoundSource {
+ public:
+  // Opens and checks the file (see SoundFile::OpenRead).
+  bool Open(const std::wstring& path, std::string& error);
+  // Sets the stream's format; call once after Open, before Read.
+  bool Convert(uint32_t rate, uint32_t channels, float gain, std::string& error);
+
+  // Up to `frames` frames in the stream's format; 0 at the end of the sound.
+  // After a decoding error it ends early and Failed() is true.
+  size_t Read(float* out, size_t frames);
+  bool Failed() const { return file_.Failed(); }
+  std::string Error() const { return file_.Error(); }
+
+  const SoundFile& File() const { return file_; }
+  // Length in seconds, as the header announces it.
+  double Seconds() const { return static_cast<double>(file_.Frames()) / file_.Rate(); }
+
+ private:
+  static constexpr size_t kBlockFrames = 4096;
+  bool Refill();
+
+  SoundFile file_;
+  std::unique_ptr<ChannelMap> map_;
+  Resampler resampler_;
+  uint32_t channels_ = 0;
+  float gain_ = 1.0f;
+  bool ended_ = false;
+  std::vector<float> decoded_, mapped_, ready_;
+  size_t readyFrom_ = 0;  // samples of ready_ already handed out
+};
+
+}  // namespace quillon::audio

@@ -1,0 +1,136 @@
+#include "quillon/Microphones.h"
+
+#include "platform/MappedView.h"
+#include "platform/Registry.h"
+#include "player/PlayerClient.h"
+#include "quillon/Console.h"
+#include "transfer/SharedLayout.h"
+#include "transfer/WinUtils.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <cwctype>
+
+namespace quillon::cli {
+namespace {
+
+constexpr wchar_t kCaptureKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture";
+constexpr wchar_t kFriendlyNameValue[] = L"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
+constexpr wchar_t kCapturePrefix[] = L"{0.0.1.00000000}.";
+
+std::wstring Lower(std::wstring text) {
+  for (wchar_t& c : text) c = static_cast<wchar_t>(std::towlower(c));
+  return text;
+}
+
+// The "{guid}" part of an endpoint id.
+std::wstring GuidOf(const std::wstring& endpointId) {
+  const size_t open = endpointId.rfind(L'{');
+  return open == std::wstring::npos ? endpointId : endpointId.substr(open);
+}
+
+bool ReadFormat(int slot, UNCOMPRESSEDAUDIOFORMAT& format) {
+  const std::wstring name = WinUtils::PerInstanceName(kTransferMappingPrefix, slot);
+  MappedView view;
+  if (!view.Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str())), sizeof(TransferBlock))) {
+    return false;
+  }
+  std::memcpy(&format, &reinterpret_cast<const TransferBlock*>(view.Get())->format, sizeof(format));
+  return true;
+}
+
+}  // namespace
+
+std::wstring PlayingEventName(int slot) { return L"Global\\QuillonPlaying1.8.0_" + std::to_wstring(slot); }
+
+std::wstring FriendlyName(const std::wstring& endpointId) {
+  std::wstring name;
+  ReadRegistryString(L"HKEY_LOCAL_MACHINE\\" + std::wstring(kCaptureKey) + L"\\" + GuidOf(endpointId) +
+                         L"\\Properties\\" + kFriendlyNameValue,
+                     name);
+  return name;
+}
+
+std::vector<Microphone> RunningMicrophones() {
+  std::vector<Microphone> mics;
+  for (const player::RegisterEntry& entry : player::ReadRegister()) {
+    if (!entry.inUse) continue;
+    Microphone mic;
+    mic.endpointId = entry.endpoint;
+    mic.name = FriendlyName(entry.endpoint);
+    mic.slot = entry.slot;
+    ReadFormat(entry.slot, mic.format);
+    mic.playing = static_cast<bool>(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, PlayingEventName(entry.slot).c_str())));
+    mics.push_back(std::move(mic));
+  }
+  return mics;
+}
+
+std::vector<Microphone> KnownMicrophones() {
+  std::vector<Microphone> mics = RunningMicrophones();
+  ScopedRegKey capture;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kCaptureKey, 0, KEY_READ, capture.Put()) != ERROR_SUCCESS) return mics;
+  wchar_t guid[256];
+  for (DWORD i = 0;; ++i) {
+    DWORD length = 256;
+    if (RegEnumKeyExW(capture.Get(), i, guid, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+    Microphone mic;
+    mic.endpointId = kCapturePrefix + std::wstring(guid);
+    const bool running = std::any_of(mics.begin(), mics.end(), [&](const Microphone& m) {
+      return Lower(m.endpointId) == Lower(mic.endpointId);
+    });
+    if (running) continue;
+    mic.name = FriendlyName(mic.endpointId);
+    mics.push_back(std::move(mic));
+  }
+  return mics;
+}
+
+std::string Describe(const Microphone& mic) {
+  return mic.name.empty() ? Utf8(mic.endpointId) : Utf8(mic.name) + " " + Utf8(mic.endpointId);
+}
+
+std::string DescribeFormat(const UNCOMPRESSEDAUDIOFORMAT& f) {
+  return std::to_string(std::lround(f.fFramesPerSecond)) + " Hz, " + std::to_string(f.dwSamplesPerFrame) +
+         (f.dwSamplesPerFrame == 1 ? " channel" : " channels");
+}
+
+bool Choose(const std::vector<Microphone>& candidates, const std::wstring& text, Microphone& chosen,
+            std::string& error) {
+  std::vector<const Microphone*> exact, partial;
+  const std::wstring wanted = Lower(text);
+  std::wstring wantedGuid = wanted;
+  if (!wantedGuid.empty() && wantedGuid.front() != L'{') wantedGuid = L"{" + wantedGuid + L"}";
+  for (const Microphone& mic : candidates) {
+    const std::wstring id = Lower(mic.endpointId), name = Lower(mic.name);
+    if (wanted.empty() || id == wanted || Lower(GuidOf(mic.endpointId)) == wantedGuid || name == wanted) {
+      exact.push_back(&mic);
+    } else if (!name.empty() && name.find(wanted) != std::wstring::npos) {
+      partial.push_back(&mic);
+    }
+  }
+  const std::vector<const Microphone*>& found = exact.empty() ? partial : exact;
+  if (found.size() == 1) {
+    chosen = *found.front();
+    return true;
+  }
+  const std::string named = text.empty() ? "" : " \"" + Utf8(text) + "\"";
+  if (candidates.empty()) {
+    error = "no microphone has Quillon running" + (named.empty() ? std::string() : ", so none is" + named);
+  } else if (found.empty()) {
+    error = "no microphone matches" + named + "; candidates:";
+  } else {
+    error = (text.empty() ? std::string("several microphones have Quillon running; name one with --mic")
+                          : "several microphones match" + named) + "; candidates:";
+  }
+  for (const Microphone* mic : found.empty() ? std::vector<const Microphone*>() : found) {
+    error += "\n  " + Describe(*mic);
+  }
+  if (found.empty()) {
+    for (const Microphone& mic : candidates) error += "\n  " + Describe(mic);
+  }
+  return false;
+}
+
+}  // namespace quillon::cli

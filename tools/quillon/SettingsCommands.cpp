@@ -1,0 +1,140 @@
+// quillon set and quillon settings: the values the effect watches under
+// HKLM\SOFTWARE\Marrowin\Quillon.
+#include "platform/Registry.h"
+#include "platform/SettingsPath.h"
+#include "platform/UniqueResource.h"
+#include "quillon/Commands.h"
+#include "quillon/Console.h"
+#include "quillon/Microphones.h"
+
+#include <windows.h>
+
+#include <cwctype>
+
+namespace quillon::cli {
+namespace {
+
+constexpr wchar_t kKey[] = L"SOFTWARE\\Marrowin\\Quillon";
+constexpr const char* kLevels[] = {"trace", "debug", "info", "warn", "error", "nolog"};
+
+std::string SystemText(DWORD code) {
+  wchar_t* buffer = nullptr;
+  FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                 code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+  UniqueLocalMemory owned(buffer);
+  std::string text = buffer != nullptr ? Utf8(buffer) : "error " + std::to_string(code);
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == '.')) text.pop_back();
+  return text;
+}
+
+// Writes one value below the settings key; one line on failure.
+bool WriteValue(const std::wstring& subKey, const wchar_t* name, DWORD type, const void* data, DWORD size) {
+  const std::wstring path = subKey.empty() ? kKey : std::wstring(kKey) + L"\\" + subKey;
+  ScopedRegKey key;
+  LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr,
+                                   key.Put(), nullptr);
+  if (status == ERROR_SUCCESS) status = RegSetValueExW(key.Get(), name, 0, type, static_cast<const BYTE*>(data), size);
+  if (status != ERROR_SUCCESS) {
+    Fail("cannot write HKLM\\%s\\%s: %s%s", Utf8(path).c_str(), Utf8(name).c_str(), SystemText(status).c_str(),
+         status == ERROR_ACCESS_DENIED ? " (run it as Administrator)" : "");
+    return false;
+  }
+  return true;
+}
+
+bool WriteDword(const std::wstring& subKey, const wchar_t* name, DWORD value) {
+  return WriteValue(subKey, name, REG_DWORD, &value, sizeof(value));
+}
+
+int SetGain(const Arguments& args) {
+  long long db = 0;
+  if (args.positional.size() != 2 || !ParseWhole(args.positional[1], 0, 30, db)) {
+    const std::string given = args.positional.size() > 1 ? Utf8(args.positional[1]) : "";
+    return UsageError("gain " + given + ": give whole decibels from 0 to 30", "set");
+  }
+  Microphone mic;
+  std::string error;
+  if (!Choose(KnownMicrophones(), args.Value("--mic"), mic, error)) {
+    Fail("%s", error.c_str());
+    return kExitFailed;
+  }
+  if (!WriteDword(mic.endpointId + L",1", L"MicAmpInDb", static_cast<DWORD>(db))) return kExitFailed;
+  Print("gain of %s set to %lld dB\n", Describe(mic).c_str(), db);
+  return kExitDone;
+}
+
+int SetBlockVoice(const Arguments& args) {
+  const std::string value = args.positional.size() == 2 ? Utf8(args.positional[1]) : "";
+  if (value != "on" && value != "off") return UsageError("block-voice " + value + ": give on or off", "set");
+  if (!WriteDword(L"", L"FilterBlockVoice", value == "on" ? 1 : 0)) return kExitFailed;
+  Print("block voice %s\n", value.c_str());
+  return kExitDone;
+}
+
+int SetLogLevel(const Arguments& args) {
+  std::wstring level = args.positional.size() == 2 ? args.positional[1] : L"";
+  for (wchar_t& c : level) c = static_cast<wchar_t>(std::towlower(c));
+  bool known = false;
+  for (const char* name : kLevels) known = known || Utf8(level) == name;
+  if (!known) return UsageError("log-level " + Utf8(level) + ": give trace, debug, info, warn, error or nolog", "set");
+  if (!WriteValue(L"", L"LogLevel", REG_SZ, level.c_str(), static_cast<DWORD>((level.size() + 1) * sizeof(wchar_t)))) {
+    return kExitFailed;
+  }
+  Print("log level %s\n", Utf8(level).c_str());
+  return kExitDone;
+}
+
+}  // namespace
+
+int RunSet(const Arguments& args) {
+  const std::string what = args.positional.empty() ? "" : Utf8(args.positional[0]);
+  if (args.Has("--mic") && what != "gain") return UsageError("--mic goes with set gain only", "set");
+  if (what == "gain") return SetGain(args);
+  if (what == "block-voice") return SetBlockVoice(args);
+  if (what == "log-level") return SetLogLevel(args);
+  return UsageError(what.empty() ? "set needs a setting" : "unknown setting " + what, "set");
+}
+
+int RunSettings(const Arguments& args) {
+  if (!args.positional.empty()) return UsageError("settings takes no arguments", "settings");
+  const std::wstring root = kSettingsPath;
+  uint32_t blockVoice = 0;
+  const bool blockSet = ReadRegistryDword(root + L"FilterBlockVoice", blockVoice).Ok();
+  Print("block voice  %s%s\n", blockSet && blockVoice != 0 ? "on" : "off", blockSet ? "" : " (default)");
+  std::wstring level;
+  const bool levelSet = ReadRegistryString(root + L"LogLevel", level).Ok();
+  // The effect reads any other word as info.
+  std::string shown = levelSet ? "info" : "error";
+  for (const char* name : kLevels) {
+    if (levelSet && _wcsicmp(level.c_str(), Wide(name).c_str()) == 0) shown = name;
+  }
+  Print("log level    %s%s\n", shown.c_str(), levelSet ? "" : " (default)");
+  // Each microphone with a gain value, and each running one without.
+  std::vector<Microphone> mics;
+  ScopedRegKey key;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ, key.Put()) == ERROR_SUCCESS) {
+    wchar_t name[256];
+    for (DWORD i = 0;; ++i) {
+      DWORD length = 256;
+      if (RegEnumKeyExW(key.Get(), i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+      const std::wstring sub(name, length);
+      if (sub.size() > 2 && sub.compare(sub.size() - 2, 2, L",1") == 0) {
+        mics.push_back({sub.substr(0, sub.size() - 2), FriendlyName(sub.substr(0, sub.size() - 2))});
+      }
+    }
+  }
+  for (const Microphone& running : RunningMicrophones()) {
+    bool listed = false;
+    for (const Microphone& m : mics) listed = listed || _wcsicmp(m.endpointId.c_str(), running.endpointId.c_str()) == 0;
+    if (!listed) mics.push_back(running);
+  }
+  for (const Microphone& mic : mics) {
+    uint32_t db = 0;
+    const bool set = ReadRegistryDword(root + mic.endpointId + L",1\\MicAmpInDb", db).Ok();
+    const std::string value = std::to_string(db > 30 ? 30 : db) + " dB" + (set ? "" : " (default)");
+    Print("gain         %-15s  %s\n", value.c_str(), Describe(mic).c_str());
+  }
+  return kExitDone;
+}
+
+}  // namespace quillon::cli
