@@ -28,7 +28,9 @@ lame --quiet -b 128 "$out/jingle.wav" "$out/jingle.mp3"
 sox -n -b 16 -r 44100 -c 1 "$out/chord.wav" synth 2.5 sine 523.25 sine 659.25 tremolo 6 40 fade 0.05 2.5 0.3 vol 0.35
 # What they sound like in the stream, one after the other (for the picture only).
 lame --quiet --decode "$out/jingle.mp3" "$out/jingle-decoded.wav"
-sox "$out/jingle-decoded.wav" "$out/chord.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/player.wav"
+sox "$out/jingle-decoded.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/jingle-48k.wav"
+sox "$out/chord.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/chord-48k.wav"
+sox "$out/jingle-48k.wav" "$out/chord-48k.wav" "$out/player.wav"
 
 if [[ ! -f "$WINEPREFIX/.demo-ready" ]]; then
   echo "demo: making a Wine prefix of its own (takes a few seconds, once)"
@@ -69,7 +71,7 @@ plot "$out/player.dat" using (\$1 + $entered):2 with lines lc rgb "#ff7f0e" titl
 plot "$out/output.dat" using 1:2 with lines lc rgb "#2ca02c" title "output: what every recording program hears"
 unset multiplot
 PLOT
-rm -f "$out"/*.dat "$out/voice.wav" "$out/jingle.wav" "$out/jingle-decoded.wav"
+rm -f "$out"/*.dat "$out/voice.wav" "$out/jingle.wav" "$out/jingle-decoded.wav" "$out"/*-48k.wav
 
 first_period=$(sed -n 's/first period with received sound: \([0-9-]*\).*/\1/p' "$out/host.txt")
 host_us=$(sed -n 's/.*first period with received sound: .*qpc_us=\([0-9-]*\).*/\1/p' "$out/host.txt")
