@@ -32,15 +32,15 @@ std::optional<Arguments> Parse(const std::vector<std::wstring>& words, size_t fi
     // "--name=value" and "--name value" are the same.
     const size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
-    const OptionSpec* spec = nullptr;
+    const OptionSpec* option = nullptr;
     for (const OptionSpec& s : known) {
-      if (name == s.name) spec = &s;
+      if (name == s.name) option = &s;
     }
-    if (spec == nullptr) {
+    if (option == nullptr) {
       error = "unknown option " + name;
       return std::nullopt;
     }
-    if (!spec->takesValue) {
+    if (!option->takesValue) {
       if (equals != std::string::npos) {
         error = name + " takes no value";
         return std::nullopt;
