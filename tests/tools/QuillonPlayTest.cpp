@@ -7,6 +7,7 @@
 #include "player/PlayerClient.h"
 #include "support/ChildProcess.h"
 #include "support/EffectHarness.h"
+#include "support/QuillonRun.h"
 #include "support/QuillonDll.h"
 #include "support/SharedFiles.h"
 #include "platform/NamedMutexLock.h"
@@ -25,24 +26,6 @@ constexpr UINT32 kFrames = 480;  // 10 ms at 48 kHz
 constexpr DWORD kBound = 30000;  // bound of every wait and poll
 
 std::wstring Scratch(const std::wstring& name) { return ExecutableFolder() + L"player-" + name; }
-
-template <typename Condition>
-bool PollUntil(Condition condition, DWORD timeoutMs = kBound) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    Sleep(2);
-  }
-  return true;
-}
-
-// The slot an endpoint's instance holds now, or -1.
-int32_t SlotOf(const wchar_t* endpoint) {
-  for (const player::RegisterEntry& e : player::ReadRegister()) {
-    if (e.inUse && e.endpoint == endpoint) return e.slot;
-  }
-  return -1;
-}
 
 float Ramp(size_t k) { return static_cast<float>(k + 1) / 65536.0f; }
 

@@ -1,5 +1,6 @@
 // quillon set and quillon settings: the values the effect watches under
 // HKLM\SOFTWARE\Marrowin\Quillon.
+#include "diag/ErrorDescription.h"
 #include "platform/Registry.h"
 #include "platform/SettingsPath.h"
 #include "platform/UniqueResource.h"
@@ -18,12 +19,8 @@ constexpr wchar_t kKey[] = L"SOFTWARE\\Marrowin\\Quillon";
 constexpr const char* kLevels[] = {"trace", "debug", "info", "warn", "error", "nolog"};
 
 std::string SystemText(DWORD code) {
-  wchar_t* buffer = nullptr;
-  FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                 code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
-  UniqueLocalMemory owned(buffer);
-  std::string text = buffer != nullptr ? Utf8(buffer) : "error " + std::to_string(code);
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == '.')) text.pop_back();
+  std::string text = Utf8(GetErrorDescription(code));
+  while (!text.empty() && text.back() == '.') text.pop_back();
   return text;
 }
 
