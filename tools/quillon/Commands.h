@@ -28,6 +28,12 @@ int RunStop(const Arguments& args);
 int RunSet(const Arguments& args);
 int RunSettings(const Arguments& args);
 int RunLog(const Arguments& args);
+int RunMics(const Arguments& args);
+int RunAttach(const Arguments& args);
+int RunDetach(const Arguments& args);
+int RunReattach(const Arguments& args);
+int RunRegister(const Arguments& args);
+int RunUnregister(const Arguments& args);
 int RunHelp(const Arguments& args);
 
 // A usage error: one line, then exit code 2.

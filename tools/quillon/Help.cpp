@@ -60,6 +60,49 @@ const std::vector<Command>& AllCommands() {
        "  --lines N   the last N lines (default 20; 0 prints the whole file)\n"
        "  --follow    keep printing lines as they are written, until Ctrl+C\n",
        RunLog},
+      {"mics", {}, "mics", "show every microphone, its effects and whether Quillon is attached",
+       "For each microphone Windows keeps: its GUID, name and state, the effects\n"
+       "in each of its slots, whether effects are turned off, and whether Quillon\n"
+       "is attached with a backup that agrees.\n",
+       RunMics},
+      {"attach",
+       {{"--all", false}, {"--default", false}, {"--force", false}, {"--dry-run", false}, {"--no-restart", false},
+        {"--take-ownership", false}},
+       "attach MIC... | --all | --default [--force] [--dry-run] [--no-restart] [--take-ownership]",
+       "put Quillon into microphones' effects (as Administrator)",
+       "Backs up the microphone's effect values (in the registry under\n"
+       "HKLM\\SOFTWARE\\Marrowin\\Quillon\\<GUID>\\Backup, and as a .reg file in\n"
+       "%ProgramData%\\Marrowin\\Quillon\\backup), puts Quillon into its stream effect\n"
+       "slot (or the pre-mix slot of the older scheme) with the effect that was\n"
+       "there running first, registers the Quillon.dll beside quillon.exe, and\n"
+       "restarts the audio service. Nothing is written unless every check passes.\n"
+       "\n"
+       "  MIC               GUID, endpoint id, or a unique part of the name\n"
+       "  --all             every active microphone\n"
+       "  --default         the microphone Windows records from by default\n"
+       "  --force           attach even over a composite effect list\n"
+       "  --dry-run         print every change and write nothing\n"
+       "  --no-restart      leave the audio service running (restart it later)\n"
+       "  --take-ownership  give an endpoint key that belongs to the system to the\n"
+       "                    Administrators group, with full access for them\n",
+       RunAttach},
+      {"detach", {{"--all", false}, {"--dry-run", false}, {"--no-restart", false}, {"--take-ownership", false}},
+       "detach MIC... | --all [--dry-run] [--no-restart] [--take-ownership]",
+       "restore microphones' effects from the backup (as Administrator)",
+       "Puts back exactly the values the backup holds, with their types, deletes\n"
+       "those that did not exist, deletes the backup and restarts the audio\n"
+       "service. --all restores every microphone that has a backup.\n",
+       RunDetach},
+      {"reattach", {{"--force", false}, {"--dry-run", false}, {"--no-restart", false}, {"--take-ownership", false}},
+       "reattach [--force] [--dry-run] [--no-restart] [--take-ownership]",
+       "attach again where a driver update replaced Quillon (as Administrator)",
+       "For every microphone with a backup whose slot no longer holds Quillon,\n"
+       "backs up the new values and attaches again.\n",
+       RunReattach},
+      {"register", {}, "register", "register the Quillon.dll beside quillon.exe (as Administrator)",
+       "Registers it with the audio engine (DllRegisterServer) and as a COM class.\n", RunRegister},
+      {"unregister", {}, "unregister", "undo register once no microphone has Quillon (as Administrator)", "",
+       RunUnregister},
       {"help", {}, "help [COMMAND]", "show help for a command", "", RunHelp},
   };
   return commands;
@@ -79,7 +122,7 @@ void PrintHelp(const Command* command) {
     return;
   }
   Print("usage: quillon COMMAND [ARGUMENTS]\n\nPlays sound files into a microphone that has Quillon, and changes its settings.\n\n");
-  for (const Command& c : AllCommands()) Print("  %-9s %s\n", c.name, c.summary);
+  for (const Command& c : AllCommands()) Print("  %-10s %s\n", c.name, c.summary);
   Print("\n'quillon help COMMAND' or 'quillon COMMAND --help' tells more.\n"
         "Exit codes: 0 done, 1 failed, 2 usage error, 130 interrupted.\n");
 }

@@ -1,12 +1,12 @@
 // quillon set and quillon settings: the values the effect watches under
 // HKLM\SOFTWARE\Marrowin\Quillon.
-#include "diag/ErrorDescription.h"
 #include "platform/Registry.h"
 #include "platform/SettingsPath.h"
 #include "platform/UniqueResource.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 #include "quillon/Microphones.h"
+#include "quillon/RegistryEdit.h"
 
 #include <windows.h>
 
@@ -17,12 +17,6 @@ namespace {
 
 constexpr wchar_t kKey[] = L"SOFTWARE\\Marrowin\\Quillon";
 constexpr const char* kLevels[] = {"trace", "debug", "info", "warn", "error", "nolog"};
-
-std::string SystemText(DWORD code) {
-  std::string text = Utf8(GetErrorDescription(code));
-  while (!text.empty() && text.back() == '.') text.pop_back();
-  return text;
-}
 
 // Writes one value below the settings key; one line on failure.
 bool WriteValue(const std::wstring& subKey, const wchar_t* name, DWORD type, const void* data, DWORD size) {

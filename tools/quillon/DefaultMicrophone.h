@@ -1,0 +1,11 @@
+// The microphone Windows records from by default.
+#pragma once
+
+#include <string>
+
+namespace quillon::cli {
+
+// The default capture endpoint's GUID ("{...}"), or "" with `error` saying why.
+std::wstring DefaultMicrophoneGuid(std::string& error);
+
+}  // namespace quillon::cli

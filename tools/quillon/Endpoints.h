@@ -1,0 +1,65 @@
+// What Windows keeps about each audio endpoint under
+// HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\MMDevices\Audio: its state,
+// its friendly name, and the effect values in its FxProperties key.
+#pragma once
+
+#include "quillon/RegistryEdit.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace quillon::cli {
+
+// FxProperties values, by their names.
+namespace fx {
+constexpr wchar_t kPreMix[] = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},1";
+constexpr wchar_t kPostMix[] = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},2";
+constexpr wchar_t kStream[] = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},5";
+constexpr wchar_t kMode[] = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},6";
+constexpr wchar_t kEndpoint[] = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},7";
+constexpr wchar_t kStreamModes[] = L"{d3993a3f-99c2-4402-b5ec-a92a0367664b},5";
+constexpr wchar_t kEffectsOff[] = L"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5";
+constexpr wchar_t kDefaultMode[] = L"{C18E2F7E-933D-4965-B7D1-1EEF228D2AF3}";
+}  // namespace fx
+
+struct FxValueName {
+  const wchar_t* name;
+  const char* label;   // as `quillon mics` shows it
+  bool composite;      // a list of effects whose order of processing is unknown
+};
+// Every FxProperties value that attach backs up, in the order shown.
+const std::vector<FxValueName>& FxValueNames();
+
+// Quillon's class id as it goes into an effect slot.
+constexpr wchar_t kQuillonClsidText[] = L"{27384E53-9860-0AC3-9519-C60EBCAA2C71}";
+
+enum class Flow { kCapture, kRender };
+
+struct Endpoint {
+  Flow flow = Flow::kCapture;
+  std::wstring guid;   // the endpoint's key name, "{...}", spelt as Windows has it
+  std::wstring name;   // friendly name, or ""
+  DWORD state = 0;     // DEVICE_STATE_*: 1 active, 2 disabled, 4 not present, 8 unplugged
+  bool hasFxKey = false;
+  std::map<std::wstring, RegValue> fx;  // the values of FxValueNames() it has
+
+  std::wstring Key() const;    // below HKLM
+  std::wstring FxKey() const;  // Key() + "\FxProperties"
+  std::wstring Id() const;     // "{0.0.1.00000000}.{...}" (capture) or "{0.0.0.00000000}.{...}"
+  const RegValue* Fx(const wchar_t* name) const;
+  // "Microphone (USB Audio) {guid}", or the GUID alone.
+  std::string Describe() const;
+};
+
+std::vector<Endpoint> ReadEndpoints(Flow flow);
+std::string StateText(DWORD state);
+
+// True when `text` names the endpoint: its id or GUID (braces optional), or
+// its friendly name, ignoring case; `exact` false also accepts a part of the name.
+bool Names(const Endpoint& endpoint, const std::wstring& text, bool exact);
+
+// True when two class id texts are the same class.
+bool SameClassId(const std::wstring& a, const std::wstring& b);
+
+}  // namespace quillon::cli

@@ -1,0 +1,59 @@
+// quillon register and unregister: the Quillon.dll beside quillon.exe with the
+// audio engine and COM, as the setup package does it.
+#include "quillon/Administrator.h"
+#include "quillon/Attachment.h"
+#include "quillon/Commands.h"
+#include "quillon/Console.h"
+#include "quillon/QuillonServer.h"
+
+namespace quillon::cli {
+
+int RunRegister(const Arguments& args) {
+  if (!args.positional.empty()) return UsageError("register takes no arguments", "register");
+  if (!IsAdministrator()) {
+    Fail("register changes the settings of Windows: run it as Administrator");
+    return kExitFailed;
+  }
+  const std::wstring dll = QuillonDllPath();
+  std::string error;
+  std::wstring failedKey;
+  if (!CheckQuillonDll(dll, error) || !CallRegistration(dll, true, error)) {
+    Fail("%s", error.c_str());
+    return kExitFailed;
+  }
+  if (const LSTATUS status = Apply(ComClassChanges(dll), failedKey)) {
+    Fail("cannot write %s: %s", HklmText(failedKey).c_str(), SystemText(status).c_str());
+    return kExitFailed;
+  }
+  Print("registered %s\n", Utf8(dll).c_str());
+  return kExitDone;
+}
+
+int RunUnregister(const Arguments& args) {
+  if (!args.positional.empty()) return UsageError("unregister takes no arguments", "unregister");
+  if (!IsAdministrator()) {
+    Fail("unregister changes the settings of Windows: run it as Administrator");
+    return kExitFailed;
+  }
+  for (const Endpoint& endpoint : ReadEndpoints(Flow::kCapture)) {
+    if (HasQuillon(endpoint)) {
+      Fail("Quillon is still attached to %s; detach it first (quillon detach --all)", endpoint.Describe().c_str());
+      return kExitFailed;
+    }
+  }
+  const std::wstring dll = QuillonDllPath();
+  std::string error;
+  std::wstring failedKey;
+  if (!CallRegistration(dll, false, error)) {
+    Fail("%s", error.c_str());
+    return kExitFailed;
+  }
+  if (const LSTATUS status = Apply({RegChange::DeleteTree(ComClassKey())}, failedKey)) {
+    Fail("cannot delete %s: %s", HklmText(failedKey).c_str(), SystemText(status).c_str());
+    return kExitFailed;
+  }
+  Print("unregistered %s\n", Utf8(dll).c_str());
+  return kExitDone;
+}
+
+}  // namespace quillon::cli
