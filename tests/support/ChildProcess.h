@@ -21,9 +21,9 @@ class ChildProcess {
   // Starts `program` with `arguments`; a program given without a folder is the
   // one beside the test executable.
   // With `outputFile`, the program's standard output and error go to that file.
-  // `flags` are CreateProcess's creation flags.
+  // `flags` are CreateProcess's creation flags; with `token` it runs as that user.
   ChildProcess(const std::wstring& program, const std::wstring& arguments, const std::wstring& outputFile = L"",
-               DWORD flags = 0) {
+               DWORD flags = 0, HANDLE token = nullptr) {
     const bool hasFolder = program.find_first_of(L"\\/") != std::wstring::npos;
     std::wstring command = L"\"" + (hasFolder ? L"" : ExecutableFolder()) + program + L"\" " + arguments;
     STARTUPINFOW startup{};
@@ -38,8 +38,12 @@ class ChildProcess {
       startup.hStdError = output;
       startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     }
-    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, flags,
-                              nullptr, nullptr, &startup, &info_) != FALSE;
+    started_ = (token != nullptr ? CreateProcessAsUserW(token, nullptr, command.data(), nullptr, nullptr,
+                                                         output != INVALID_HANDLE_VALUE, flags, nullptr, nullptr,
+                                                         &startup, &info_)
+                                 : CreateProcessW(nullptr, command.data(), nullptr, nullptr,
+                                                  output != INVALID_HANDLE_VALUE, flags, nullptr, nullptr, &startup,
+                                                  &info_)) != FALSE;
     const DWORD error = started_ ? 0 : GetLastError();
     if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
     if (started_) {

@@ -17,11 +17,13 @@ struct CommandResult {
 };
 
 // `quillon <args>`, waited for at most `timeoutMs`.
-inline CommandResult RunQuillon(const std::wstring& args, DWORD timeoutMs = 60000) {
+// `program` may name another copy of quillon.exe; `token` runs it as another user.
+inline CommandResult RunQuillon(const std::wstring& args, DWORD timeoutMs = 60000,
+                                const std::wstring& program = L"quillon.exe", HANDLE token = nullptr) {
   const std::wstring output = ExecutableFolder() + L"quillon-command-out.txt";
   CommandResult result;
   {
-    ChildProcess quillon(L"quillon.exe", args, output);
+    ChildProcess quillon(program, args, output, 0, token);
     result.exit = quillon.Wait(timeoutMs);
   }
   // Lines end in CR LF, as Windows text does; the tests compare LF lines.

@@ -17,7 +17,6 @@ namespace {
 
 constexpr wchar_t kCaptureKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture";
 constexpr wchar_t kFriendlyNameValue[] = L"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
-constexpr wchar_t kCapturePrefix[] = L"{0.0.1.00000000}.";
 
 std::wstring Lower(std::wstring text) {
   for (wchar_t& c : text) c = static_cast<wchar_t>(std::towlower(c));
@@ -76,9 +75,11 @@ std::vector<Microphone> KnownMicrophones() {
     DWORD length = 256;
     if (RegEnumKeyExW(capture.Get(), i, guid, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
     Microphone mic;
-    mic.endpointId = kCapturePrefix + std::wstring(guid);
+    // The effect knows its endpoint by the GUID alone (PKEY_AudioEndpoint_GUID),
+    // and keys its settings by that text.
+    mic.endpointId = guid;
     const bool running = std::any_of(mics.begin(), mics.end(), [&](const Microphone& m) {
-      return Lower(m.endpointId) == Lower(mic.endpointId);
+      return Lower(GuidOf(m.endpointId)) == Lower(guid);
     });
     if (running) continue;
     mic.name = FriendlyName(mic.endpointId);

@@ -13,7 +13,7 @@
 namespace quillon::cli {
 
 struct Microphone {
-  std::wstring endpointId;  // "{0.0.1.00000000}.{guid}"
+  std::wstring endpointId;  // as the effect knows it: "{guid}", the key name under MMDevices
   std::wstring name;        // friendly name; empty when Windows has none
   int slot = -1;            // register slot of its running effect, or -1
   UNCOMPRESSEDAUDIOFORMAT format{};  // the running effect's stream format

@@ -1,0 +1,313 @@
+// quillon attach, detach and reattach against endpoint layouts seeded from
+// .reg fixtures as Windows keeps them (Wine itself shows no microphones), read
+// back through `reg export` of the whole MMDevices tree.
+#include "support/EffectHarness.h"
+#include "support/QuillonDll.h"
+#include "support/QuillonRun.h"
+
+#include <gtest/gtest.h>
+
+#include <cwctype>
+#include <fstream>
+#include <functional>
+
+namespace quillon::test {
+namespace {
+
+const std::wstring kMMDevices = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices";
+const std::wstring kCapture = kMMDevices + L"\\Audio\\Capture\\";
+const std::wstring kQuillonSettings = L"SOFTWARE\\Marrowin\\Quillon";
+const std::wstring kBackupFolder = L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\";
+constexpr const wchar_t* kStream = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},5";
+constexpr const wchar_t* kPreMix = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},1";
+constexpr const wchar_t* kModes = L"{d3993a3f-99c2-4402-b5ec-a92a0367664b},5";
+constexpr const wchar_t* kEffectsOff = L"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5";
+constexpr const wchar_t* kDeviceClsid = L"{B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}";
+
+// Every fixture's endpoint GUID, as its file spells it.
+const wchar_t* const kFixtureGuids[] = {
+    L"{7e570001-0000-4000-8000-000000000001}", L"{7e570002-0000-4000-8000-000000000002}",
+    L"{7e570003-0000-4000-8000-000000000003}", L"{7e570004-0000-4000-8000-000000000004}",
+    L"{7e570005-0000-4000-8000-000000000005}", L"{7e570006-0000-4000-8000-000000000006}",
+    L"{7E57000A-aBcD-4000-8000-00000000000A}"};
+const wchar_t* const kStreamOnly = kFixtureGuids[0];
+
+long RunReg(const std::wstring& args) {
+  ChildProcess reg(L"C:\\windows\\system32\\reg.exe", args, ExecutableFolder() + L"reg-out.txt");
+  return reg.Wait(60000);
+}
+
+// Imports tests/tools/endpoints/<name>.reg. The fixtures are kept as ASCII;
+// they are imported as the UTF-16 file regedit writes, whose hex(2) and hex(7)
+// data is taken as it stands.
+void Seed(const std::string& name) {
+  const std::string text = test::ReadText(ExecutableFolder() + L"endpoints\\" + std::wstring(name.begin(), name.end()) + L".reg");
+  ASSERT_FALSE(text.empty()) << name;
+  std::wstring wide = L"\xFEFF" + std::wstring(text.begin(), text.end());
+  const std::wstring file = ExecutableFolder() + L"fixture.reg";
+  std::ofstream(file.c_str(), std::ios::binary).write(reinterpret_cast<const char*>(wide.data()),
+                                                        static_cast<std::streamsize>(wide.size() * 2));
+  ASSERT_EQ(0, RunReg(L"import \"" + file + L"\"")) << name;
+}
+
+// `reg export` of an HKLM key: what a user sees of it, byte for byte.
+std::string Export(const std::wstring& key) {
+  const std::wstring file = ExecutableFolder() + L"export.reg";
+  DeleteFileW(file.c_str());
+  RunReg(L"export \"HKLM\\" + key + L"\" \"" + file + L"\" /y");
+  return test::ReadText(file);
+}
+
+std::wstring ReadRegText(HKEY root, const std::wstring& key, const wchar_t* name) {
+  wchar_t text[512] = {};
+  DWORD size = sizeof(text);
+  if (RegGetValueW(root, key.c_str(), name, RRF_RT_REG_SZ, nullptr, text, &size) != ERROR_SUCCESS) return L"(none)";
+  return text;
+}
+
+std::wstring Slot(const std::wstring& guid, const wchar_t* name) {
+  return ReadRegText(HKEY_LOCAL_MACHINE, kCapture + guid + L"\\FxProperties", name);
+}
+
+std::wstring OriginalApo(const std::wstring& guid) {
+  return ReadRegText(HKEY_LOCAL_MACHINE, kQuillonSettings + L"\\" + guid, L"Original-Apo");
+}
+
+bool HasValue(const std::wstring& key, const wchar_t* name) {
+  return RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+}
+
+class AttachTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (const wchar_t* guid : kFixtureGuids) {
+      RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kCapture + guid).c_str());
+      RegDeleteKeyW(HKEY_LOCAL_MACHINE, (kCapture + guid).c_str());
+      RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kQuillonSettings + L"\\" + guid).c_str());
+      RegDeleteKeyW(HKEY_LOCAL_MACHINE, (kQuillonSettings + L"\\" + guid).c_str());
+      DeleteFileW((kBackupFolder + guid + L".reg").c_str());
+    }
+    const std::wstring render = kMMDevices + L"\\Audio\\Render\\{7e570007-0000-4000-8000-000000000007}";
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, render.c_str());
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, render.c_str());
+    for (const std::wstring& key : {L"SOFTWARE\\Classes\\CLSID\\" + std::wstring(kQuillonClsidText),
+                                   L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\" +
+                                       std::wstring(kQuillonClsidText)}) {
+      RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
+      RegDeleteKeyW(HKEY_LOCAL_MACHINE, key.c_str());
+    }
+  }
+};
+
+struct Layout {
+  const char* fixture;
+  const wchar_t* guid;
+  const wchar_t* extraArgs;
+  const wchar_t* slot;      // where Quillon goes
+  const wchar_t* original;  // what Original-Apo names, or "(none)"
+};
+
+void PrintTo(const Layout& layout, std::ostream* out) { *out << layout.fixture; }
+
+class AttachLayout : public AttachTest, public ::testing::WithParamInterface<Layout> {};
+
+// Attach puts Quillon into the right slot with the original named; the .reg
+// backup imported by hand restores the tree, after which reattach attaches
+// again; detach then leaves the tree exactly as it was, byte for byte.
+TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
+  const Layout& c = GetParam();
+  Seed(c.fixture);
+  const std::string before = Export(kMMDevices);
+
+  CommandResult attach = RunQuillon(L"attach " + std::wstring(c.guid) + c.extraArgs);
+  ASSERT_EQ(0, attach.exit) << attach.text;
+  EXPECT_NE(std::string::npos, attach.text.find("attached to")) << attach.text;
+  EXPECT_EQ(kQuillonClsidText, Slot(c.guid, c.slot));
+  EXPECT_EQ(c.original, OriginalApo(c.guid));
+  EXPECT_FALSE(HasValue(kCapture + c.guid + L"\\FxProperties", kEffectsOff));
+  if (std::wstring(c.slot) == kStream) EXPECT_TRUE(HasValue(kCapture + c.guid + L"\\FxProperties", kModes));
+  EXPECT_NE(std::string::npos, RunQuillon(L"mics").text.find("attached; the backup agrees"));
+
+  ASSERT_EQ(0, RunReg(L"import \"" + kBackupFolder + c.guid + L".reg\""));
+  EXPECT_EQ(before, Export(kMMDevices)) << "the .reg backup does not restore the effects";
+  CommandResult reattach = RunQuillon(L"reattach" + std::wstring(c.extraArgs));
+  ASSERT_EQ(0, reattach.exit) << reattach.text;
+  EXPECT_EQ(kQuillonClsidText, Slot(c.guid, c.slot));
+
+  CommandResult detach = RunQuillon(L"detach " + std::wstring(c.guid));
+  ASSERT_EQ(0, detach.exit) << detach.text;
+  EXPECT_EQ(before, Export(kMMDevices));
+  EXPECT_EQ(L"(none)", OriginalApo(c.guid));
+  EXPECT_FALSE(HasValue(kQuillonSettings + L"\\" + c.guid + L"\\Backup", L"Slot"));
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((kBackupFolder + c.guid + L".reg").c_str()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Fixtures, AttachLayout,
+    ::testing::Values(
+        Layout{"stream-only", kStreamOnly, L"", kStream, kDeviceClsid},
+        Layout{"no-effects", L"{7e570003-0000-4000-8000-000000000003}", L"", kStream, L"(none)"},
+        Layout{"older-scheme", L"{7e570002-0000-4000-8000-000000000002}", L"", kPreMix,
+               L"{11111111-2222-3333-4444-555555555555}"},
+        Layout{"composite", L"{7e570004-0000-4000-8000-000000000004}", L" --force", kStream,
+               L"{22222222-3333-4444-5555-666666666666}"},
+        Layout{"effects-off", L"{7e570005-0000-4000-8000-000000000005}", L"", kStream,
+               L"{33333333-4444-5555-6666-777777777777}"},
+        Layout{"mixed-case", L"{7e57000a-ABCD-4000-8000-00000000000a}", L"", kStream,
+               L"{b0c5e7a2-4D1F-4e8b-9A63-2f7d5c1e8b40}"}),
+    [](const ::testing::TestParamInfo<Layout>& info) {
+      std::string name = info.param.fixture;
+      for (char& c : name) c = c == '-' ? '_' : c;
+      return name;
+    });
+
+// A driver update writes its own effect into the slot: reattach keeps the new
+// effect as the original, and detach gives the driver's values back.
+TEST_F(AttachTest, ReattachRecoversARewrittenSlot) {
+  Seed("stream-only");
+  ASSERT_EQ(0, RunQuillon(L"attach \"stream mic\"").exit);
+  const std::wstring newEffect = L"{99999999-8888-7777-6666-555555555555}";
+  ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + kCapture + kStreamOnly + L"\\FxProperties\" /v \"" + kStream +
+                      L"\" /t REG_SZ /d " + newEffect + L" /f"));
+  const std::string rewritten = Export(kMMDevices);
+  EXPECT_NE(std::string::npos, RunQuillon(L"mics").text.find("its effects were rewritten (quillon reattach)"));
+
+  CommandResult dryRun = RunQuillon(L"reattach --dry-run");
+  EXPECT_EQ(0, dryRun.exit) << dryRun.text;
+  EXPECT_EQ(newEffect, Slot(kStreamOnly, kStream)) << "a dry run wrote";
+  CommandResult reattach = RunQuillon(L"reattach");
+  ASSERT_EQ(0, reattach.exit) << reattach.text;
+  EXPECT_EQ(kQuillonClsidText, Slot(kStreamOnly, kStream));
+  EXPECT_EQ(newEffect, OriginalApo(kStreamOnly));
+  EXPECT_NE(std::string::npos, RunQuillon(L"reattach").text.find("nothing to do"));
+
+  ASSERT_EQ(0, RunQuillon(L"detach \"stream mic\"").exit);
+  EXPECT_EQ(rewritten, Export(kMMDevices));
+}
+
+// What the audio engine does with the slot after attach: the class id read
+// from it, created through ole32, is Quillon, and Quillon runs the effect the
+// slot held before (the tests' device effect, which halves every sample).
+TEST_F(AttachTest, TheSlotCreatesQuillonWrappingTheOriginal) {
+  for (const wchar_t* guid : {kStreamOnly, kFixtureGuids[6]}) {
+    SCOPED_TRACE(guid == kStreamOnly ? "stream-only" : "mixed-case");
+    Seed(guid == kStreamOnly ? "stream-only" : "mixed-case");
+    ScopedComClass device(kDeviceClsid, ExecutableFolder() + L"quillon_test_device_effect.dll");
+    ASSERT_EQ(0, RunQuillon(L"attach " + std::wstring(guid)).exit);
+    CLSID clsid;
+    ASSERT_EQ(S_OK, CLSIDFromString(Slot(guid, kStream).c_str(), &clsid));
+    ASSERT_TRUE(IsEqualCLSID(kQuillonClsid, clsid));
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    {
+      ComPtr<IAudioProcessingObject> apo;
+      ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
+                                       apo.PutVoid()));
+      // The engine gives the endpoint's GUID in whatever case it has.
+      std::wstring endpoint = guid;
+      for (wchar_t& c : endpoint) c = static_cast<wchar_t>(towlower(c));
+      EffectHarness h(apo, endpoint.c_str());
+      ASSERT_EQ(S_OK, h.Initialize());
+      ASSERT_EQ(S_OK, h.Lock(2, 4));
+      const std::vector<float> out = h.Process({0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f});
+      EXPECT_FLOAT_EQ(0.25f, out[0]);
+      EXPECT_FLOAT_EQ(-0.5f, out[5]);
+      ASSERT_EQ(S_OK, h.Unlock());
+    }
+    CoUninitialize();
+    ASSERT_EQ(0, RunQuillon(L"detach --all").exit);
+  }
+}
+
+// A token without the Administrators group, as an unelevated user has.
+UniqueHandle UnelevatedToken() {
+  UniqueHandle process, restricted;
+  BYTE sid[SECURITY_MAX_SID_SIZE];
+  DWORD size = sizeof(sid);
+  CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, sid, &size);
+  SID_AND_ATTRIBUTES denied{sid, 0};
+  OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, process.Put());
+  CreateRestrictedToken(process.Get(), 0, 1, &denied, 0, nullptr, 0, nullptr, restricted.Put());
+  return restricted;
+}
+
+// A copy of quillon.exe in a folder of its own, with `dll` beside it when given.
+std::wstring LoneQuillon(const std::function<void(const std::wstring&)>& dll) {
+  const std::wstring folder = ExecutableFolder() + L"lone\\";
+  CreateDirectoryW(folder.c_str(), nullptr);
+  DeleteFileW((folder + L"Quillon.dll").c_str());
+  CopyFileW((ExecutableFolder() + L"quillon.exe").c_str(), (folder + L"quillon.exe").c_str(), FALSE);
+  if (dll) dll(folder + L"Quillon.dll");
+  return folder + L"quillon.exe";
+}
+
+// Quillon.dll with the Machine field of its header set to another architecture.
+void ForeignDll(const std::wstring& path) {
+  std::string bytes = test::ReadText(ExecutableFolder() + L"Quillon.dll");
+  const uint32_t header = *reinterpret_cast<const uint32_t*>(bytes.data() + 0x3C);
+  uint16_t& machine = *reinterpret_cast<uint16_t*>(bytes.data() + header + 4);
+  machine = machine == IMAGE_FILE_MACHINE_AMD64 ? IMAGE_FILE_MACHINE_ARM64 : IMAGE_FILE_MACHINE_AMD64;
+  std::ofstream(path.c_str(), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+struct Refusal {
+  const char* name;
+  const wchar_t* before;  // a quillon command run first, or null
+  const wchar_t* args;
+  long exit;
+  const char* says;
+  enum { kHere, kUnelevated, kNoDll, kForeignDll } how = kHere;
+};
+
+void PrintTo(const Refusal& refusal, std::ostream* out) { *out << refusal.name; }
+
+class Refused : public AttachTest, public ::testing::WithParamInterface<Refusal> {};
+
+// Each refusal is one line and writes nothing: neither the endpoints nor
+// Quillon's settings nor a backup file change.
+TEST_P(Refused, SaysWhyAndWritesNothing) {
+  const Refusal& c = GetParam();
+  for (const char* fixture : {"stream-only", "composite", "not-present", "playback"}) Seed(fixture);
+  // An endpoint that already holds Quillon, written by hand without a backup.
+  Seed("older-scheme");
+  ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + kCapture + kFixtureGuids[1] + L"\\FxProperties\" /v \"" + kPreMix +
+                      L"\" /t REG_SZ /d " + kQuillonClsidText + L" /f"));
+  if (c.before != nullptr) ASSERT_EQ(0, RunQuillon(c.before).exit);
+  const std::string devices = Export(kMMDevices), settings = Export(kQuillonSettings);
+  const std::string backup = test::ReadText(kBackupFolder + kStreamOnly + L".reg");
+
+  UniqueHandle token = c.how == Refusal::kUnelevated ? UnelevatedToken() : UniqueHandle();
+  const std::wstring program = c.how == Refusal::kNoDll       ? LoneQuillon(nullptr)
+                               : c.how == Refusal::kForeignDll ? LoneQuillon(ForeignDll)
+                                                               : L"quillon.exe";
+  const CommandResult r = RunQuillon(c.args, 60000, program, token.Get());
+  EXPECT_EQ(c.exit, r.exit) << r.text;
+  const std::string first = r.text.substr(0, r.text.find('\n'));
+  EXPECT_NE(std::string::npos, first.find(c.says)) << r.text;
+  if (c.exit != 0) EXPECT_EQ(0u, first.rfind("quillon: ", 0)) << r.text;
+  EXPECT_EQ(devices, Export(kMMDevices));
+  EXPECT_EQ(settings, Export(kQuillonSettings));
+  EXPECT_EQ(backup, test::ReadText(kBackupFolder + kStreamOnly + L".reg"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Refused,
+    ::testing::Values(
+        Refusal{"NotAdministrator", nullptr, L"attach \"stream mic\"", 1, "run it as Administrator",
+                Refusal::kUnelevated},
+        Refusal{"UnknownMicrophone", nullptr, L"attach nowhere", 1, "no microphone matches \"nowhere\""},
+        Refusal{"Ambiguous", nullptr, L"attach mic", 1, "several microphones match \"mic\""},
+        Refusal{"Playback", nullptr, L"attach speakers", 1, "is a playback endpoint"},
+        Refusal{"NotPresent", nullptr, L"attach \"gone mic\"", 1, "Gone Mic {7e570006-0000-4000-8000-000000000006} is not present"},
+        Refusal{"AlreadyAttached", L"attach \"stream mic\"", L"attach \"stream mic\"", 0, "already attached"},
+        Refusal{"AttachedWithoutBackup", nullptr, L"attach \"older mic\"", 1, "attached without a backup"},
+        Refusal{"OneOfTwoRefused", nullptr, L"attach \"stream mic\" \"older mic\"", 1, "attached without a backup"},
+        Refusal{"CompositeList", nullptr, L"attach composite", 1, "composite stream effects"},
+        Refusal{"DetachWithoutBackup", nullptr, L"detach \"stream mic\"", 1, "no backup; nothing to restore"},
+        Refusal{"DryRun", nullptr, L"attach \"stream mic\" --dry-run", 0, "register "},
+        Refusal{"NoMicrophoneNamed", nullptr, L"attach", 2, "name the microphones, or give --all"},
+        Refusal{"DllMissing", nullptr, L"attach \"stream mic\"", 1, "Quillon.dll is missing", Refusal::kNoDll},
+        Refusal{"DllOfAnotherMachine", nullptr, L"attach \"stream mic\"", 1, "is built for", Refusal::kForeignDll}),
+    [](const ::testing::TestParamInfo<Refusal>& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace quillon::test
