@@ -4,7 +4,7 @@ X64 := $(BUILD)/x64
 ARM64 := $(BUILD)/arm64
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps build test test-x64 test-arm64 bench demo demo-block-voice clean
+.PHONY: all deps build test test-x64 test-arm64 bench demo demo-block-voice package clean
 
 all: build
 
@@ -52,6 +52,12 @@ bench: build
 	$(X64)/wine-run $(X64)/bin/quillon_bench.exe
 	$(X64)/wine-run $(X64)/bin/quillon_bench_logger.exe
 	$(X64)/wine-run $(X64)/bin/quillon_bench_convert.exe $$(scripts/bench-sounds.sh $(X64)/bench-sounds)
+
+# The setup packages of both architectures, in out/.
+package: build
+	mkdir -p out
+	cp $(X64)/package/Quillon-*-x64-setup.exe $(ARM64)/package/Quillon-*-arm64-setup.exe out/
+	@ls -l out/Quillon-*-setup.exe
 
 # Quillon's main job end to end; leaves WAVs, a picture and a summary in out/demo/.
 demo: deps $(X64)/build.ninja

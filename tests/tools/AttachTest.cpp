@@ -1,21 +1,18 @@
 // quillon attach, detach and reattach against endpoint layouts seeded from
-// .reg fixtures as Windows keeps them (Wine itself shows no microphones), read
-// back through `reg export` of the whole MMDevices tree.
+// .reg fixtures, checked through `reg export` of the whole MMDevices tree.
 #include "support/EffectHarness.h"
+#include "support/EndpointFixtures.h"
 #include "support/QuillonDll.h"
 #include "support/QuillonRun.h"
 
 #include <gtest/gtest.h>
 
 #include <cwctype>
-#include <fstream>
 #include <functional>
 
 namespace quillon::test {
 namespace {
 
-const std::wstring kMMDevices = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices";
-const std::wstring kCapture = kMMDevices + L"\\Audio\\Capture\\";
 const std::wstring kQuillonSettings = L"SOFTWARE\\Marrowin\\Quillon";
 const std::wstring kBackupFolder = L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\";
 constexpr const wchar_t* kStream = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},5";
@@ -31,32 +28,6 @@ const wchar_t* const kFixtureGuids[] = {
     L"{7e570005-0000-4000-8000-000000000005}", L"{7e570006-0000-4000-8000-000000000006}",
     L"{7E57000A-aBcD-4000-8000-00000000000A}"};
 const wchar_t* const kStreamOnly = kFixtureGuids[0];
-
-long RunReg(const std::wstring& args) {
-  ChildProcess reg(L"C:\\windows\\system32\\reg.exe", args, ExecutableFolder() + L"reg-out.txt");
-  return reg.Wait(60000);
-}
-
-// Imports tests/tools/endpoints/<name>.reg. The fixtures are kept as ASCII;
-// they are imported as the UTF-16 file regedit writes, whose hex(2) and hex(7)
-// data is taken as it stands.
-void Seed(const std::string& name) {
-  const std::string text = test::ReadText(ExecutableFolder() + L"endpoints\\" + std::wstring(name.begin(), name.end()) + L".reg");
-  ASSERT_FALSE(text.empty()) << name;
-  std::wstring wide = L"\xFEFF" + std::wstring(text.begin(), text.end());
-  const std::wstring file = ExecutableFolder() + L"fixture.reg";
-  std::ofstream(file.c_str(), std::ios::binary).write(reinterpret_cast<const char*>(wide.data()),
-                                                        static_cast<std::streamsize>(wide.size() * 2));
-  ASSERT_EQ(0, RunReg(L"import \"" + file + L"\"")) << name;
-}
-
-// `reg export` of an HKLM key: what a user sees of it, byte for byte.
-std::string Export(const std::wstring& key) {
-  const std::wstring file = ExecutableFolder() + L"export.reg";
-  DeleteFileW(file.c_str());
-  RunReg(L"export \"HKLM\\" + key + L"\" \"" + file + L"\" /y");
-  return test::ReadText(file);
-}
 
 std::wstring ReadRegText(HKEY root, const std::wstring& key, const wchar_t* name) {
   wchar_t text[512] = {};

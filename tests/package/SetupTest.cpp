@@ -1,0 +1,78 @@
+// The x64 setup package, installed and uninstalled silently as an
+// administrator's deployment does it.
+#include "support/EndpointFixtures.h"
+#include "support/QuillonDll.h"
+#include "support/QuillonRun.h"
+
+#include <gtest/gtest.h>
+
+namespace quillon::test {
+namespace {
+
+const std::wstring kFolder = L"C:\\Program Files\\Marrowin\\Quillon\\";
+const std::wstring kUninstallKey = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Quillon";
+const std::wstring kClassKey = L"SOFTWARE\\Classes\\CLSID\\" + std::wstring(kQuillonClsidText);
+const std::wstring kEngineKey = L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\" + std::wstring(kQuillonClsidText);
+const std::wstring kMic = L"{7e570001-0000-4000-8000-000000000001}";
+
+std::wstring Text(const std::wstring& key, const wchar_t* name) {
+  wchar_t text[512] = {};
+  DWORD size = sizeof(text);
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_SZ, nullptr, text, &size) != ERROR_SUCCESS) {
+    return L"(none)";
+  }
+  return text;
+}
+
+bool Exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+class SetupPackage : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (const std::wstring& key : {kUninstallKey, kClassKey, kEngineKey, kCapture + kMic,
+                                    L"SOFTWARE\\Marrowin\\Quillon\\" + kMic}) {
+      RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
+    }
+    for (const wchar_t* file : {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"}) DeleteFileW((kFolder + file).c_str());
+    RemoveDirectoryW(kFolder.c_str());
+    DeleteFileW((L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\" + kMic + L".reg").c_str());
+  }
+};
+
+TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
+  Seed("stream-only");
+  const std::string devices = Export(kMMDevices);
+  {
+    // The build leaves the package in package\ beside bin\.
+    ChildProcess setup(ExecutableFolder() + L"..\\package\\" QUILLON_SETUP_NAME, L"/S", ExecutableFolder() + L"setup-out.txt");
+    ASSERT_EQ(0, setup.Wait(120000));
+  }
+  for (const wchar_t* file : {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"}) {
+    EXPECT_TRUE(Exists(kFolder + file)) << file;
+  }
+  EXPECT_EQ(L"Quillon", Text(kUninstallKey, L"DisplayName"));
+  EXPECT_EQ(L"\"" + kFolder + L"uninstall.exe\"", Text(kUninstallKey, L"UninstallString"));
+  EXPECT_EQ(kFolder + L"Quillon.dll", Text(kClassKey + L"\\InprocServer32", nullptr));
+  EXPECT_EQ(L"Both", Text(kClassKey + L"\\InprocServer32", L"ThreadingModel"));
+  EXPECT_NE(L"(none)", Text(kEngineKey, L"FriendlyName"));
+  EXPECT_EQ(devices, Export(kMMDevices)) << "a silent install attached a microphone";
+
+  // The installed command attaches with the installed library.
+  const CommandResult attach = RunQuillon(L"attach \"stream mic\"", 60000, kFolder + L"quillon.exe");
+  ASSERT_EQ(0, attach.exit) << attach.text;
+
+  // The uninstaller runs a copy of itself from the temporary folder and
+  // returns at once: wait for the folder to go.
+  {
+    ChildProcess uninstall(kFolder + L"uninstall.exe", L"/S");
+    ASSERT_EQ(0, uninstall.Wait(120000));
+  }
+  EXPECT_TRUE(PollUntil([] { return !Exists(kFolder); }, 120000)) << "the files stayed";
+  EXPECT_EQ(devices, Export(kMMDevices)) << "the microphone was not restored";
+  EXPECT_EQ(L"(none)", Text(kUninstallKey, L"DisplayName"));
+  EXPECT_EQ("", Export(kClassKey));
+  EXPECT_EQ("", Export(kEngineKey));
+}
+
+}  // namespace
+}  // namespace quillon::test
