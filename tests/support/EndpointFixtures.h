@@ -14,7 +14,8 @@
 namespace quillon::test {
 
 inline const std::wstring kMMDevices = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices";
-inline const std::wstring kCapture = kMMDevices + L"\\Audio\\Capture\\";
+// Each from its own literal: globals of other files may be made before these.
+inline const std::wstring kCapture = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\";
 
 inline long RunReg(const std::wstring& args) {
   ChildProcess reg(L"C:\\windows\\system32\\reg.exe", args, ExecutableFolder() + L"reg-out.txt");
