@@ -156,6 +156,26 @@ TEST_F(AttachTest, ReattachRecoversARewrittenSlot) {
   EXPECT_EQ(rewritten, Export(kMMDevices));
 }
 
+// mics shows each layout as it is: state, slots, effects turned off, and
+// whether Quillon is there with a backup.
+TEST_F(AttachTest, MicsShowsEveryLayout) {
+  for (const char* fixture : {"stream-only", "older-scheme", "no-effects", "composite", "effects-off", "not-present"}) {
+    Seed(fixture);
+  }
+  ASSERT_EQ(0, RunQuillon(L"attach \"stream mic\"").exit);
+  const std::string mics = RunQuillon(L"mics").text;
+  for (const char* shown :
+       {"Stream Mic\n  GUID      {7e570001-0000-4000-8000-000000000001}\n  state     active\n"
+        "  effects   stream effect: {27384E53-9860-0AC3-9519-C60EBCAA2C71} (Quillon)\n",
+        "  Quillon   attached; the backup agrees\n",
+        "  effects   pre-mix effect: {11111111-2222-3333-4444-555555555555}\n"
+        "            post-mix effect: {66666666-7777-8888-9999-000000000000}\n  Quillon   not attached\n",
+        "  effects   none\n", "composite stream effects: {A}, {B}\n", "mode effect: %x%\n",
+        "stream processing modes: {C}\n            all effects are turned off\n", "  state     not present\n"}) {
+    EXPECT_NE(std::string::npos, mics.find(shown)) << shown << "\nin:\n" << mics;
+  }
+}
+
 // What the audio engine does with the slot after attach: the class id read
 // from it, created through ole32, is Quillon, and Quillon runs the effect the
 // slot held before (the tests' device effect, which halves every sample).
