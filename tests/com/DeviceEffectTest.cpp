@@ -51,13 +51,11 @@ TEST_P(WrappedDeviceEffect, ProcessesFirstOrIsLeftOut) {
     ASSERT_TRUE(dll.Loaded());
     ComPtr<IAudioProcessingObject> apo;
     ASSERT_EQ(S_OK, dll.CreateEffect(IID_IAudioProcessingObject, apo.PutVoid()));
-    EffectHarness h(apo, kEndpoint);
-    ASSERT_EQ(S_OK, h.Initialize());
-    ASSERT_EQ(S_OK, h.Lock(2, 4));
+    auto h = EffectHarness::Started(kEndpoint, 2, 4, apo);
     const std::vector<float> mic = {0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f};
-    std::vector<float> out = h.Process(mic);
+    std::vector<float> out = h->Process(mic);
     for (size_t i = 0; i < mic.size(); ++i) EXPECT_FLOAT_EQ(c.halves ? mic[i] / 2 : mic[i], out[i]) << i;
-    ASSERT_EQ(S_OK, h.Unlock());
+    ASSERT_EQ(S_OK, h->Unlock());
   }
   CoUninitialize();
   const std::string log = LogText();
@@ -94,7 +92,7 @@ class DeviceEffectAnswers : public WrappedDeviceEffect {
     ASSERT_TRUE(original_.SetString(kDeviceClsid));
     ASSERT_TRUE(dll_.Loaded());
     ASSERT_EQ(S_OK, dll_.CreateEffect(IID_IAudioProcessingObject, apo_.PutVoid()));
-    h_ = std::make_unique<EffectHarness>(apo_, kEndpoint);
+    h_ = std::make_unique<EffectHarness>(kEndpoint, apo_);
     ASSERT_EQ(S_OK, h_->Initialize());
   }
   void TearDown() override {
@@ -164,30 +162,6 @@ TEST_F(DeviceEffectAnswers, RepeatedInitializeLeavesNoDeviceEffectBehind) {
   apo_ = ComPtr<IAudioProcessingObject>();
   CoFreeUnusedLibrariesEx(0, 0);
   EXPECT_EQ(nullptr, GetModuleHandleW(L"quillon_test_device_effect.dll")) << "a device effect is still alive";
-}
-
-// The COM runtime loads the library from the class key an installer writes,
-// and unloads it only once every object is released.
-TEST(ComRuntime, CreatesAWorkingEffectAndUnloadsWhenReleased) {
-  ScopedComClass quillonClass(kQuillonClsidText, QuillonDllPath());
-  ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-  {
-    ComPtr<IAudioProcessingObject> apo;
-    ASSERT_EQ(S_OK, CoCreateInstance(kQuillonClsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
-                                     apo.PutVoid()));
-    EXPECT_NE(nullptr, GetModuleHandleW(L"Quillon.dll"));
-    EffectHarness h(apo, EffectHarness::kDefaultEndpoint);
-    ASSERT_EQ(S_OK, h.Initialize());
-    ASSERT_EQ(S_OK, h.Lock(2, 4));
-    const std::vector<float> mic = {0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f};
-    EXPECT_EQ(mic, h.Process(mic));
-    ASSERT_EQ(S_OK, h.Unlock());
-    CoFreeUnusedLibrariesEx(0, 0);
-    EXPECT_NE(nullptr, GetModuleHandleW(L"Quillon.dll")) << "an effect is still alive";
-  }
-  CoFreeUnusedLibrariesEx(0, 0);
-  EXPECT_EQ(nullptr, GetModuleHandleW(L"Quillon.dll"));
-  CoUninitialize();
 }
 
 }  // namespace

@@ -41,6 +41,15 @@ class RegisterView {
   MappedView view_;
 };
 
+// The slot an endpoint's instance holds now, or -1.
+inline int32_t SlotOf(const std::wstring& endpoint) {
+  RegisterView reg;
+  for (int32_t i = 0; reg.Open() && i < kMaxInstances; ++i) {
+    if (reg->inUse[i] == 1 && endpoint == reg->endpointIds[i]) return i;
+  }
+  return -1;
+}
+
 // One slot's transfer mapping as a player sees it.
 class TransferView {
  public:

@@ -20,7 +20,6 @@ const std::wstring kMicA = std::wstring(L"{0.0.1.00000000}.") + kGuidA;
 const std::wstring kMicB = std::wstring(L"{0.0.1.00000000}.") + kGuidB;
 constexpr const wchar_t* kCapture = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\";
 
-std::wstring Sounds() { return ExecutableFolder() + L"..\\sounds\\"; }
 std::wstring Sound(const wchar_t* name) { return L"\"" + Sounds() + name + L"\""; }
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
@@ -58,9 +57,7 @@ class Command : public ::testing::Test {
     for (const std::wstring* mic : {&kMicA, &kMicB}) {
       ComPtr<IAudioProcessingObject> apo;
       ASSERT_EQ(S_OK, dll_.CreateEffect(IID_IAudioProcessingObject, apo.PutVoid()));
-      effects_.push_back(std::make_unique<EffectHarness>(apo, mic->c_str()));
-      ASSERT_EQ(S_OK, effects_.back()->Initialize());
-      ASSERT_EQ(S_OK, effects_.back()->Lock(2, 480));
+      effects_.push_back(EffectHarness::Started(mic->c_str(), 2, 480, apo));
     }
   }
   static void Name(const wchar_t* guid, const wchar_t* name) {
