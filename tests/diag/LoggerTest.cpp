@@ -4,6 +4,7 @@
 #include "support/ChildProcess.h"
 #include "support/RegistryValue.h"
 #include "support/SharedFiles.h"
+#include "platform/UniqueResource.h"
 
 #include <gtest/gtest.h>
 
@@ -117,23 +118,27 @@ TEST_F(LoggerTest, RotatesOnlyAboveTwoMebibytes) {
   }
 }
 
-// ---- Across processes -------------------------------------------------------------
-// An event the helper process opens by name.
-UniqueHandle NamedEvent(const wchar_t* name) { return UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, name)); }
+// ---- Other owners of the logger's mutex: threads, as a mutex belongs to a thread --------
+constexpr const wchar_t* kLoggerMutex = L"Global\\QuillonLoggerMutex";
 
 TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
-  const UniqueHandle ready = NamedEvent(L"QuillonTestLoggerReady"), release = NamedEvent(L"QuillonTestLoggerRelease");
-  ChildProcess holder(L"quillon_log_helper.exe", L"hold QuillonTestLoggerReady QuillonTestLoggerRelease");
-  ASSERT_TRUE(holder.Started());
-  ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
-
+  const UniqueHandle held(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  const UniqueHandle release(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  std::thread holder([&] {
+    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, kLoggerMutex));
+    WaitForSingleObject(mutex.Get(), 10000);
+    SetEvent(held.Get());
+    WaitForSingleObject(release.Get(), 30000);
+    ReleaseMutex(mutex.Get());
+  });
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(held.Get(), 30000));
   const auto start = std::chrono::steady_clock::now();
   QLOG(LOG_ERROR, L"A::B", L"dropped");
   const auto waited = std::chrono::steady_clock::now() - start;
+  SetEvent(release.Get());
+  holder.join();
   EXPECT_GE(waited, std::chrono::milliseconds(90)) << "the logger waits for the mutex before dropping";
   EXPECT_LT(waited, std::chrono::seconds(10));
-  SetEvent(release.Get());
-  EXPECT_EQ(0, holder.Wait());
 
   QLOG(LOG_ERROR, L"A::B", L"written");
   std::vector<std::string> lines = LogLines();
@@ -142,14 +147,15 @@ TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
 }
 
 TEST_F(LoggerTest, AbandonedMutexStillWrites) {
-  const UniqueHandle ready = NamedEvent(L"QuillonTestLoggerAbandon");
-  ChildProcess holder(L"quillon_log_helper.exe", L"abandon QuillonTestLoggerAbandon");
-  ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
-  EXPECT_EQ(0, holder.Wait());
+  std::thread([] {
+    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, kLoggerMutex));
+    WaitForSingleObject(mutex.Get(), 10000);  // and the thread ends owning it
+  }).join();
   QLOG(LOG_ERROR, L"A::B", L"after abandon");
   EXPECT_EQ(1u, LogLines().size());
 }
 
+// ---- Across processes -------------------------------------------------------------
 struct LevelCase {
   const char* name;
   const wchar_t* registryText;  // null: no value
