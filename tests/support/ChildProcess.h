@@ -21,9 +21,7 @@ class ChildProcess {
   // Starts `program` with `arguments`; a program given without a folder is the
   // one beside the test executable.
   // With `outputFile`, the program's standard output and error go to that file.
-  // `flags` are CreateProcess's creation flags.
-  ChildProcess(const std::wstring& program, const std::wstring& arguments, const std::wstring& outputFile = L"",
-               DWORD flags = 0) {
+  ChildProcess(const std::wstring& program, const std::wstring& arguments, const std::wstring& outputFile = L"") {
     const bool hasFolder = program.find_first_of(L"\\/") != std::wstring::npos;
     std::wstring command = L"\"" + (hasFolder ? L"" : ExecutableFolder()) + program + L"\" " + arguments;
     STARTUPINFOW startup{};
@@ -38,7 +36,7 @@ class ChildProcess {
       startup.hStdError = output;
       startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     }
-    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, flags,
+    started_ = CreateProcessW(nullptr, command.data(), nullptr, nullptr, output != INVALID_HANDLE_VALUE, 0,
                               nullptr, nullptr, &startup, &info_) != FALSE;
     const DWORD error = started_ ? 0 : GetLastError();
     if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
@@ -59,7 +57,6 @@ class ChildProcess {
     }
   }
 
-  bool Started() const { return started_; }
   HANDLE Handle() const { return info_.hProcess; }
   DWORD Id() const { return info_.dwProcessId; }
   // Waits at most `timeoutMs`; returns the exit code, or -1 when it did not end in time.

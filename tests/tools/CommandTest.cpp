@@ -55,9 +55,7 @@ class Command : public ::testing::Test {
     Name(kGuidA, L"Headset Microphone (USB Audio)");
     Name(kGuidB, L"Microphone Array (Realtek Audio)");
     for (const std::wstring* mic : {&kMicA, &kMicB}) {
-      ComPtr<IAudioProcessingObject> apo;
-      ASSERT_EQ(S_OK, dll_.CreateEffect(IID_IAudioProcessingObject, apo.PutVoid()));
-      effects_.push_back(EffectHarness::Started(mic->c_str(), 2, 480, apo));
+      effects_.push_back(EffectHarness::Started(mic->c_str(), 2, 480, dll_.CreateEffect()));
     }
   }
   static void Name(const wchar_t* guid, const wchar_t* name) {
