@@ -104,10 +104,5 @@ TEST_F(Listener, LogLevelFollowsTheSetting) {
   EXPECT_TRUE(Logged("| Changed log level to ERROR #]"));
 }
 
-TEST_F(Listener, StopEndsTheThread) {
-  listener.Stop();
-  EXPECT_NE(std::string::npos, LogText().find("APO[0]test: Config change listener thread finished"));
-}
-
 }  // namespace
 }  // namespace quillon::test

@@ -37,13 +37,6 @@ std::wstring RampFile(const std::wstring& name, uint16_t channels, size_t sample
   return path;
 }
 
-// A shared mapping as an effect creates it.
-bool MapShared(MappedView& view, const std::wstring& name, size_t size) {
-  return view.Map(UniqueHandle(CreateFileMappingW(INVALID_HANDLE_VALUE, WinUtils::GetNullDaclSecurityAttributes(),
-                                                  PAGE_READWRITE, 0, static_cast<DWORD>(size), name.c_str())),
-                  size);
-}
-
 // quillon.exe with its output in a file of its own.
 struct Player {
   Player(const std::wstring& name, const std::wstring& args)
@@ -73,11 +66,9 @@ class PlayerProtocol : public ::testing::Test {
 // mappings itself (so they outlive every registration) and clears the format
 // while the slot is free, so that each registration's own write is what it sees.
 TEST_F(PlayerProtocol, EffectNeverShowsASlotInUseWithoutItsFormat) {
-  MappedView reg, transfer;
-  ASSERT_TRUE(MapShared(reg, kRegisterMappingName, sizeof(RegisterBlock)));
-  ASSERT_TRUE(MapShared(transfer, WinUtils::PerInstanceName(kTransferMappingPrefix, 0), sizeof(TransferBlock)));
-  const auto* slots = reinterpret_cast<const RegisterBlock*>(reg.Get());
-  auto* block = reinterpret_cast<TransferBlock*>(transfer.Get());
+  RegisterView slots(true);
+  TransferView block(0, true);
+  ASSERT_TRUE(slots.Open() && block.Open());
   std::atomic<bool> end{false};
   long inUse = 0, withoutFormat = 0;
   std::thread watcher([&] {
@@ -102,20 +93,19 @@ TEST_F(PlayerProtocol, EffectNeverShowsASlotInUseWithoutItsFormat) {
 // the player waits for a usable format instead of refusing a 0 Hz stream.
 // The test plays that effect, up to the player's first block.
 TEST_F(PlayerProtocol, WaitsForTheFormatOfAnOlderEffect) {
-  MappedView reg, transfer;
-  ASSERT_TRUE(MapShared(reg, kRegisterMappingName, sizeof(RegisterBlock)));
-  auto* slots = reinterpret_cast<RegisterBlock*>(reg.Get());
+  RegisterView slots(true);
+  ASSERT_TRUE(slots.Open());
   int32_t slot = 0;
+  while (slot < kMaxInstances && slots->inUse[slot] != 0) ++slot;  // no other effect registers meanwhile
+  ASSERT_LT(slot, kMaxInstances);
+  TransferView block(slot, true);
+  ASSERT_TRUE(block.Open());
+  block->format = {};
   {
     NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
-    while (slot < kMaxInstances && slots->inUse[slot] != 0) ++slot;
-    ASSERT_LT(slot, kMaxInstances);
-    ASSERT_TRUE(MapShared(transfer, WinUtils::PerInstanceName(kTransferMappingPrefix, slot), sizeof(TransferBlock)));
-    std::memset(transfer.Get(), 0, sizeof(TransferBlock));
     slots->inUse[slot] = 1;
     wcscpy(slots->endpointIds[slot], kMicA);
   }
-  auto* block = reinterpret_cast<TransferBlock*>(transfer.Get());
   Player player(L"late", PlayArgs(kMicA, RampFile(L"late", 2, 960)));
   Sleep(700);  // the format comes late: meanwhile the player finds the slot in use without one
   block->format = MakeFloatFormat(2, 48000.0f);
@@ -131,7 +121,7 @@ TEST_F(PlayerProtocol, NeverWritesOverAnotherPlayersBlock) {
   auto h = Start(kMicA, 2);  // no period runs, so nothing is taken
   TransferView block(SlotOf(kMicA));
   {
-    NamedMutexLock lock(WinUtils::PerInstanceName(kTransferMutexPrefix, SlotOf(kMicA)).c_str(), kSharedMutexWaitMs);
+    NamedMutexLock lock(TransferMutexName(SlotOf(kMicA)).c_str(), kSharedMutexWaitMs);
     for (size_t i = 0; i < 100; ++i) block->samples[i] = -Ramp(i);
     block->byteCount = 400;
     block->dataReady = 1;

@@ -8,7 +8,6 @@
 #include "platform/NamedMutexLock.h"
 #include "support/EffectHarness.h"
 #include "support/RegistryValue.h"
-#include "transfer/WinUtils.h"
 
 #include <thread>
 
@@ -24,14 +23,12 @@ std::wstring Endpoint(int n) { return L"{0.0.1.00000000}.{transfer-test-endpoint
 
 float Sent(size_t k) { return static_cast<float>(k + 1) / 65536.0f; }
 
-std::wstring MutexName(int32_t slot) { return WinUtils::PerInstanceName(kTransferMutexPrefix, slot); }
-
 // Writes a block of `bytes` (any count, as a player that does not keep to
 // whole samples writes it) under the transfer mutex and wakes the receiver.
 void WriteRaw(int32_t slot, uint32_t bytes) {
   TransferView block(slot);
   ASSERT_TRUE(block.Open());
-  NamedMutexLock lock(MutexName(slot).c_str(), kSharedMutexWaitMs);
+  NamedMutexLock lock(TransferMutexName(slot).c_str(), kSharedMutexWaitMs);
   for (size_t i = 0; i < TransferBlock::kMaxSamples; ++i) block->samples[i] = Sent(i);
   block->byteCount = bytes;
   block->dataReady = 1;
@@ -156,7 +153,7 @@ TEST_F(Transfer, BlockOfAPlayerThatDiedHoldingTheMutexIsTaken) {
   auto h = Start(0);
   h->Process(kSilence);
   std::thread([slot = h->Slot()] {
-    const HANDLE mutex = CreateMutexW(nullptr, FALSE, MutexName(slot).c_str());
+    const HANDLE mutex = CreateMutexW(nullptr, FALSE, TransferMutexName(slot).c_str());
     WaitForSingleObject(mutex, kSharedMutexWaitMs);
     WriteRaw(slot, 300 * sizeof(float));
     CloseHandle(mutex);  // and ends still owning it, as a thread of a dying process does
@@ -175,7 +172,7 @@ TEST_F(Transfer, PlayerHoldingTheMutexOnlyDelaysSound) {
   SendRaw(*h, kPeriod * sizeof(float));
   UniqueHandle held(CreateEventW(nullptr, TRUE, FALSE, nullptr)), release(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   std::thread holder([&, slot = h->Slot()] {
-    NamedMutexLock lock(MutexName(slot).c_str(), kSharedMutexWaitMs);
+    NamedMutexLock lock(TransferMutexName(slot).c_str(), kSharedMutexWaitMs);
     SetEvent(held.Get());
     WaitForSingleObject(release.Get(), 30000);
   });
