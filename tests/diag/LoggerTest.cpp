@@ -39,15 +39,11 @@ class LoggerTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_FALSE(Logger::Instance().LogFilePath().Empty()) << "the log folder must be usable";
-    previousLevel_ = Logger::Instance().Level();
     Logger::Instance().SetLevel(LOG_TRACE);
     DeleteFileW(Logger::Instance().LogFilePath().Data());
     DeleteFileW(Logger::Instance().OldLogFilePath().Data());
   }
-  void TearDown() override { Logger::Instance().SetLevel(previousLevel_); }
-
- private:
-  int32_t previousLevel_ = LOG_ERROR;
+  void TearDown() override { Logger::Instance().SetLevel(LOG_ERROR); }  // the level without a setting
 };
 
 TEST_F(LoggerTest, LineHasTheFixedPrefix) {

@@ -58,7 +58,6 @@ class ChildProcess {
   }
 
   HANDLE Handle() const { return info_.hProcess; }
-  DWORD Id() const { return info_.dwProcessId; }
   // Waits at most `timeoutMs`; returns the exit code, or -1 when it did not end in time.
   long Wait(DWORD timeoutMs = 30000) {
     if (!started_ || WaitForSingleObject(info_.hProcess, timeoutMs) != WAIT_OBJECT_0) return -1;
