@@ -144,10 +144,8 @@ TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
 }
 
 TEST_F(LoggerTest, AbandonedMutexStillWrites) {
-  std::thread([] {
-    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, kLoggerMutex));
-    WaitForSingleObject(mutex.Get(), 10000);  // and the thread ends owning it
-  }).join();
+  const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, kLoggerMutex));  // the mutex outlives its owner
+  std::thread([&] { WaitForSingleObject(mutex.Get(), 10000); }).join();  // which ends owning it
   QLOG(LOG_ERROR, L"A::B", L"after abandon");
   EXPECT_EQ(1u, LogLines().size());
 }

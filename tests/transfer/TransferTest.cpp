@@ -152,12 +152,12 @@ TEST_F(Transfer, StopRequestDropsTheQueueAndAnswers) {
 TEST_F(Transfer, BlockOfAPlayerThatDiedHoldingTheMutexIsTaken) {
   auto h = Start(0);
   h->Process(kSilence);
-  std::thread([slot = h->Slot()] {
-    const HANDLE mutex = CreateMutexW(nullptr, FALSE, TransferMutexName(slot).c_str());
-    WaitForSingleObject(mutex, kSharedMutexWaitMs);
-    WriteRaw(slot, 300 * sizeof(float));
-    CloseHandle(mutex);  // and ends still owning it, as a thread of a dying process does
-  }).join();
+  // A mutex lives while a handle is open: here, the receiver's, and this one.
+  const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, TransferMutexName(h->Slot()).c_str()));
+  std::thread([&] {
+    WaitForSingleObject(mutex.Get(), kSharedMutexWaitMs);
+    WriteRaw(h->Slot(), 300 * sizeof(float));
+  }).join();  // and ends owning it, as a thread of a dying process does
   const std::vector<float> heard = h->RunUntil([](auto& heard) { return heard.size() >= 300; });
   ASSERT_EQ(300u, heard.size());
   for (size_t k = 0; k < heard.size(); ++k) ASSERT_EQ(Sent(k), heard[k]);
