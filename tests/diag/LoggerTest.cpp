@@ -83,35 +83,27 @@ TEST_F(LoggerTest, CallsBelowTheThresholdTouchNothing) {
   EXPECT_EQ(1u, LogLines().size());
 }
 
-struct RotationCase {
-  uint64_t size;
-  bool rotates;
-};
-
+// Above 2 MiB the file becomes the old log and the line starts a new one; at
+// 2 MiB the line is appended.
 TEST_F(LoggerTest, RotatesOnlyAboveTwoMebibytes) {
-  for (RotationCase c : {RotationCase{2097153, true}, RotationCase{2097152, false}}) {
+  for (const uint64_t size : {2097153ull, 2097152ull}) {
+    const bool rotates = size > 2097152;
     DeleteFileW(Logger::Instance().OldLogFilePath().Data());
     {
       std::ofstream big(Logger::Instance().LogFilePath().Data(), std::ios::binary | std::ios::trunc);
-      big << std::string(c.size, 'o');
+      big << std::string(size, 'o');
     }
-    QLOG(LOG_ERROR, L"A::B", L"after %llu", static_cast<unsigned long long>(c.size));
+    QLOG(LOG_ERROR, L"A::B", L"after %llu", static_cast<unsigned long long>(size));
     WIN32_FILE_ATTRIBUTE_DATA old{};
-    const bool oldExists =
-        GetFileAttributesExW(Logger::Instance().OldLogFilePath().Data(), GetFileExInfoStandard, &old) != FALSE;
-    EXPECT_EQ(c.rotates, oldExists) << c.size;
-    std::vector<std::string> lines = LogLines();
-    ASSERT_FALSE(lines.empty());
-    if (c.rotates) {
-      EXPECT_EQ(c.size, old.nFileSizeLow);
-      EXPECT_EQ(1u, lines.size());
-    } else {
-      const std::string all = LogText();
-      ASSERT_GT(all.size(), c.size);
-      const std::string appended = all.substr(c.size);
-      EXPECT_EQ(0u, appended.rfind("[# ERROR | ", 0));
-      EXPECT_EQ(appended.size() - 2, appended.find("\r\n")) << "exactly one line appended";
-    }
+    EXPECT_EQ(rotates, GetFileAttributesExW(Logger::Instance().OldLogFilePath().Data(), GetFileExInfoStandard, &old) !=
+                           FALSE) << size;
+    if (rotates) EXPECT_EQ(size, old.nFileSizeLow);
+    const std::string all = LogText();
+    const size_t kept = rotates ? 0 : size;
+    ASSERT_TRUE(all.size() > kept && all.find_first_not_of('o') == kept) << size;
+    const std::string line = all.substr(kept);
+    EXPECT_EQ(0u, line.rfind("[# ERROR | ", 0)) << size;
+    EXPECT_EQ(line.size() - 2, line.find("\r\n")) << "exactly one line after what was kept";
   }
 }
 
