@@ -1,36 +1,17 @@
 // A second process for the logger's tests: it writes lines into the shared
-// log, or holds the logger's mutex, as another audio process would.
+// log as another audio process would, at the level its start read.
 //
 //   quillon_log_helper write <tag> <count>        lines "<tag> line <i>" at ERROR
 //   quillon_log_helper levels <tag>               one line per level 0..4: "<tag> level <n>"
-//   quillon_log_helper hold <ready> <release>     owns the logger mutex until <release> is set
-//   quillon_log_helper abandon <ready>            takes the logger mutex and exits owning it
 #include "diag/Logger.h"
 
 #include <windows.h>
 #include <shellapi.h>
 
-#include <cwchar>
 #include <cstdlib>
 #include <string>
 
 using namespace quillon;
-
-namespace {
-
-HANDLE TakeLoggerMutex() {
-  HANDLE mutex = CreateMutexW(nullptr, FALSE, L"Global\\QuillonLoggerMutex");
-  WaitForSingleObject(mutex, 10000);
-  return mutex;
-}
-
-void Signal(const wchar_t* name) {
-  HANDLE event = OpenEventW(EVENT_MODIFY_STATE, FALSE, name);
-  SetEvent(event);
-  CloseHandle(event);
-}
-
-}  // namespace
 
 int main() {
   int argc = 0;
@@ -47,21 +28,6 @@ int main() {
       QLOG(level, L"LogHelper::Levels", L"%s level %d", argv[2], level);
     }
     return 0;
-  }
-  if (mode == L"hold" && argc == 4) {
-    HANDLE mutex = TakeLoggerMutex();
-    Signal(argv[2]);
-    HANDLE release = OpenEventW(SYNCHRONIZE, FALSE, argv[3]);
-    WaitForSingleObject(release, 30000);
-    CloseHandle(release);
-    ReleaseMutex(mutex);
-    CloseHandle(mutex);
-    return 0;
-  }
-  if (mode == L"abandon") {
-    TakeLoggerMutex();
-    Signal(argv[2]);
-    ExitProcess(0);  // the mutex is left owned: the next waiter sees it abandoned
   }
   return 2;
 }

@@ -4,6 +4,7 @@
 #include "support/ChildProcess.h"
 #include "support/RegistryValue.h"
 #include "support/SharedFiles.h"
+#include "platform/UniqueResource.h"
 
 #include <gtest/gtest.h>
 
@@ -30,24 +31,21 @@ std::vector<std::string> LogLines() {
   return lines;
 }
 
-// A whole line; captures the function name (1) and the message (2).
+// A whole line; captures the level (1), the year (2), the process (3) and
+// thread (4), the function and line (5), and the message (6).
 const std::regex kLinePattern(
-    R"(\[# (?:TRACE|DEBUG|INFO |WARNING|ERROR) \| \d{4}-\d{2}-\d{2} \| \d{2}:\d{2}:\d{2}\.\d{3} \| )"
-    R"(PID= *\d{1,} \| ThreadId= *\d{1,} \| ([A-Za-z:~]+):\d+ \| (.*) #\])");
+    R"(\[# (TRACE|DEBUG|INFO |WARNING|ERROR) \| (\d{4})-\d{2}-\d{2} \| \d{2}:\d{2}:\d{2}\.\d{3} \| )"
+    R"(PID= *(\d+) \| ThreadId= *(\d+) \| ([A-Za-z:~]+:\d+) \| (.*) #\])");
 
 class LoggerTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_FALSE(Logger::Instance().LogFilePath().Empty()) << "the log folder must be usable";
-    previousLevel_ = Logger::Instance().Level();
     Logger::Instance().SetLevel(LOG_TRACE);
     DeleteFileW(Logger::Instance().LogFilePath().Data());
     DeleteFileW(Logger::Instance().OldLogFilePath().Data());
   }
-  void TearDown() override { Logger::Instance().SetLevel(previousLevel_); }
-
- private:
-  int32_t previousLevel_ = LOG_ERROR;
+  void TearDown() override { Logger::Instance().SetLevel(LOG_ERROR); }  // the level without a setting
 };
 
 TEST_F(LoggerTest, LineHasTheFixedPrefix) {
@@ -55,15 +53,15 @@ TEST_F(LoggerTest, LineHasTheFixedPrefix) {
   std::vector<std::string> lines = LogLines();
   ASSERT_EQ(1u, lines.size());
   std::smatch m;
-  const std::regex exact(
-      R"(^\[# INFO  \| (\d{4})-(\d{2})-(\d{2}) \| \d{2}:\d{2}:\d{2}\.\d{3} \| PID= *(\d+) \| ThreadId= *(\d+) \| )"
-      R"(Quillon::LockForProcess:512 \| Some message 7 \[Code=887d0003: text\] #\]$)");
-  ASSERT_TRUE(std::regex_match(lines[0], m, exact)) << lines[0];
-  EXPECT_EQ(GetCurrentProcessId(), std::stoul(m[4]));
-  EXPECT_EQ(GetCurrentThreadId(), std::stoul(m[5]));
+  ASSERT_TRUE(std::regex_match(lines[0], m, kLinePattern)) << lines[0];
+  EXPECT_EQ("INFO ", m[1].str());
   SYSTEMTIME now{};
   GetLocalTime(&now);
-  EXPECT_EQ(now.wYear, std::stoi(m[1]));
+  EXPECT_EQ(now.wYear, std::stoi(m[2]));
+  EXPECT_EQ(GetCurrentProcessId(), std::stoul(m[3]));
+  EXPECT_EQ(GetCurrentThreadId(), std::stoul(m[4]));
+  EXPECT_EQ("Quillon::LockForProcess:512", m[5].str());
+  EXPECT_EQ("Some message 7 [Code=887d0003: text]", m[6].str());
 }
 
 TEST_F(LoggerTest, Utf8WithoutByteOrderMarkAndWithoutLengthLimit) {
@@ -87,55 +85,51 @@ TEST_F(LoggerTest, CallsBelowTheThresholdTouchNothing) {
   EXPECT_EQ(1u, LogLines().size());
 }
 
-struct RotationCase {
-  uint64_t size;
-  bool rotates;
-};
-
+// Above 2 MiB the file becomes the old log and the line starts a new one; at
+// 2 MiB the line is appended.
 TEST_F(LoggerTest, RotatesOnlyAboveTwoMebibytes) {
-  for (RotationCase c : {RotationCase{2097153, true}, RotationCase{2097152, false}}) {
+  for (const uint64_t size : {2097153ull, 2097152ull}) {
+    const bool rotates = size > 2097152;
     DeleteFileW(Logger::Instance().OldLogFilePath().Data());
     {
       std::ofstream big(Logger::Instance().LogFilePath().Data(), std::ios::binary | std::ios::trunc);
-      big << std::string(c.size, 'o');
+      big << std::string(size, 'o');
     }
-    QLOG(LOG_ERROR, L"A::B", L"after %llu", static_cast<unsigned long long>(c.size));
+    QLOG(LOG_ERROR, L"A::B", L"after %llu", static_cast<unsigned long long>(size));
     WIN32_FILE_ATTRIBUTE_DATA old{};
-    const bool oldExists =
-        GetFileAttributesExW(Logger::Instance().OldLogFilePath().Data(), GetFileExInfoStandard, &old) != FALSE;
-    EXPECT_EQ(c.rotates, oldExists) << c.size;
-    std::vector<std::string> lines = LogLines();
-    ASSERT_FALSE(lines.empty());
-    if (c.rotates) {
-      EXPECT_EQ(c.size, old.nFileSizeLow);
-      EXPECT_EQ(1u, lines.size());
-    } else {
-      const std::string all = LogText();
-      ASSERT_GT(all.size(), c.size);
-      const std::string appended = all.substr(c.size);
-      EXPECT_EQ(0u, appended.rfind("[# ERROR | ", 0));
-      EXPECT_EQ(appended.size() - 2, appended.find("\r\n")) << "exactly one line appended";
-    }
+    EXPECT_EQ(rotates, GetFileAttributesExW(Logger::Instance().OldLogFilePath().Data(), GetFileExInfoStandard, &old) !=
+                           FALSE) << size;
+    if (rotates) EXPECT_EQ(size, old.nFileSizeLow);
+    const std::string all = LogText();
+    const size_t kept = rotates ? 0 : size;
+    ASSERT_TRUE(all.size() > kept && all.find_first_not_of('o') == kept) << size;
+    const std::string line = all.substr(kept);
+    EXPECT_EQ(0u, line.rfind("[# ERROR | ", 0)) << size;
+    EXPECT_EQ(line.size() - 2, line.find("\r\n")) << "exactly one line after what was kept";
   }
 }
 
-// ---- Across processes -------------------------------------------------------------
-// An event the helper process opens by name.
-UniqueHandle NamedEvent(const wchar_t* name) { return UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, name)); }
+// ---- Other owners of the logger's mutex: threads, as a mutex belongs to a thread --------
+constexpr const wchar_t* kLoggerMutex = L"Global\\QuillonLoggerMutex";
 
 TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
-  const UniqueHandle ready = NamedEvent(L"QuillonTestLoggerReady"), release = NamedEvent(L"QuillonTestLoggerRelease");
-  ChildProcess holder(L"quillon_log_helper.exe", L"hold QuillonTestLoggerReady QuillonTestLoggerRelease");
-  ASSERT_TRUE(holder.Started());
-  ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
-
+  const UniqueHandle held(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  const UniqueHandle release(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  std::thread holder([&] {
+    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, kLoggerMutex));
+    WaitForSingleObject(mutex.Get(), 10000);
+    SetEvent(held.Get());
+    WaitForSingleObject(release.Get(), 30000);
+    ReleaseMutex(mutex.Get());
+  });
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(held.Get(), 30000));
   const auto start = std::chrono::steady_clock::now();
   QLOG(LOG_ERROR, L"A::B", L"dropped");
   const auto waited = std::chrono::steady_clock::now() - start;
+  SetEvent(release.Get());
+  holder.join();
   EXPECT_GE(waited, std::chrono::milliseconds(90)) << "the logger waits for the mutex before dropping";
   EXPECT_LT(waited, std::chrono::seconds(10));
-  SetEvent(release.Get());
-  EXPECT_EQ(0, holder.Wait());
 
   QLOG(LOG_ERROR, L"A::B", L"written");
   std::vector<std::string> lines = LogLines();
@@ -144,14 +138,13 @@ TEST_F(LoggerTest, BusyMutexDropsTheLineAfterAboutOneHundredMilliseconds) {
 }
 
 TEST_F(LoggerTest, AbandonedMutexStillWrites) {
-  const UniqueHandle ready = NamedEvent(L"QuillonTestLoggerAbandon");
-  ChildProcess holder(L"quillon_log_helper.exe", L"abandon QuillonTestLoggerAbandon");
-  ASSERT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(ready.Get(), 30000));
-  EXPECT_EQ(0, holder.Wait());
+  const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, kLoggerMutex));  // the mutex outlives its owner
+  std::thread([&] { WaitForSingleObject(mutex.Get(), 10000); }).join();  // which ends owning it
   QLOG(LOG_ERROR, L"A::B", L"after abandon");
   EXPECT_EQ(1u, LogLines().size());
 }
 
+// ---- Across processes -------------------------------------------------------------
 struct LevelCase {
   const char* name;
   const wchar_t* registryText;  // null: no value
@@ -209,7 +202,7 @@ TEST_F(LoggerTest, ConcurrentWritersAcrossProcessesWriteWholeLinesInOrder) {
   for (const std::string& line : LogLines()) {
     std::smatch m, n;
     ASSERT_TRUE(std::regex_match(line, m, kLinePattern)) << line;
-    const std::string text = m[2];
+    const std::string text = m[6];
     ASSERT_TRUE(std::regex_match(text, n, message)) << line;
     EXPECT_TRUE(seen.insert(text).second) << "twice: " << line;
     const int number = std::stoi(n[2]);

@@ -77,52 +77,48 @@ TEST(InputFormatPointers, NullArgumentsArePointerErrors) {
 }
 
 // ---- LockForProcess checks ----------------------------------------------------------
+// A lock that succeeds (float32 stereo, 480 frames each way, the buffers
+// apart) with one thing changed.
+struct LockCall {
+  UINT32 inputs = 1, outputs = 1;
+  bool nullArray = false, overlap = false;
+  UNCOMPRESSEDAUDIOFORMAT inFormat = MakeFloatFormat(2, 48000);
+  UINT32 inMaxFrames = 480, signature = APO_CONNECTION_DESCRIPTOR_SIGNATURE;
+};
+
 struct LockCase {
   const char* name;
-  UINT32 inputs, outputs;
-  bool nullArray;
-  UNCOMPRESSEDAUDIOFORMAT inFormat, outFormat;
-  UINT32 inMaxFrames, outMaxFrames;
-  UINT32 signature;
-  bool overlap;
+  void (*change)(LockCall&);
   HRESULT expected;
 };
 
 class LockChecks : public ::testing::TestWithParam<LockCase> {};
 
 TEST_P(LockChecks, Code) {
-  const LockCase& c = GetParam();
+  LockCall c;
+  GetParam().change(c);
   EffectHarness h;
   std::vector<float> buffer(4 * 4096);
-  ComPtr<IAudioMediaType> inType = Media(c.inFormat), outType = Media(c.outFormat);
+  ComPtr<IAudioMediaType> inType = Media(c.inFormat), outType = Media(MakeFloatFormat(2, 48000));
   APO_CONNECTION_DESCRIPTOR in{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(buffer.data()),
                                c.inMaxFrames, inType.Get(), c.signature};
   float* outStart = c.overlap ? buffer.data() + 4 : buffer.data() + 2 * 4096;
-  APO_CONNECTION_DESCRIPTOR out{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(outStart),
-                                c.outMaxFrames, outType.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+  APO_CONNECTION_DESCRIPTOR out{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(outStart), 480,
+                                outType.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
   APO_CONNECTION_DESCRIPTOR* ins[] = {&in, &in};
   APO_CONNECTION_DESCRIPTOR* outs[] = {&out, &out};
-  EXPECT_EQ(c.expected, h.Config()->LockForProcess(c.inputs, c.nullArray ? nullptr : ins, c.outputs, outs));
-  if (SUCCEEDED(c.expected)) EXPECT_EQ(S_OK, h.Config()->UnlockForProcess());
+  EXPECT_EQ(GetParam().expected, h.Config()->LockForProcess(c.inputs, c.nullArray ? nullptr : ins, c.outputs, outs));
 }
 
-const auto kF2 = MakeFloatFormat(2, 48000);
 const LockCase kLockCases[] = {
-    {"Valid", 1, 1, false, kF2, kF2, 480, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE, false, S_OK},
-    {"NullArray", 1, 1, true, kF2, kF2, 480, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE, false, E_POINTER},
-    {"NoInput", 0, 1, false, kF2, kF2, 480, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE, false,
-     APOERR_NUM_CONNECTIONS_INVALID},
-    {"TwoOutputs", 1, 2, false, kF2, kF2, 480, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE, false,
-     APOERR_NUM_CONNECTIONS_INVALID},
-    {"IntegerInput", 1, 1, false, Pcm16(2, 48000), kF2, 480, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE, false,
-     APOERR_FORMAT_NOT_SUPPORTED},
-    {"ChannelMismatch", 1, 1, false, MakeFloatFormat(1, 48000), kF2, 480, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE,
-     false, APOERR_FORMAT_NOT_SUPPORTED},
-    {"BadSignature", 1, 1, false, kF2, kF2, 480, 480, 0x12345678, false, E_INVALIDARG},
-    {"InputLargerThanOutput", 1, 1, false, kF2, kF2, 960, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE, false,
-     APOERR_INVALID_OUTPUT_MAXFRAMECOUNT},
-    {"OverlappingBuffers", 1, 1, false, kF2, kF2, 480, 480, APO_CONNECTION_DESCRIPTOR_SIGNATURE, true,
-     APOERR_BUFFERS_OVERLAP},
+    {"NullArray", [](LockCall& c) { c.nullArray = true; }, E_POINTER},
+    {"NoInput", [](LockCall& c) { c.inputs = 0; }, APOERR_NUM_CONNECTIONS_INVALID},
+    {"TwoOutputs", [](LockCall& c) { c.outputs = 2; }, APOERR_NUM_CONNECTIONS_INVALID},
+    {"IntegerInput", [](LockCall& c) { c.inFormat = Pcm16(2, 48000); }, APOERR_FORMAT_NOT_SUPPORTED},
+    {"ChannelMismatch", [](LockCall& c) { c.inFormat = MakeFloatFormat(1, 48000); }, APOERR_FORMAT_NOT_SUPPORTED},
+    {"BadSignature", [](LockCall& c) { c.signature = 0x12345678; }, E_INVALIDARG},
+    {"InputLargerThanOutput", [](LockCall& c) { c.inMaxFrames = 960; }, APOERR_INVALID_OUTPUT_MAXFRAMECOUNT},
+    {"OverlappingBuffers", [](LockCall& c) { c.overlap = true; }, APOERR_BUFFERS_OVERLAP},
 };
 
 INSTANTIATE_TEST_SUITE_P(Lock, LockChecks, ::testing::ValuesIn(kLockCases),

@@ -50,84 +50,67 @@ class RegistryReadTest : public ::testing::Test {
   void TearDown() override { RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\QuillonTests"); }
 };
 
-TEST_F(RegistryReadTest, Dword) {
-  test::ScopedRegistryValue value(HKEY_CURRENT_USER, kTestKey, L"Number");
-  ASSERT_TRUE(value.SetDword(0xFFFFFFFF));
-  uint32_t read = 0;
-  RegResult r = ReadRegistryDword(kTestPath + L"Number", read);
-  EXPECT_TRUE(r.Ok());
-  EXPECT_EQ(0xFFFFFFFFu, read);
+std::vector<BYTE> Text(const std::wstring& text) {
+  const auto* bytes = reinterpret_cast<const BYTE*>(text.c_str());
+  return std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t));
 }
 
-struct WrongTypeCase {
+std::wstring Letters(size_t length) {
+  std::wstring text;
+  for (size_t i = 0; i < length; ++i) text += static_cast<wchar_t>(L'a' + i % 26);
+  return text;
+}
+
+// A value as written (none with REG_NONE), read as a number and as a text. A
+// read that fails leaves its output as it was.
+struct ReadCase {
   const char* name;
   DWORD type;
   std::vector<BYTE> data;
+  uint32_t numberError, number;
+  uint32_t textError;
+  std::wstring text;
 };
 
-TEST_F(RegistryReadTest, DwordOfWrongTypeIsMismatchAndLeavesOutput) {
-  const WrongTypeCase cases[] = {
-      {"text", REG_SZ, {'1', 0, 0, 0}},
-      {"four-byte binary", REG_BINARY, {1, 0, 0, 0}},
-      {"eight-byte binary", REG_BINARY, {1, 2, 3, 4, 5, 6, 7, 8}},
-  };
-  for (const auto& c : cases) {
-    test::ScopedRegistryValue value(HKEY_CURRENT_USER, kTestKey, L"Number");
-    ASSERT_TRUE(value.Set(c.type, c.data.data(), static_cast<DWORD>(c.data.size())));
-    uint32_t read = 77;
-    RegResult r = ReadRegistryDword(kTestPath + L"Number", read);
-    EXPECT_EQ(static_cast<uint32_t>(ERROR_DATATYPE_MISMATCH), r.error) << c.name;
-    EXPECT_EQ(RegStep::kDwordType, r.step) << c.name;
-    EXPECT_EQ(77u, read) << c.name;
-  }
-}
+class RegistryRead : public RegistryReadTest, public ::testing::WithParamInterface<ReadCase> {};
 
-TEST_F(RegistryReadTest, MissingValuesAndKeysAndRoots) {
-  uint32_t number = 5;
+TEST_P(RegistryRead, NumberAndText) {
+  const ReadCase& c = GetParam();
+  test::ScopedRegistryValue other(HKEY_CURRENT_USER, kTestKey, L"Other"), value(HKEY_CURRENT_USER, kTestKey, L"Value");
+  ASSERT_TRUE(other.SetDword(1));  // the key is there, whether the value is or not
+  if (c.type != REG_NONE) ASSERT_TRUE(value.Set(c.type, c.data.data(), static_cast<DWORD>(c.data.size())));
+  ASSERT_TRUE(SetEnvironmentVariableW(L"QUILLON_TEST_FOLDER", L"D:\\Shared"));
+  uint32_t number = 77;
   std::wstring text = L"kept";
-  RegResult r = ReadRegistryDword(kTestPath + L"Absent", number);
-  EXPECT_EQ(static_cast<uint32_t>(ERROR_FILE_NOT_FOUND), r.error);
-  r = ReadRegistryString(L"HKEY_FOO\\A\\B", text);
-  EXPECT_EQ(static_cast<uint32_t>(ERROR_FILE_NOT_FOUND), r.error);
-  test::ScopedRegistryValue other(HKEY_CURRENT_USER, kTestKey, L"Other");
-  ASSERT_TRUE(other.SetDword(1));
-  r = ReadRegistryString(kTestPath + L"Absent", text);
-  EXPECT_EQ(static_cast<uint32_t>(ERROR_FILE_NOT_FOUND), r.error);
-  EXPECT_EQ(5u, number);
+  EXPECT_EQ(c.numberError, ReadRegistryDword(kTestPath + L"Value", number).error);
+  EXPECT_EQ(c.numberError == ERROR_SUCCESS ? c.number : 77u, number);
+  EXPECT_EQ(c.textError, ReadRegistryString(kTestPath + L"Value", text).error);
+  EXPECT_EQ(c.textError == ERROR_SUCCESS ? c.text : L"kept", text);
+}
+
+constexpr uint32_t kMismatch = ERROR_DATATYPE_MISMATCH, kAbsent = ERROR_FILE_NOT_FOUND;
+const ReadCase kReadCases[] = {
+    {"Number", REG_DWORD, {0xFF, 0xFF, 0xFF, 0xFF}, 0, 0xFFFFFFFF, kMismatch, L""},
+    {"NumberAsText", REG_SZ, Text(L"1"), kMismatch, 0, 0, L"1"},
+    {"FourByteBinary", REG_BINARY, {1, 0, 0, 0}, kMismatch, 0, kMismatch, L""},
+    {"EightByteBinary", REG_BINARY, {1, 2, 3, 4, 5, 6, 7, 8}, kMismatch, 0, kMismatch, L""},
+    {"Absent", REG_NONE, {}, kAbsent, 0, kAbsent, L""},
+    // Up to 255 characters fit the first read; longer texts are read again at their size.
+    {"EmptyText", REG_SZ, Text(L""), kMismatch, 0, 0, L""},
+    {"Text255", REG_SZ, Text(Letters(255)), kMismatch, 0, 0, Letters(255)},
+    {"Text256", REG_SZ, Text(Letters(256)), kMismatch, 0, 0, Letters(256)},
+    {"Text5000", REG_SZ, Text(Letters(5000)), kMismatch, 0, 0, Letters(5000)},
+    {"ExpandableText", REG_EXPAND_SZ, Text(L"%QUILLON_TEST_FOLDER%\\Brisvale"), kMismatch, 0, 0,
+     L"D:\\Shared\\Brisvale"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Registry, RegistryRead, ::testing::ValuesIn(kReadCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(RegistryReadTest, UnknownRootIsAbsent) {
+  std::wstring text = L"kept";
+  EXPECT_EQ(static_cast<uint32_t>(ERROR_FILE_NOT_FOUND), ReadRegistryString(L"HKEY_FOO\\A\\B", text).error);
   EXPECT_EQ(L"kept", text);
-}
-
-TEST_F(RegistryReadTest, TextsShortAndLong) {
-  // Up to 255 characters fit the first read; longer texts are read again at their size.
-  for (size_t length : {0, 255, 256, 5000}) {
-    std::wstring expected;
-    for (size_t i = 0; i < length; ++i) expected += static_cast<wchar_t>(L'a' + i % 26);
-    test::ScopedRegistryValue value(HKEY_CURRENT_USER, kTestKey, L"Text");
-    ASSERT_TRUE(value.SetString(expected));
-    std::wstring read;
-    RegResult r = ReadRegistryString(kTestPath + L"Text", read);
-    EXPECT_TRUE(r.Ok()) << length;
-    EXPECT_EQ(expected, read) << length;
-  }
-}
-
-TEST_F(RegistryReadTest, ExpandableTextIsExpanded) {
-  test::ScopedRegistryValue value(HKEY_CURRENT_USER, kTestKey, L"Folder");
-  ASSERT_TRUE(value.SetString(L"%ProgramData%\\Marrowin\\Brisvale", REG_EXPAND_SZ));
-  wchar_t programData[MAX_PATH] = {};
-  ASSERT_GT(GetEnvironmentVariableW(L"ProgramData", programData, MAX_PATH), 0u);
-  std::wstring read;
-  EXPECT_TRUE(ReadRegistryString(kTestPath + L"Folder", read).Ok());
-  EXPECT_EQ(std::wstring(programData) + L"\\Marrowin\\Brisvale", read);
-}
-
-TEST_F(RegistryReadTest, TextOfWrongType) {
-  test::ScopedRegistryValue value(HKEY_CURRENT_USER, kTestKey, L"Number");
-  ASSERT_TRUE(value.SetDword(3));
-  std::wstring read = L"kept";
-  RegResult r = ReadRegistryString(kTestPath + L"Number", read);
-  EXPECT_EQ(static_cast<uint32_t>(ERROR_DATATYPE_MISMATCH), r.error);
-  EXPECT_EQ(L"kept", read);
 }
 
 TEST_F(RegistryReadTest, OpenCreatesEveryMissingLevel) {

@@ -21,9 +21,9 @@ class ChildProcess {
   // Starts `program` with `arguments`; a program given without a folder is the
   // one beside the test executable.
   // With `outputFile`, the program's standard output and error go to that file.
-  // `flags` are CreateProcess's creation flags; with `token` it runs as that user.
+  // With `token`, it runs as that user.
   ChildProcess(const std::wstring& program, const std::wstring& arguments, const std::wstring& outputFile = L"",
-               DWORD flags = 0, HANDLE token = nullptr) {
+               HANDLE token = nullptr) {
     const bool hasFolder = program.find_first_of(L"\\/") != std::wstring::npos;
     std::wstring command = L"\"" + (hasFolder ? L"" : ExecutableFolder()) + program + L"\" " + arguments;
     STARTUPINFOW startup{};
@@ -39,10 +39,10 @@ class ChildProcess {
       startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     }
     started_ = (token != nullptr ? CreateProcessAsUserW(token, nullptr, command.data(), nullptr, nullptr,
-                                                         output != INVALID_HANDLE_VALUE, flags, nullptr, nullptr,
+                                                         output != INVALID_HANDLE_VALUE, 0, nullptr, nullptr,
                                                          &startup, &info_)
                                  : CreateProcessW(nullptr, command.data(), nullptr, nullptr,
-                                                  output != INVALID_HANDLE_VALUE, flags, nullptr, nullptr, &startup,
+                                                  output != INVALID_HANDLE_VALUE, 0, nullptr, nullptr, &startup,
                                                   &info_)) != FALSE;
     const DWORD error = started_ ? 0 : GetLastError();
     if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
@@ -63,9 +63,7 @@ class ChildProcess {
     }
   }
 
-  bool Started() const { return started_; }
   HANDLE Handle() const { return info_.hProcess; }
-  DWORD Id() const { return info_.dwProcessId; }
   // Waits at most `timeoutMs`; returns the exit code, or -1 when it did not end in time.
   long Wait(DWORD timeoutMs = 30000) {
     if (!started_ || WaitForSingleObject(info_.hProcess, timeoutMs) != WAIT_OBJECT_0) return -1;

@@ -8,10 +8,12 @@
 #include "platform/AudioMediaType.h"
 #include "platform/ComPtr.h"
 #include "host/EndpointProperties.h"
+#include "support/Poll.h"
 #include "support/SharedFiles.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <vector>
 
 namespace quillon::test {
@@ -39,18 +41,26 @@ struct GuardedBuffer {
 
 class EffectHarness {
  public:
-  // An effect created in this process.
-  explicit EffectHarness(const wchar_t* endpoint = kDefaultEndpoint) : store_(endpoint) {
-    EXPECT_EQ(S_OK, QuillonAggregate::Create(nullptr, IID_IAudioProcessingObject, apo_.PutVoid()));
-    QueryInterfaces();
-  }
-  // An effect created elsewhere (through Quillon.dll or COM): interfaces only.
-  EffectHarness(ComPtr<IAudioProcessingObject> apo, const wchar_t* endpoint) : store_(endpoint), apo_(apo) {
-    QueryInterfaces();
-  }
   static constexpr const wchar_t* kDefaultEndpoint = L"{0.0.1.00000000}.{6d2b5c1e-0a3f-4b7e-9d41-2f8c7a9e1b3d}";
+  // An effect created in this process, or one created elsewhere (through
+  // Quillon.dll or COM), of which it takes the interfaces.
+  explicit EffectHarness(const wchar_t* endpoint = kDefaultEndpoint, ComPtr<IAudioProcessingObject> apo = {})
+      : store_(endpoint), apo_(apo) {
+    if (!apo_) EXPECT_EQ(S_OK, QuillonAggregate::Create(nullptr, IID_IAudioProcessingObject, apo_.PutVoid()));
+    if (!apo_) return;
+    apo_->QueryInterface(IID_IAudioProcessingObjectRT, rt_.PutVoid());
+    apo_->QueryInterface(IID_IAudioProcessingObjectConfiguration, config_.PutVoid());
+  }
   ~EffectHarness() {
     if (locked_) config_->UnlockForProcess();
+  }
+  // Initialized and locked as the engine starts a stream.
+  static std::unique_ptr<EffectHarness> Started(const wchar_t* endpoint, UINT32 channels, UINT32 maxFrames,
+                                                ComPtr<IAudioProcessingObject> apo = {}) {
+    auto h = std::make_unique<EffectHarness>(endpoint, apo);
+    EXPECT_EQ(S_OK, h->Initialize());
+    EXPECT_EQ(S_OK, h->Lock(channels, maxFrames));
+    return h;
   }
 
   IAudioProcessingObject* Apo() { return apo_.Get(); }
@@ -68,6 +78,7 @@ class EffectHarness {
   // Locks float32 connections of `channels` at 48 kHz holding `maxFrames` frames.
   HRESULT Lock(UINT32 channels, UINT32 maxFrames) {
     channels_ = channels;
+    frames_ = maxFrames;
     in_.Allocate(static_cast<size_t>(channels) * maxFrames);
     out_.Allocate(static_cast<size_t>(channels) * maxFrames);
     UNCOMPRESSEDAUDIOFORMAT format = MakeFloatFormat(channels, 48000.0f);
@@ -89,13 +100,7 @@ class EffectHarness {
   }
 
   // Slot the effect registered in at its lock, as a player finds it in the register (-1 when none).
-  int32_t Slot() {
-    RegisterView reg;
-    for (int32_t i = 0; reg.Open() && i < kMaxInstances; ++i) {
-      if (reg->inUse[i] == 1 && store_.Endpoint() == reg->endpointIds[i]) return i;
-    }
-    return -1;
-  }
+  int32_t Slot() { return SlotOf(store_.Endpoint()); }
 
   // One period: `mic` fills the input buffer (frames = mic.size() / channels).
   // Returns the output samples; the output buffer starts filled with 99.
@@ -115,12 +120,30 @@ class EffectHarness {
   }
   const APO_CONNECTION_PROPERTY& OutputProperty() const { return outProp_; }
 
- private:
-  void QueryInterfaces() {
-    if (!apo_) return;
-    apo_->QueryInterface(IID_IAudioProcessingObjectRT, rt_.PutVoid());
-    apo_->QueryInterface(IID_IAudioProcessingObjectConfiguration, config_.PutVoid());
+  // Runs full periods until `done(heard)` holds (within 30 s) and returns the
+  // output samples that are not 0: the sound mixed in, on a silent microphone.
+  // With BUFFER_SILENT the input holds a value that must never be heard, and
+  // a period with sound must come out valid. `positions` (when given) gets
+  // each sample's place in its period.
+  template <typename Done>
+  std::vector<float> RunUntil(Done done, UINT32 flags = BUFFER_VALID, std::vector<size_t>* positions = nullptr) {
+    std::vector<float> heard;
+    const std::vector<float> mic(static_cast<size_t>(frames_) * channels_, flags == BUFFER_SILENT ? 0.75f : 0.0f);
+    EXPECT_TRUE(PollUntil([&] {
+      const std::vector<float> out = Process(mic, flags);
+      const size_t before = heard.size();
+      for (size_t i = 0; i < out.size(); ++i) {
+        if (out[i] == 0.0f) continue;
+        heard.push_back(out[i]);
+        if (positions != nullptr) positions->push_back(i);
+      }
+      if (heard.size() > before) EXPECT_EQ(static_cast<UINT32>(BUFFER_VALID), outProp_.u32BufferFlags);
+      return done(heard);
+    }));
+    return heard;
   }
+
+ private:
 
   tools::EndpointProperties store_;
   ComPtr<IAudioProcessingObject> apo_;
@@ -130,7 +153,7 @@ class EffectHarness {
   APO_CONNECTION_DESCRIPTOR inDesc_{}, outDesc_{};
   APO_CONNECTION_PROPERTY inProp_{}, outProp_{};
   GuardedBuffer in_, out_;
-  UINT32 channels_ = 0;
+  UINT32 channels_ = 0, frames_ = 0;
   bool locked_ = false;
 };
 

@@ -1,10 +1,11 @@
 // Quillon.dll loaded the way the COM runtime loads it, with its four exports.
 #pragma once
 
+#include "platform/ApoInterfaces.h"
+#include "platform/ComPtr.h"
 #include "support/ChildProcess.h"
 
-#include <windows.h>
-#include <unknwn.h>
+#include <gtest/gtest.h>
 
 #include <string>
 
@@ -37,14 +38,13 @@ class QuillonDll {
            UnregisterServer != nullptr;
   }
 
-  // Creates an effect through the library's class factory.
-  HRESULT CreateEffect(REFIID riid, void** ppv) {
-    IClassFactory* factory = nullptr;
-    HRESULT hr = GetClassObject(kQuillonClsid, IID_IClassFactory, reinterpret_cast<void**>(&factory));
-    if (FAILED(hr)) return hr;
-    hr = factory->CreateInstance(nullptr, riid, ppv);
-    factory->Release();
-    return hr;
+  // An effect created through the library's class factory.
+  ComPtr<IAudioProcessingObject> CreateEffect() {
+    ComPtr<IClassFactory> factory;
+    ComPtr<IAudioProcessingObject> apo;
+    EXPECT_EQ(S_OK, GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
+    if (factory) EXPECT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IAudioProcessingObject, apo.PutVoid()));
+    return apo;
   }
 
   HRESULT(STDAPICALLTYPE* GetClassObject)(REFCLSID, REFIID, void**) = nullptr;
@@ -54,23 +54,6 @@ class QuillonDll {
 
  private:
   HMODULE module_;
-};
-
-// The COM class key an installer writes.
-class ScopedComClass {
- public:
-  ScopedComClass(const std::wstring& clsidText, const std::wstring& dllPath) : key_(L"CLSID\\" + clsidText) {
-    const std::wstring server = key_ + L"\\InprocServer32";
-    RegSetKeyValueW(HKEY_CLASSES_ROOT, server.c_str(), nullptr, REG_SZ, dllPath.c_str(),
-                    static_cast<DWORD>((dllPath.size() + 1) * sizeof(wchar_t)));
-    RegSetKeyValueW(HKEY_CLASSES_ROOT, server.c_str(), L"ThreadingModel", REG_SZ, L"Both", 5 * sizeof(wchar_t));
-  }
-  ScopedComClass(const ScopedComClass&) = delete;
-  ScopedComClass& operator=(const ScopedComClass&) = delete;
-  ~ScopedComClass() { RegDeleteTreeW(HKEY_CLASSES_ROOT, key_.c_str()); }
-
- private:
-  std::wstring key_;
 };
 
 }  // namespace quillon::test

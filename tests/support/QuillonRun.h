@@ -1,12 +1,15 @@
 // Running the tools as a user does, in processes of their own: `quillon`
-// commands with their output and exit code, and quillon-host as the engine.
+// commands with their output and exit code, and quillon-host as the engine;
+// the sounds made for the run (tools/make-sounds.sh) and what they wrote.
 #pragma once
 
-#include "player/PlayerClient.h"
+#include "audio/SoundFile.h"
 #include "support/ChildProcess.h"
+#include "support/Poll.h"
 #include "support/SharedFiles.h"
 
-#include <chrono>
+#include <gtest/gtest.h>
+
 #include <string>
 
 namespace quillon::test {
@@ -23,7 +26,7 @@ inline CommandResult RunQuillon(const std::wstring& args, DWORD timeoutMs = 6000
   const std::wstring output = ExecutableFolder() + L"quillon-command-out.txt";
   CommandResult result;
   {
-    ChildProcess quillon(program, args, output, 0, token);
+    ChildProcess quillon(program, args, output, token);
     result.exit = quillon.Wait(timeoutMs);
   }
   // Lines end in CR LF, as Windows text does; the tests compare LF lines.
@@ -33,23 +36,14 @@ inline CommandResult RunQuillon(const std::wstring& args, DWORD timeoutMs = 6000
   return result;
 }
 
-// The slot an endpoint's instance holds now, or -1.
-inline int32_t SlotOf(const std::wstring& endpoint) {
-  for (const player::RegisterEntry& e : player::ReadRegister()) {
-    if (e.inUse && e.endpoint == endpoint) return e.slot;
-  }
-  return -1;
-}
+// The folder of the made sounds; the tests write their output files there too.
+inline std::wstring Sounds() { return ExecutableFolder() + L"..\\sounds\\"; }
 
-// Polls `condition` every 2 ms until it holds or `timeoutMs` passed.
-template <typename Condition>
-bool PollUntil(Condition condition, DWORD timeoutMs = 30000) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    Sleep(2);
-  }
-  return true;
+inline audio::Sound LoadSound(const std::wstring& path) {
+  audio::Sound sound;
+  std::string error;
+  EXPECT_TRUE(audio::ReadSound(path, sound, error)) << error;
+  return sound;
 }
 
 }  // namespace quillon::test

@@ -5,6 +5,7 @@
 
 #include "platform/MappedView.h"
 #include "transfer/SharedLayout.h"
+#include "transfer/WinUtils.h"
 
 #include <windows.h>
 
@@ -27,32 +28,43 @@ inline std::string ReadText(const std::wstring& path) {
 inline std::string LogText() { return ReadText(kLogPath); }
 inline void DeleteLog() { DeleteFileW(kLogPath); }
 
-// The instance register as a player sees it; not open when no effect registered.
-class RegisterView {
+// A shared mapping as a player opens it, or (`create`) as an effect makes it.
+template <typename Block>
+class SharedView {
  public:
-  RegisterView() {
-    view_.Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, kRegisterMappingName)),
-              sizeof(RegisterBlock));
+  SharedView(const std::wstring& name, bool create) {
+    view_.Map(UniqueHandle(create ? CreateFileMappingW(INVALID_HANDLE_VALUE, WinUtils::GetNullDaclSecurityAttributes(),
+                                                       PAGE_READWRITE, 0, sizeof(Block), name.c_str())
+                                  : OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str())),
+              sizeof(Block));
   }
   bool Open() const { return static_cast<bool>(view_); }
-  const RegisterBlock* operator->() const { return reinterpret_cast<const RegisterBlock*>(view_.Get()); }
+  Block* operator->() const { return reinterpret_cast<Block*>(view_.Get()); }
 
  private:
   MappedView view_;
 };
 
-// One slot's transfer mapping as a player sees it.
-class TransferView {
- public:
-  explicit TransferView(int32_t slot) {
-    const std::wstring name = kTransferMappingPrefix + std::to_wstring(slot);
-    view_.Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str())), sizeof(TransferBlock));
-  }
-  bool Open() const { return static_cast<bool>(view_); }
-  TransferBlock* operator->() const { return reinterpret_cast<TransferBlock*>(view_.Get()); }
-
- private:
-  MappedView view_;
+// The instance register; not open when no effect registered.
+struct RegisterView : SharedView<RegisterBlock> {
+  explicit RegisterView(bool create = false) : SharedView(kRegisterMappingName, create) {}
 };
+
+// One slot's transfer mapping.
+struct TransferView : SharedView<TransferBlock> {
+  explicit TransferView(int32_t slot, bool create = false)
+      : SharedView(WinUtils::PerInstanceName(kTransferMappingPrefix, slot), create) {}
+};
+
+inline std::wstring TransferMutexName(int32_t slot) { return WinUtils::PerInstanceName(kTransferMutexPrefix, slot); }
+
+// The slot an endpoint's instance holds now, or -1.
+inline int32_t SlotOf(const std::wstring& endpoint) {
+  RegisterView reg;
+  for (int32_t i = 0; reg.Open() && i < kMaxInstances; ++i) {
+    if (reg->inUse[i] == 1 && endpoint == reg->endpointIds[i]) return i;
+  }
+  return -1;
+}
 
 }  // namespace quillon::test

@@ -2,6 +2,7 @@
 // .reg fixtures, checked through `reg export` of the whole MMDevices tree.
 #include "support/EffectHarness.h"
 #include "support/EndpointFixtures.h"
+#include "support/HalvingDeviceEffect.h"
 #include "support/QuillonDll.h"
 #include "support/QuillonRun.h"
 
@@ -19,7 +20,6 @@ constexpr const wchar_t* kStream = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},5";
 constexpr const wchar_t* kPreMix = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},1";
 constexpr const wchar_t* kModes = L"{d3993a3f-99c2-4402-b5ec-a92a0367664b},5";
 constexpr const wchar_t* kEffectsOff = L"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5";
-constexpr const wchar_t* kDeviceClsid = L"{B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}";
 
 // Every fixture's endpoint GUID, as its file spells it.
 const wchar_t* const kFixtureGuids[] = {
@@ -116,7 +116,7 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
 INSTANTIATE_TEST_SUITE_P(
     Fixtures, AttachLayout,
     ::testing::Values(
-        Layout{"stream-only", kStreamOnly, L"", kStream, kDeviceClsid},
+        Layout{"stream-only", kStreamOnly, L"", kStream, kDeviceClsidText},
         Layout{"no-effects", L"{7e570003-0000-4000-8000-000000000003}", L"", kStream, L"(none)"},
         Layout{"older-scheme", L"{7e570002-0000-4000-8000-000000000002}", L"", kPreMix,
                L"{11111111-2222-3333-4444-555555555555}"},
@@ -179,24 +179,27 @@ TEST_F(AttachTest, MicsShowsEveryLayout) {
 // What the audio engine does with the slot after attach: the class id read
 // from it, created through ole32, is Quillon, and Quillon runs the effect the
 // slot held before (the tests' device effect, which halves every sample).
+// Quillon comes from the class key attach wrote; the device effect from a
+// class registered in this process.
 TEST_F(AttachTest, TheSlotCreatesQuillonWrappingTheOriginal) {
   for (const wchar_t* guid : {kStreamOnly, kFixtureGuids[6]}) {
     SCOPED_TRACE(guid == kStreamOnly ? "stream-only" : "mixed-case");
     Seed(guid == kStreamOnly ? "stream-only" : "mixed-case");
-    ScopedComClass device(kDeviceClsid, ExecutableFolder() + L"quillon_test_device_effect.dll");
     ASSERT_EQ(0, RunQuillon(L"attach " + std::wstring(guid)).exit);
     CLSID clsid;
     ASSERT_EQ(S_OK, CLSIDFromString(Slot(guid, kStream).c_str(), &clsid));
     ASSERT_TRUE(IsEqualCLSID(kQuillonClsid, clsid));
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     {
+      ScopedHalvingEffectClass device;
+      ASSERT_EQ(S_OK, device.Registered());
       ComPtr<IAudioProcessingObject> apo;
       ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
                                        apo.PutVoid()));
       // The engine gives the endpoint's GUID in whatever case it has.
       std::wstring endpoint = guid;
       for (wchar_t& c : endpoint) c = static_cast<wchar_t>(towlower(c));
-      EffectHarness h(apo, endpoint.c_str());
+      EffectHarness h(endpoint.c_str(), apo);
       ASSERT_EQ(S_OK, h.Initialize());
       ASSERT_EQ(S_OK, h.Lock(2, 4));
       const std::vector<float> out = h.Process({0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f});

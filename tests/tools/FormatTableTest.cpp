@@ -3,11 +3,7 @@
 // 48 kHz stream of 1, 2 or 6 channels. The output must carry the sound:
 // each channel is compared with sox's own conversion of the same file by
 // normalised cross-correlation at the best common lag.
-#include "audio/SoundFile.h"
-#include "common/ToolSupport.h"
 #include "support/QuillonRun.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -19,20 +15,11 @@ namespace {
 
 constexpr const wchar_t* kMic = L"{0.0.1.00000000}.{f0a70000-0000-4000-8000-000000000001}";
 
-std::wstring Sounds() { return ExecutableFolder() + L"..\\sounds\\"; }
-
 struct Row {
   const char* name;     // made by make-sounds.sh; the stream's channel count ends it
   const char* ext;
   uint32_t streamChannels;
 };
-
-audio::Sound Load(const std::wstring& path) {
-  audio::Sound sound;
-  std::string error;
-  EXPECT_TRUE(audio::ReadSound(path, sound, error)) << tools::Narrow(path) << ": " << error;
-  return sound;
-}
 
 // Correlation of output channel `c` from frame `lag` on with the reference's
 // channel `c`, over the reference's first `limit` frames.
@@ -55,7 +42,7 @@ TEST_P(FormatTable, PlayedSoundMatchesSoxConversion) {
   const std::wstring name(row.name, row.name + std::strlen(row.name));
   const std::wstring file = Sounds() + name + L"." + std::wstring(row.ext, row.ext + std::strlen(row.ext));
   const std::wstring out = Sounds() + L"out-" + name + L".wav";
-  const audio::Sound ref = Load(Sounds() + name + L"-ref.wav");
+  const audio::Sound ref = LoadSound(Sounds() + name + L"-ref.wav");
   ASSERT_EQ(row.streamChannels, ref.channels);
   const double seconds = static_cast<double>(ref.samples.size()) / ref.channels / 48000;
 
@@ -68,7 +55,7 @@ TEST_P(FormatTable, PlayedSoundMatchesSoxConversion) {
   EXPECT_EQ(0, play.exit) << play.text;
   ASSERT_EQ(0, host.Wait(60000)) << ReadText(Sounds() + L"out-host.txt");
 
-  const audio::Sound played = Load(out);
+  const audio::Sound played = LoadSound(out);
   ASSERT_EQ(row.streamChannels, played.channels);
   // The lag: where the first channel correlates best, searched around the
   // first sound in the output (the resamplers' delays differ by a few frames).

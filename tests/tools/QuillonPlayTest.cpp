@@ -1,27 +1,25 @@
 // `quillon play` and `quillon stop` as the player, against the real
 // Quillon.dll, across processes: this test drives the effect like the audio
-// engine (or runs quillon-host as the engine), and both are watched through
-// the shared objects.
-#include "audio/SoundFile.h"
-#include "platform/MappedView.h"
-#include "player/PlayerClient.h"
-#include "support/ChildProcess.h"
-#include "support/EffectHarness.h"
-#include "support/QuillonRun.h"
-#include "support/QuillonDll.h"
-#include "support/SharedFiles.h"
+// engine (or runs quillon-host as the engine, or plays an effect of an older
+// version itself), and both are watched through the shared objects.
 #include "platform/NamedMutexLock.h"
+#include "player/PlayerClient.h"
+#include "support/EffectHarness.h"
+#include "support/QuillonDll.h"
+#include "support/QuillonRun.h"
 #include "transfer/WinUtils.h"
 
-#include <gtest/gtest.h>
-
+#include <atomic>
 #include <chrono>
+#include <cstring>
+#include <thread>
 
 namespace quillon::test {
 namespace {
 
 constexpr const wchar_t* kMicA = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000a}";
 constexpr const wchar_t* kMicB = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000b}";
+constexpr const wchar_t* kMicC = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000c}";
 constexpr UINT32 kFrames = 480;  // 10 ms at 48 kHz
 constexpr DWORD kBound = 30000;  // bound of every wait and poll
 
@@ -44,6 +42,7 @@ struct Player {
   Player(const std::wstring& name, const std::wstring& args)
       : output(Scratch(name + L"-out.txt")), process(L"quillon.exe", args, output) {}
   std::string Text() const { return ReadText(output); }
+  bool Ended() { return WaitForSingleObject(process.Handle(), 0) == WAIT_OBJECT_0; }
   std::wstring output;
   ChildProcess process;
 };
@@ -56,84 +55,73 @@ class PlayerProtocol : public ::testing::Test {
  protected:
   // An effect of the real library for `endpoint`, locked to float32 at 48 kHz.
   std::unique_ptr<EffectHarness> Start(const wchar_t* endpoint, UINT32 channels) {
-    ComPtr<IAudioProcessingObject> apo;
-    EXPECT_EQ(S_OK, dll_.CreateEffect(IID_IAudioProcessingObject, apo.PutVoid()));
-    auto h = std::make_unique<EffectHarness>(apo, endpoint);
-    EXPECT_EQ(S_OK, h->Initialize());
-    EXPECT_EQ(S_OK, h->Lock(channels, kFrames));
-    channels_ = channels;
-    return h;
+    return EffectHarness::Started(endpoint, channels, kFrames, dll_.CreateEffect());
   }
-
-  // The transfer mapping of `endpoint`'s slot, held until the test ends.
-  TransferBlock* Mapping(const wchar_t* endpoint) {
-    const int32_t slot = SlotOf(endpoint);
-    EXPECT_GE(slot, 0);
-    const std::wstring name = WinUtils::PerInstanceName(kTransferMappingPrefix, slot);
-    views_.emplace_back(std::make_unique<MappedView>());
-    EXPECT_TRUE(views_.back()->Map(UniqueHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str())),
-                                   sizeof(TransferBlock)));
-    return reinterpret_cast<TransferBlock*>(views_.back()->Get());
-  }
-
-  // Runs silent periods until `done` holds; returns the samples mixed in,
-  // with the position of each inside its period (`positions`, when given).
-  template <typename Done>
-  std::vector<float> RunUntil(EffectHarness& h, Done done, std::vector<size_t>* positions = nullptr) {
-    std::vector<float> heard;
-    const std::vector<float> silence(static_cast<size_t>(kFrames) * channels_, 0.0f);
-    EXPECT_TRUE(PollUntil([&] {
-      const std::vector<float> out = h.Process(silence);
-      for (size_t i = 0; i < out.size(); ++i) {
-        if (out[i] == 0.0f) continue;
-        heard.push_back(out[i]);
-        if (positions != nullptr) positions->push_back(i);
-      }
-      return done(heard);
-    }));
-    return heard;
-  }
-  static bool Ended(ChildProcess& p) { return WaitForSingleObject(p.Handle(), 0) == WAIT_OBJECT_0; }
 
   QuillonDll dll_;
-  UINT32 channels_ = 2;
-  std::vector<std::unique_ptr<MappedView>> views_;
 };
 
 // The effect publishes the format before the slot is in use. A watcher that
-// polls the register as a player does sees every registration.
+// polls the register as a player does sees every registration: it holds the
+// mappings itself (so they outlive every registration) and clears the format
+// while the slot is free, so that each registration's own write is what it sees.
 TEST_F(PlayerProtocol, EffectNeverShowsASlotInUseWithoutItsFormat) {
-  ChildProcess watcher(L"quillon_test_player.exe", L"watch-format", Scratch(L"watch-out.txt"));
-  UniqueHandle ready(CreateEventW(nullptr, TRUE, FALSE, L"QuillonTestPlayerReady"));
-  UniqueHandle end(CreateEventW(nullptr, TRUE, FALSE, L"QuillonTestWatchEnd"));
-  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(ready.Get(), kBound));
-  for (int cycle = 0; cycle < 40; ++cycle) {
-    auto h = Start(kMicA, 2);
-    ASSERT_EQ(S_OK, h->Unlock());
-  }
-  SetEvent(end.Get());
-  EXPECT_EQ(0, watcher.Wait()) << ReadText(Scratch(L"watch-out.txt"));
-  ResetEvent(ready.Get());
+  RegisterView slots(true);
+  TransferView block(0, true);
+  ASSERT_TRUE(slots.Open() && block.Open());
+  std::atomic<bool> end{false};
+  long inUse = 0, withoutFormat = 0;
+  std::thread watcher([&] {
+    while (!end) {
+      NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
+      if (*static_cast<const volatile uint8_t*>(&slots->inUse[0]) != 0) {
+        ++inUse;
+        if (!player::IsUsableFormat(block->format)) ++withoutFormat;
+      } else {
+        std::memset(&block->format, 0, sizeof(block->format));
+      }
+    }
+  });
+  for (int cycle = 0; cycle < 40; ++cycle) EXPECT_EQ(S_OK, Start(kMicA, 2)->Unlock());
+  end = true;
+  watcher.join();
+  EXPECT_GT(inUse, 0);
+  EXPECT_EQ(0, withoutFormat) << "of " << inUse << " looks at the slot in use";
 }
 
 // An older effect marks the slot in use first and writes the format later:
 // the player waits for a usable format instead of refusing a 0 Hz stream.
+// The test plays that effect, up to the player's first block.
 TEST_F(PlayerProtocol, WaitsForTheFormatOfAnOlderEffect) {
-  const std::wstring file = RampFile(L"late", 2, 9600);
-  UniqueHandle published(CreateEventW(nullptr, TRUE, FALSE, L"QuillonTestPublished"));
-  ChildProcess effect(L"quillon_test_old_effect.exe", std::wstring(kMicA) + L" 700 9600");
-  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(published.Get(), kBound));
-  Player player(L"late", PlayArgs(kMicA, file));
-  EXPECT_EQ(0, player.process.Wait(kBound)) << player.Text();
-  EXPECT_EQ(0, effect.Wait(kBound)) << "the older effect received every sample in order";
-  ResetEvent(published.Get());
+  RegisterView slots(true);
+  ASSERT_TRUE(slots.Open());
+  int32_t slot = 0;
+  while (slot < kMaxInstances && slots->inUse[slot] != 0) ++slot;  // no other effect registers meanwhile
+  ASSERT_LT(slot, kMaxInstances);
+  TransferView block(slot, true);
+  ASSERT_TRUE(block.Open());
+  block->format = {};
+  {
+    NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
+    slots->inUse[slot] = 1;
+    wcscpy(slots->endpointIds[slot], kMicA);
+  }
+  Player player(L"late", PlayArgs(kMicA, RampFile(L"late", 2, 960)));
+  Sleep(700);  // the format comes late: meanwhile the player finds the slot in use without one
+  block->format = MakeFloatFormat(2, 48000.0f);
+  EXPECT_TRUE(PollUntil([&] { return block->dataReady == 1; })) << player.Text();
+  EXPECT_EQ(960u * sizeof(float), block->byteCount);
+  EXPECT_EQ(Ramp(959), block->samples[959]);
+  player.process.Kill();
+  NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
+  slots->inUse[slot] = 0;
 }
 
 TEST_F(PlayerProtocol, NeverWritesOverAnotherPlayersBlock) {
   auto h = Start(kMicA, 2);  // no period runs, so nothing is taken
-  TransferBlock* block = Mapping(kMicA);
+  TransferView block(SlotOf(kMicA));
   {
-    NamedMutexLock lock(WinUtils::PerInstanceName(kTransferMutexPrefix, SlotOf(kMicA)).c_str(), kSharedMutexWaitMs);
+    NamedMutexLock lock(TransferMutexName(SlotOf(kMicA)).c_str(), kSharedMutexWaitMs);
     for (size_t i = 0; i < 100; ++i) block->samples[i] = -Ramp(i);
     block->byteCount = 400;
     block->dataReady = 1;
@@ -149,10 +137,10 @@ TEST_F(PlayerProtocol, NeverWritesOverAnotherPlayersBlock) {
 // A stop request that an interrupted stop left set would drop every block.
 TEST_F(PlayerProtocol, ClearsAStopRequestLeftSet) {
   auto h = Start(kMicA, 2);
-  Mapping(kMicA)->stopRequest = 1;
+  TransferView(SlotOf(kMicA))->stopRequest = 1;
   Player player(L"stale-stop", PlayArgs(kMicA, RampFile(L"stale-stop", 2, 9600)));
   // The player ends once its last block is queued: run until it was heard.
-  const std::vector<float> heard = RunUntil(*h, [&](auto& heard) { return heard.size() >= 9600; });
+  const std::vector<float> heard = h->RunUntil([&](auto& heard) { return heard.size() >= 9600; });
   EXPECT_EQ(0, player.process.Wait(kBound)) << player.Text();
   ASSERT_EQ(9600u, heard.size());
   for (size_t k = 0; k < heard.size(); ++k) ASSERT_EQ(Ramp(k), heard[k]) << k;
@@ -171,11 +159,11 @@ class PlayerReplaced : public PlayerProtocol, public ::testing::WithParamInterfa
 TEST_P(PlayerReplaced, StopsSendingAndSaysSo) {
   auto first = Start(kMicA, 2);
   Player player(L"replaced", PlayArgs(kMicA, RampFile(L"replaced", 2, 48000 * 2 * 5), L"--block-ms 10"));
-  RunUntil(*first, [](auto& heard) { return heard.size() > 960; });
+  first->RunUntil([](auto& heard) { return heard.size() > 960; });
   ASSERT_EQ(S_OK, first->Unlock());
   first.reset();
   auto second = Start(GetParam().endpoint, GetParam().channels);
-  const std::vector<float> heard = RunUntil(*second, [&](auto&) { return Ended(player.process); });
+  const std::vector<float> heard = second->RunUntil([&](auto&) { return player.Ended(); });
   EXPECT_EQ(1, player.process.Wait(kBound));
   EXPECT_NE(std::string::npos, player.Text().find("the effect instance went away")) << player.Text();
   // At most the block that waited in the mapping when the first unlocked.
@@ -193,11 +181,11 @@ class PlayerInterrupted : public PlayerProtocol, public ::testing::WithParamInte
 
 TEST_P(PlayerInterrupted, WhilePlayingDropsTheQueuedSound) {
   auto h = Start(kMicA, 2);
-  TransferBlock* block = Mapping(kMicA);
+  TransferView block(SlotOf(kMicA));
   Player player(L"interrupted", PlayArgs(kMicA, RampFile(L"interrupted", 2, 48000 * 2 * 5)));
-  RunUntil(*h, [](auto& heard) { return !heard.empty(); });
+  h->RunUntil([](auto& heard) { return !heard.empty(); });
   ASSERT_TRUE(player.process.Interrupt(GetParam()));
-  RunUntil(*h, [&](auto&) { return Ended(player.process); });  // the stop request is answered by a period
+  h->RunUntil([&](auto&) { return player.Ended(); });  // the stop request is answered by a period
   EXPECT_EQ(130, player.process.Wait(kBound)) << player.Text();
   EXPECT_EQ(0, block->stopRequest);
   EXPECT_EQ(0u, block->dataReady);
@@ -210,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerInterrupted,
 
 TEST_F(PlayerProtocol, InterruptedWhileStoppingClearsTheStopRequest) {
   auto h = Start(kMicA, 2);  // no period runs, so the stop request is never answered
-  TransferBlock* block = Mapping(kMicA);
+  TransferView block(SlotOf(kMicA));
   Player stopper(L"stopping", L"stop --mic " + std::wstring(kMicA));
   ASSERT_TRUE(PollUntil([&] { return block->stopRequest != 0; }));
   ASSERT_TRUE(stopper.process.Interrupt(CTRL_C_EVENT));
@@ -245,7 +233,7 @@ TEST_F(PlayerProtocol, BlocksHoldWholeFrames) {
   ASSERT_TRUE(audio::WriteSound(file, {48000, 6, sound}, error)) << error;
   auto h = Start(kMicA, 6);
   h->Process(std::vector<float>(6 * kFrames, 0.0f));  // sizes the chunk
-  TransferBlock* block = Mapping(kMicA);
+  TransferView block(SlotOf(kMicA));
   Player player(L"six", PlayArgs(kMicA, file, L"--block-ms 1000"));
   // The first block (65532 samples) fills the queue; the rest waits as the second.
   const uint32_t secondBytes = static_cast<uint32_t>((kFileFrames * 6 - 65532) * sizeof(float));
@@ -253,7 +241,7 @@ TEST_F(PlayerProtocol, BlocksHoldWholeFrames) {
       << "waiting block of " << block->byteCount << " bytes";
   std::vector<size_t> positions;
   const std::vector<float> heard =
-      RunUntil(*h, [&](auto& heard) { return heard.size() >= kFileFrames * 6; }, &positions);
+      h->RunUntil([&](auto& heard) { return heard.size() >= kFileFrames * 6; }, BUFFER_VALID, &positions);
   EXPECT_EQ(0, player.process.Wait(kBound)) << player.Text();
   ASSERT_EQ(kFileFrames * 6, heard.size());
   for (size_t k = 0; k < heard.size(); ++k) {
@@ -262,38 +250,43 @@ TEST_F(PlayerProtocol, BlocksHoldWholeFrames) {
   }
 }
 
-// quillon-host as the engine.
-struct HostUsage {
-  const char* name;
-  const wchar_t* args;
-};
-
-class HostRefuses : public PlayerProtocol, public ::testing::WithParamInterface<HostUsage> {};
-
-TEST_P(HostRefuses, ValuesItCannotRunWith) {
-  const std::wstring out = Scratch(L"host-usage.txt");
-  ChildProcess host(L"quillon-host.exe", std::wstring(GetParam().args) + L" --out \"" + Scratch(L"x.wav") + L"\"",
-                    out);
-  EXPECT_EQ(2, host.Wait(kBound)) << ReadText(out);
-  EXPECT_NE(std::string::npos, ReadText(out).find("usage: quillon-host")) << ReadText(out);
-}
-
-INSTANTIATE_TEST_SUITE_P(PlayerProtocol, HostRefuses,
-                         ::testing::Values(HostUsage{"PeriodShorterThanAFrame", L"--period-ms 0.01"},
-                                           HostUsage{"NegativeSeconds", L"--seconds -1"},
-                                           HostUsage{"NegativeTail", L"--tail-ms -5"}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(PlayerProtocol, HostInterruptedUnlocksAndReleasesTheEffect) {
-  ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMicA) + L" --seconds 60 --out \"" +
-                                             Scratch(L"host-ctrl-c.wav") + L"\"");
-  ASSERT_TRUE(PollUntil([] { return SlotOf(kMicA) >= 0; }));
-  TransferBlock* block = Mapping(kMicA);
-  ASSERT_EQ(0u, block->instanceClosed);
-  ASSERT_TRUE(host.Interrupt(CTRL_C_EVENT));
-  EXPECT_EQ(130, host.Wait(kBound));
-  EXPECT_EQ(-1, SlotOf(kMicA)) << "the slot is free";
-  EXPECT_EQ(1u, block->instanceClosed) << "the player was told";
+// Several instances at once, each with its own player, lock period after lock
+// period: every sample arrives in order, and after the first round no handle
+// is left behind.
+TEST_F(PlayerProtocol, ManyInstancesAndLockPeriodsLoseNothing) {
+  constexpr size_t kSamples = 4800;
+  const std::wstring file = RampFile(L"many", 2, kSamples);
+  const wchar_t* mics[] = {kMicA, kMicB, kMicC};
+  DWORD handlesBefore = 0, handlesAfter = 0;
+  for (int round = 0; round < 4; ++round) {
+    if (round == 1) GetProcessHandleCount(GetCurrentProcess(), &handlesBefore);
+    std::vector<std::unique_ptr<EffectHarness>> effects;
+    std::vector<std::unique_ptr<Player>> players;
+    std::vector<std::vector<float>> heard(3);
+    for (int i = 0; i < 3; ++i) {
+      effects.push_back(Start(mics[i], 2));
+      players.push_back(
+          std::make_unique<Player>(L"many" + std::to_wstring(i), PlayArgs(mics[i], file, L"--block-ms 10")));
+    }
+    const std::vector<float> silence(2 * kFrames, 0.0f);
+    EXPECT_TRUE(PollUntil([&] {
+      bool all = true;
+      for (int i = 0; i < 3; ++i) {
+        for (float v : effects[i]->Process(silence)) {
+          if (v != 0.0f) heard[i].push_back(v);
+        }
+        all = all && heard[i].size() >= kSamples;
+      }
+      return all;
+    }));
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(0, players[i]->process.Wait(kBound)) << players[i]->Text();
+      ASSERT_EQ(kSamples, heard[i].size()) << "round " << round << " instance " << i;
+      for (size_t k = 0; k < kSamples; ++k) ASSERT_EQ(Ramp(k), heard[i][k]) << "round " << round << " instance " << i;
+    }
+  }
+  GetProcessHandleCount(GetCurrentProcess(), &handlesAfter);
+  EXPECT_EQ(handlesBefore, handlesAfter);
 }
 
 }  // namespace

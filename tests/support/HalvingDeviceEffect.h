@@ -1,32 +1,34 @@
-// A device effect of the tests' own, built as a COM DLL and registered in the
-// test prefix like an endpoint's real effect. It halves every sample into the
-// output buffer. Its answers are set through DWORD values under
-// HKCU\Software\QuillonTests\DeviceEffect, read at each call: "FailInitialize"
-// (non-zero: Initialize fails), "FormatResult", "LockResult", "UnlockResult"
-// (the HRESULT to answer) and "Latency".
+// A device effect of the tests' own: a COM class that halves every sample,
+// registered with COM in the test process, for Quillon to create as it
+// creates an endpoint's real effect. `answers` sets what it answers.
+#pragma once
+
 #include "platform/ApoInterfaces.h"
 
-#include <atomic>
-#include <new>
+#include <windows.h>
 
-namespace {
+#include <atomic>
+
+namespace quillon::test {
 
 // {B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}
-const CLSID kTestDeviceEffectClsid = {0xB0C5E7A2, 0x4D1F, 0x4E8B, {0x9A, 0x63, 0x2F, 0x7D, 0x5C, 0x1E, 0x8B, 0x40}};
-std::atomic<long> objects{0};
+inline const CLSID kDeviceClsid = {0xB0C5E7A2, 0x4D1F, 0x4E8B, {0x9A, 0x63, 0x2F, 0x7D, 0x5C, 0x1E, 0x8B, 0x40}};
+constexpr const wchar_t* kDeviceClsidText = L"{B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}";
 
-DWORD Setting(const wchar_t* name) {
-  DWORD value = 0, size = sizeof(value);
-  RegGetValueW(HKEY_CURRENT_USER, L"Software\\QuillonTests\\DeviceEffect", name, RRF_RT_REG_DWORD, nullptr, &value,
-               &size);
-  return value;
-}
+// What the device effect answers, set per test.
+struct Answers {
+  bool failInitialize = false;
+  HRESULT lock = S_OK, unlock = S_OK, format = S_OK;
+  HNSTIME latency = 0;
+};
+inline Answers answers;
+inline std::atomic<long> devicesAlive{0};
 
-class DeviceEffect final : public IAudioProcessingObject,
-                           public IAudioProcessingObjectRT,
-                           public IAudioProcessingObjectConfiguration {
+class HalvingEffect final : public IAudioProcessingObject,
+                            public IAudioProcessingObjectRT,
+                            public IAudioProcessingObjectConfiguration {
  public:
-  DeviceEffect() { ++objects; }
+  HalvingEffect() { ++devicesAlive; }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IAudioProcessingObject)) {
@@ -44,9 +46,9 @@ class DeviceEffect final : public IAudioProcessingObject,
   }
   ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
   ULONG STDMETHODCALLTYPE Release() override {
-    ULONG left = --refs_;
+    const ULONG left = --refs_;
     if (left == 0) {
-      --objects;
+      --devicesAlive;
       delete this;
     }
     return left;
@@ -54,18 +56,16 @@ class DeviceEffect final : public IAudioProcessingObject,
 
   HRESULT STDMETHODCALLTYPE Reset() override { return S_OK; }
   HRESULT STDMETHODCALLTYPE GetLatency(HNSTIME* time) override {
-    *time = Setting(L"Latency");
+    *time = answers.latency;
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetRegistrationProperties(APO_REG_PROPERTIES**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Initialize(UINT32, BYTE*) override {
-    return Setting(L"FailInitialize") != 0 ? E_ACCESSDENIED : S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE Initialize(UINT32, BYTE*) override { return answers.failInitialize ? E_ACCESSDENIED : S_OK; }
   HRESULT STDMETHODCALLTYPE IsInputFormatSupported(IAudioMediaType*, IAudioMediaType* requested,
                                                    IAudioMediaType** supported) override {
     requested->AddRef();
     *supported = requested;
-    return static_cast<HRESULT>(Setting(L"FormatResult"));
+    return answers.format;
   }
   HRESULT STDMETHODCALLTYPE IsOutputFormatSupported(IAudioMediaType*, IAudioMediaType*, IAudioMediaType**) override {
     return E_NOTIMPL;
@@ -83,51 +83,54 @@ class DeviceEffect final : public IAudioProcessingObject,
 
   HRESULT STDMETHODCALLTYPE LockForProcess(UINT32, APO_CONNECTION_DESCRIPTOR** in, UINT32,
                                            APO_CONNECTION_DESCRIPTOR**) override {
-    const HRESULT result = static_cast<HRESULT>(Setting(L"LockResult"));
-    if (FAILED(result)) return result;
+    if (FAILED(answers.lock)) return answers.lock;
     UNCOMPRESSEDAUDIOFORMAT format{};
     in[0]->pFormat->GetUncompressedAudioFormat(&format);
     channels_ = format.dwSamplesPerFrame;
-    return result;
+    return answers.lock;
   }
-  HRESULT STDMETHODCALLTYPE UnlockForProcess() override { return static_cast<HRESULT>(Setting(L"UnlockResult")); }
+  HRESULT STDMETHODCALLTYPE UnlockForProcess() override { return answers.unlock; }
 
  private:
-  ~DeviceEffect() = default;
+  ~HalvingEffect() = default;
   std::atomic<ULONG> refs_{1};
   UINT32 channels_ = 0;
 };
 
-class Factory final : public IClassFactory {
+class HalvingEffectFactory final : public IClassFactory {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IClassFactory)) {
-      *ppv = this;
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
+    *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IClassFactory) ? this : nullptr;
+    return *ppv != nullptr ? S_OK : E_NOINTERFACE;
   }
   ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
     if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-    auto* effect = new (std::nothrow) DeviceEffect();
-    if (effect == nullptr) return E_OUTOFMEMORY;
-    HRESULT hr = effect->QueryInterface(riid, ppv);
+    auto* effect = new HalvingEffect();
+    const HRESULT hr = effect->QueryInterface(riid, ppv);
     effect->Release();
     return hr;
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 };
+inline HalvingEffectFactory halvingEffectFactory;
 
-Factory factory;
+// The class registered with COM while this lives (COM initialised).
+class ScopedHalvingEffectClass {
+ public:
+  ScopedHalvingEffectClass() {
+    registered_ = CoRegisterClassObject(kDeviceClsid, &halvingEffectFactory, CLSCTX_INPROC_SERVER,
+                                        REGCLS_MULTIPLEUSE, &cookie_);
+  }
+  ~ScopedHalvingEffectClass() {
+    if (SUCCEEDED(registered_)) CoRevokeClassObject(cookie_);
+  }
+  HRESULT Registered() const { return registered_; }
 
-}  // namespace
+ private:
+  HRESULT registered_ = E_FAIL;
+  DWORD cookie_ = 0;
+};
 
-extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID riid, void** ppv) {
-  if (!IsEqualCLSID(clsid, kTestDeviceEffectClsid)) return CLASS_E_CLASSNOTAVAILABLE;
-  return factory.QueryInterface(riid, ppv);
-}
-
-extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() { return objects.load() == 0 ? S_OK : S_FALSE; }
+}  // namespace quillon::test
