@@ -3,6 +3,7 @@
 #include "support/EndpointFixtures.h"
 #include "support/QuillonDll.h"
 #include "support/QuillonRun.h"
+#include "support/RegistryValue.h"
 
 #include <gtest/gtest.h>
 
@@ -15,24 +16,12 @@ const std::wstring kClassKey = L"SOFTWARE\\Classes\\CLSID\\" + std::wstring(kQui
 const std::wstring kEngineKey = L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\" + std::wstring(kQuillonClsidText);
 const std::wstring kMic = L"{7e570001-0000-4000-8000-000000000001}";
 
-std::wstring Text(const std::wstring& key, const wchar_t* name) {
-  wchar_t text[512] = {};
-  DWORD size = sizeof(text);
-  if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_SZ, nullptr, text, &size) != ERROR_SUCCESS) {
-    return L"(none)";
-  }
-  return text;
-}
-
 bool Exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 class SetupPackage : public ::testing::Test {
  protected:
   void TearDown() override {
-    for (const std::wstring& key : {kUninstallKey, kClassKey, kEngineKey, kCapture + kMic,
-                                    L"SOFTWARE\\Marrowin\\Quillon\\" + kMic}) {
-      RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
-    }
+    DeleteKeys({kUninstallKey, kClassKey, kEngineKey, kCapture + kMic, L"SOFTWARE\\Marrowin\\Quillon\\" + kMic});
     for (const wchar_t* file : {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"}) DeleteFileW((kFolder + file).c_str());
     RemoveDirectoryW(kFolder.c_str());
     DeleteFileW((L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\" + kMic + L".reg").c_str());
@@ -50,11 +39,11 @@ TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
   for (const wchar_t* file : {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"}) {
     EXPECT_TRUE(Exists(kFolder + file)) << file;
   }
-  EXPECT_EQ(L"Quillon", Text(kUninstallKey, L"DisplayName"));
-  EXPECT_EQ(L"\"" + kFolder + L"uninstall.exe\"", Text(kUninstallKey, L"UninstallString"));
-  EXPECT_EQ(kFolder + L"Quillon.dll", Text(kClassKey + L"\\InprocServer32", nullptr));
-  EXPECT_EQ(L"Both", Text(kClassKey + L"\\InprocServer32", L"ThreadingModel"));
-  EXPECT_NE(L"(none)", Text(kEngineKey, L"FriendlyName"));
+  EXPECT_EQ(L"Quillon", RegText(kUninstallKey, L"DisplayName"));
+  EXPECT_EQ(L"\"" + kFolder + L"uninstall.exe\"", RegText(kUninstallKey, L"UninstallString"));
+  EXPECT_EQ(kFolder + L"Quillon.dll", RegText(kClassKey + L"\\InprocServer32", nullptr));
+  EXPECT_EQ(L"Both", RegText(kClassKey + L"\\InprocServer32", L"ThreadingModel"));
+  EXPECT_NE(L"(none)", RegText(kEngineKey, L"FriendlyName"));
   EXPECT_EQ(devices, Export(kMMDevices)) << "a silent install attached a microphone";
 
   // The installed command attaches with the installed library.
@@ -69,7 +58,7 @@ TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
   }
   EXPECT_TRUE(PollUntil([] { return !Exists(kFolder); }, 120000)) << "the files stayed";
   EXPECT_EQ(devices, Export(kMMDevices)) << "the microphone was not restored";
-  EXPECT_EQ(L"(none)", Text(kUninstallKey, L"DisplayName"));
+  EXPECT_EQ(L"(none)", RegText(kUninstallKey, L"DisplayName"));
   EXPECT_EQ("", Export(kClassKey));
   EXPECT_EQ("", Export(kEngineKey));
 }

@@ -3,11 +3,36 @@
 
 #include <windows.h>
 
+#include <initializer_list>
 #include <string>
 
 namespace quillon::test {
 
 inline const wchar_t* const kQuillonKey = L"SOFTWARE\\Marrowin\\Quillon";
+
+// An HKLM text value, or "(none)".
+inline std::wstring RegText(const std::wstring& key, const wchar_t* name) {
+  wchar_t text[512] = {};
+  DWORD size = sizeof(text);
+  const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_SZ, nullptr, text, &size);
+  return status == ERROR_SUCCESS ? text : L"(none)";
+}
+
+// An HKLM number value, or 0xDEAD.
+inline DWORD RegDword(const std::wstring& key, const wchar_t* name) {
+  DWORD value = 0xDEAD, size = sizeof(value);
+  RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_DWORD, nullptr, &value, &size);
+  return value;
+}
+
+inline bool RegHas(const std::wstring& key, const wchar_t* name) {
+  return RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+}
+
+// Deletes HKLM keys with everything below them.
+inline void DeleteKeys(std::initializer_list<std::wstring> keys) {
+  for (const std::wstring& key : keys) RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
+}
 
 class ScopedRegistryValue {
  public:

@@ -5,6 +5,7 @@
 #include "support/HalvingDeviceEffect.h"
 #include "support/QuillonDll.h"
 #include "support/QuillonRun.h"
+#include "support/RegistryValue.h"
 
 #include <gtest/gtest.h>
 
@@ -29,44 +30,24 @@ const wchar_t* const kFixtureGuids[] = {
     L"{7E57000A-aBcD-4000-8000-00000000000A}"};
 const wchar_t* const kStreamOnly = kFixtureGuids[0];
 
-std::wstring ReadRegText(HKEY root, const std::wstring& key, const wchar_t* name) {
-  wchar_t text[512] = {};
-  DWORD size = sizeof(text);
-  if (RegGetValueW(root, key.c_str(), name, RRF_RT_REG_SZ, nullptr, text, &size) != ERROR_SUCCESS) return L"(none)";
-  return text;
-}
-
 std::wstring Slot(const std::wstring& guid, const wchar_t* name) {
-  return ReadRegText(HKEY_LOCAL_MACHINE, kCapture + guid + L"\\FxProperties", name);
+  return RegText(kCapture + guid + L"\\FxProperties", name);
 }
 
 std::wstring OriginalApo(const std::wstring& guid) {
-  return ReadRegText(HKEY_LOCAL_MACHINE, kQuillonSettings + L"\\" + guid, L"Original-Apo");
-}
-
-bool HasValue(const std::wstring& key, const wchar_t* name) {
-  return RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+  return RegText(kQuillonSettings + L"\\" + guid, L"Original-Apo");
 }
 
 class AttachTest : public ::testing::Test {
  protected:
   void TearDown() override {
     for (const wchar_t* guid : kFixtureGuids) {
-      RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kCapture + guid).c_str());
-      RegDeleteKeyW(HKEY_LOCAL_MACHINE, (kCapture + guid).c_str());
-      RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kQuillonSettings + L"\\" + guid).c_str());
-      RegDeleteKeyW(HKEY_LOCAL_MACHINE, (kQuillonSettings + L"\\" + guid).c_str());
+      DeleteKeys({kCapture + guid, kQuillonSettings + L"\\" + guid});
       DeleteFileW((kBackupFolder + guid + L".reg").c_str());
     }
-    const std::wstring render = kMMDevices + L"\\Audio\\Render\\{7e570007-0000-4000-8000-000000000007}";
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, render.c_str());
-    RegDeleteKeyW(HKEY_LOCAL_MACHINE, render.c_str());
-    for (const std::wstring& key : {L"SOFTWARE\\Classes\\CLSID\\" + std::wstring(kQuillonClsidText),
-                                   L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\" +
-                                       std::wstring(kQuillonClsidText)}) {
-      RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
-      RegDeleteKeyW(HKEY_LOCAL_MACHINE, key.c_str());
-    }
+    DeleteKeys({kMMDevices + L"\\Audio\\Render\\{7e570007-0000-4000-8000-000000000007}",
+                L"SOFTWARE\\Classes\\CLSID\\" + std::wstring(kQuillonClsidText),
+                L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\" + std::wstring(kQuillonClsidText)});
   }
 };
 
@@ -95,8 +76,8 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
   EXPECT_NE(std::string::npos, attach.text.find("attached to")) << attach.text;
   EXPECT_EQ(kQuillonClsidText, Slot(c.guid, c.slot));
   EXPECT_EQ(c.original, OriginalApo(c.guid));
-  EXPECT_FALSE(HasValue(kCapture + c.guid + L"\\FxProperties", kEffectsOff));
-  if (std::wstring(c.slot) == kStream) EXPECT_TRUE(HasValue(kCapture + c.guid + L"\\FxProperties", kModes));
+  EXPECT_FALSE(RegHas(kCapture + c.guid + L"\\FxProperties", kEffectsOff));
+  if (std::wstring(c.slot) == kStream) EXPECT_TRUE(RegHas(kCapture + c.guid + L"\\FxProperties", kModes));
   EXPECT_NE(std::string::npos, RunQuillon(L"mics").text.find("attached; the backup agrees"));
 
   ASSERT_EQ(0, RunReg(L"import \"" + kBackupFolder + c.guid + L".reg\""));
@@ -109,7 +90,7 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
   ASSERT_EQ(0, detach.exit) << detach.text;
   EXPECT_EQ(before, Export(kMMDevices));
   EXPECT_EQ(L"(none)", OriginalApo(c.guid));
-  EXPECT_FALSE(HasValue(kQuillonSettings + L"\\" + c.guid + L"\\Backup", L"Slot"));
+  EXPECT_FALSE(RegHas(kQuillonSettings + L"\\" + c.guid + L"\\Backup", L"Slot"));
   EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((kBackupFolder + c.guid + L".reg").c_str()));
 }
 

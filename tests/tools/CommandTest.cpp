@@ -2,6 +2,7 @@
 // choice of microphone, settings in the real registry, the real log file,
 // the list of running instances, help.
 #include "support/EffectHarness.h"
+#include "support/EndpointFixtures.h"
 #include "support/QuillonDll.h"
 #include "support/QuillonRun.h"
 #include "support/RegistryValue.h"
@@ -18,20 +19,9 @@ constexpr const wchar_t* kGuidA = L"{c0a70000-0000-4000-8000-00000000000a}";
 constexpr const wchar_t* kGuidB = L"{c0a70000-0000-4000-8000-00000000000b}";
 const std::wstring kMicA = std::wstring(L"{0.0.1.00000000}.") + kGuidA;
 const std::wstring kMicB = std::wstring(L"{0.0.1.00000000}.") + kGuidB;
-constexpr const wchar_t* kCapture = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\";
 
 std::wstring Sound(const wchar_t* name) { return L"\"" + Sounds() + name + L"\""; }
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-bool ValueExists(const std::wstring& key, const wchar_t* name) {
-  return RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
-}
-
-DWORD ReadDword(const std::wstring& key, const wchar_t* name) {
-  DWORD value = 0xDEAD, size = sizeof(value);
-  RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_DWORD, nullptr, &value, &size);
-  return value;
-}
 
 // Every setting the command writes, removed before and after each test.
 void RemoveSettings() {
@@ -88,9 +78,9 @@ TEST_P(Answers, ExitCodeAndText) {
   if (!GetParam().refuses) return;
   EXPECT_EQ(0, r.text.rfind("quillon: ", 0)) << r.text;
   EXPECT_EQ(1, std::count(r.text.begin(), r.text.end(), '\n')) << r.text;
-  EXPECT_FALSE(ValueExists(kQuillonKey, L"FilterBlockVoice"));
-  EXPECT_FALSE(ValueExists(kQuillonKey, L"LogLevel"));
-  EXPECT_FALSE(ValueExists(std::wstring(kQuillonKey) + L"\\" + kMicA + L",1", L"MicAmpInDb"));
+  EXPECT_FALSE(RegHas(kQuillonKey, L"FilterBlockVoice"));
+  EXPECT_FALSE(RegHas(kQuillonKey, L"LogLevel"));
+  EXPECT_FALSE(RegHas(std::wstring(kQuillonKey) + L"\\" + kMicA + L",1", L"MicAmpInDb"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -143,7 +133,7 @@ TEST_P(MicChoice, PicksOneOrListsTheCandidates) {
   EXPECT_TRUE(Has(r.text, c.says)) << r.text;
   for (const std::wstring* mic : {&kMicA, &kMicB}) {
     const std::wstring key = std::wstring(kQuillonKey) + L"\\" + *mic + L",1";
-    EXPECT_EQ(mic == c.chosen ? 7u : 0xDEADu, ReadDword(key, L"MicAmpInDb")) << r.text;
+    EXPECT_EQ(mic == c.chosen ? 7u : 0xDEADu, RegDword(key, L"MicAmpInDb")) << r.text;
   }
   EXPECT_EQ(c.chosen != nullptr ? 0 : 1, r.exit) << r.text;
   if (c.chosen == nullptr) {
@@ -174,7 +164,7 @@ TEST_F(Command, SettingsAreWrittenWhereTheEffectReadsThem) {
     r = RunQuillon(args);
     ASSERT_EQ(0, r.exit) << r.text;
   }
-  EXPECT_EQ(1u, ReadDword(kQuillonKey, L"FilterBlockVoice"));
+  EXPECT_EQ(1u, RegDword(kQuillonKey, L"FilterBlockVoice"));
   wchar_t level[16] = {};
   DWORD size = sizeof(level);
   RegGetValueW(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel", RRF_RT_REG_SZ, nullptr, level, &size);
@@ -189,7 +179,7 @@ TEST_F(Command, SettingsAreWrittenWhereTheEffectReadsThem) {
   EXPECT_TRUE(Has(r.text, "gain         0 dB (default)   Microphone Array")) << r.text;
 
   ASSERT_EQ(0, RunQuillon(L"set block-voice off").exit);
-  EXPECT_EQ(0u, ReadDword(kQuillonKey, L"FilterBlockVoice"));
+  EXPECT_EQ(0u, RegDword(kQuillonKey, L"FilterBlockVoice"));
 }
 
 TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {

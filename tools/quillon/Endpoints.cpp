@@ -10,11 +10,6 @@ namespace {
 constexpr wchar_t kAudioKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\";
 constexpr wchar_t kFriendlyName[] = L"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
 
-std::wstring Lower(std::wstring text) {
-  for (wchar_t& c : text) c = static_cast<wchar_t>(std::towlower(c));
-  return text;
-}
-
 std::wstring Braced(const std::wstring& text) {
   return !text.empty() && text.front() != L'{' ? L"{" + text + L"}" : text;
 }
@@ -43,6 +38,22 @@ std::wstring Endpoint::Key() const {
   return kAudioKey + std::wstring(flow == Flow::kCapture ? L"Capture\\" : L"Render\\") + guid;
 }
 
+std::wstring Lowercase(std::wstring text) {
+  for (wchar_t& c : text) c = static_cast<wchar_t>(std::towlower(c));
+  return text;
+}
+
+std::wstring GuidOf(const std::wstring& endpointId) {
+  const size_t open = endpointId.rfind(L'{');
+  return open == std::wstring::npos ? endpointId : endpointId.substr(open);
+}
+
+std::wstring FriendlyName(Flow flow, const std::wstring& guid) {
+  const Endpoint endpoint{flow, guid};
+  const std::optional<RegValue> name = ReadValue(endpoint.Key() + L"\\Properties", kFriendlyName);
+  return name ? name->AsText().value_or(L"") : L"";
+}
+
 std::wstring Endpoint::FxKey() const { return Key() + L"\\FxProperties"; }
 
 std::wstring Endpoint::Id() const {
@@ -67,9 +78,7 @@ std::vector<Endpoint> ReadEndpoints(Flow flow) {
     if (state && state->type == REG_DWORD && state->data.size() == 4) {
       endpoint.state = *reinterpret_cast<const DWORD*>(state->data.data());
     }
-    if (const std::optional<RegValue> name = ReadValue(endpoint.Key() + L"\\Properties", kFriendlyName)) {
-      endpoint.name = name->AsText().value_or(L"");
-    }
+    endpoint.name = FriendlyName(flow, guid);
     endpoint.hasFxKey = KeyExists(endpoint.FxKey());
     for (const FxValueName& value : FxValueNames()) {
       if (std::optional<RegValue> found = ReadValue(endpoint.FxKey(), value.name)) {
@@ -92,14 +101,14 @@ std::string StateText(DWORD state) {
 }
 
 bool Names(const Endpoint& endpoint, const std::wstring& text, bool exact) {
-  const std::wstring wanted = Lower(text);
+  const std::wstring wanted = Lowercase(text);
   if (wanted.empty()) return false;
-  if (wanted == Lower(endpoint.Id()) || Braced(wanted) == Lower(endpoint.guid) || wanted == Lower(endpoint.name)) {
+  if (wanted == Lowercase(endpoint.Id()) || Braced(wanted) == Lowercase(endpoint.guid) || wanted == Lowercase(endpoint.name)) {
     return true;
   }
-  return !exact && !endpoint.name.empty() && Lower(endpoint.name).find(wanted) != std::wstring::npos;
+  return !exact && !endpoint.name.empty() && Lowercase(endpoint.name).find(wanted) != std::wstring::npos;
 }
 
-bool SameClassId(const std::wstring& a, const std::wstring& b) { return Lower(Braced(a)) == Lower(Braced(b)); }
+bool SameClassId(const std::wstring& a, const std::wstring& b) { return Lowercase(Braced(a)) == Lowercase(Braced(b)); }
 
 }  // namespace quillon::cli

@@ -59,6 +59,12 @@ std::string StateText(DWORD state);
 // its friendly name, ignoring case; `exact` false also accepts a part of the name.
 bool Names(const Endpoint& endpoint, const std::wstring& text, bool exact);
 
+// The endpoint's friendly name, or "".
+std::wstring FriendlyName(Flow flow, const std::wstring& guid);
+// The "{guid}" part of an endpoint id ("{0.0.1.00000000}.{guid}"); a GUID stays as it is.
+std::wstring GuidOf(const std::wstring& endpointId);
+std::wstring Lowercase(std::wstring text);
+
 // True when two class id texts are the same class.
 bool SameClassId(const std::wstring& a, const std::wstring& b);
 

@@ -1,33 +1,18 @@
 #include "quillon/Microphones.h"
 
 #include "platform/MappedView.h"
-#include "platform/Registry.h"
 #include "player/PlayerClient.h"
 #include "quillon/Console.h"
+#include "quillon/Endpoints.h"
 #include "transfer/SharedLayout.h"
 #include "transfer/WinUtils.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <cwctype>
 
 namespace quillon::cli {
 namespace {
-
-constexpr wchar_t kCaptureKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture";
-constexpr wchar_t kFriendlyNameValue[] = L"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
-
-std::wstring Lower(std::wstring text) {
-  for (wchar_t& c : text) c = static_cast<wchar_t>(std::towlower(c));
-  return text;
-}
-
-// The "{guid}" part of an endpoint id.
-std::wstring GuidOf(const std::wstring& endpointId) {
-  const size_t open = endpointId.rfind(L'{');
-  return open == std::wstring::npos ? endpointId : endpointId.substr(open);
-}
 
 bool ReadFormat(int slot, UNCOMPRESSEDAUDIOFORMAT& format) {
   const std::wstring name = WinUtils::PerInstanceName(kTransferMappingPrefix, slot);
@@ -43,13 +28,7 @@ bool ReadFormat(int slot, UNCOMPRESSEDAUDIOFORMAT& format) {
 
 std::wstring PlayingEventName(int slot) { return L"Global\\QuillonPlaying1.8.0_" + std::to_wstring(slot); }
 
-std::wstring FriendlyName(const std::wstring& endpointId) {
-  std::wstring name;
-  ReadRegistryString(L"HKEY_LOCAL_MACHINE\\" + std::wstring(kCaptureKey) + L"\\" + GuidOf(endpointId) +
-                         L"\\Properties\\" + kFriendlyNameValue,
-                     name);
-  return name;
-}
+std::wstring FriendlyName(const std::wstring& endpointId) { return FriendlyName(Flow::kCapture, GuidOf(endpointId)); }
 
 std::vector<Microphone> RunningMicrophones() {
   std::vector<Microphone> mics;
@@ -68,22 +47,13 @@ std::vector<Microphone> RunningMicrophones() {
 
 std::vector<Microphone> KnownMicrophones() {
   std::vector<Microphone> mics = RunningMicrophones();
-  ScopedRegKey capture;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kCaptureKey, 0, KEY_READ, capture.Put()) != ERROR_SUCCESS) return mics;
-  wchar_t guid[256];
-  for (DWORD i = 0;; ++i) {
-    DWORD length = 256;
-    if (RegEnumKeyExW(capture.Get(), i, guid, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
-    Microphone mic;
+  for (const Endpoint& endpoint : ReadEndpoints(Flow::kCapture)) {
+    const bool running = std::any_of(mics.begin(), mics.end(), [&](const Microphone& m) {
+      return Lowercase(GuidOf(m.endpointId)) == Lowercase(endpoint.guid);
+    });
     // The effect knows its endpoint by the GUID alone (PKEY_AudioEndpoint_GUID),
     // and keys its settings by that text.
-    mic.endpointId = guid;
-    const bool running = std::any_of(mics.begin(), mics.end(), [&](const Microphone& m) {
-      return Lower(GuidOf(m.endpointId)) == Lower(guid);
-    });
-    if (running) continue;
-    mic.name = FriendlyName(mic.endpointId);
-    mics.push_back(std::move(mic));
+    if (!running) mics.push_back({endpoint.guid, endpoint.name});
   }
   return mics;
 }
@@ -100,12 +70,12 @@ std::string DescribeFormat(const UNCOMPRESSEDAUDIOFORMAT& f) {
 bool Choose(const std::vector<Microphone>& candidates, const std::wstring& text, Microphone& chosen,
             std::string& error) {
   std::vector<const Microphone*> exact, partial;
-  const std::wstring wanted = Lower(text);
+  const std::wstring wanted = Lowercase(text);
   std::wstring wantedGuid = wanted;
   if (!wantedGuid.empty() && wantedGuid.front() != L'{') wantedGuid = L"{" + wantedGuid + L"}";
   for (const Microphone& mic : candidates) {
-    const std::wstring id = Lower(mic.endpointId), name = Lower(mic.name);
-    if (wanted.empty() || id == wanted || Lower(GuidOf(mic.endpointId)) == wantedGuid || name == wanted) {
+    const std::wstring id = Lowercase(mic.endpointId), name = Lowercase(mic.name);
+    if (wanted.empty() || id == wanted || Lowercase(GuidOf(mic.endpointId)) == wantedGuid || name == wanted) {
       exact.push_back(&mic);
     } else if (!name.empty() && name.find(wanted) != std::wstring::npos) {
       partial.push_back(&mic);
