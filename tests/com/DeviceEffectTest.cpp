@@ -8,8 +8,6 @@
 #include "support/QuillonDll.h"
 #include "support/RegistryValue.h"
 
-#include <optional>
-
 namespace quillon::test {
 namespace {
 
@@ -23,22 +21,18 @@ class DeviceEffectTest : public ::testing::Test {
     answers = Answers();
     logLevel_.SetString(L"trace");
     DeleteLog();
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    deviceClass_.emplace();
-    ASSERT_EQ(S_OK, deviceClass_->Registered());
+    ASSERT_EQ(S_OK, deviceClass_.Registered());
     ASSERT_TRUE(dll_.Loaded());
   }
   void TearDown() override {
-    deviceClass_.reset();
-    CoUninitialize();
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, (std::wstring(kQuillonKey) + L"\\" + kEndpoint).c_str());
+    DeleteKeys({EndpointKey(kEndpoint)});
     EXPECT_EQ(0, devicesAlive) << "a device effect is still alive";
   }
 
   ScopedRegistryValue logLevel_{HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel"};
-  ScopedRegistryValue original_{HKEY_LOCAL_MACHINE, std::wstring(kQuillonKey) + L"\\" + kEndpoint, L"Original-Apo"};
+  ScopedRegistryValue original_{HKEY_LOCAL_MACHINE, EndpointKey(kEndpoint), L"Original-Apo"};
   QuillonDll dll_;
-  std::optional<ScopedHalvingEffectClass> deviceClass_;
+  ScopedHalvingEffectClass deviceClass_;
 };
 
 struct DeviceCase {

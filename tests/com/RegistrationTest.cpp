@@ -1,7 +1,8 @@
 // Registration with the audio engine, through Wine's regsvr32 as an installer
-// runs it, read back value by value.
+// runs it, read back value by value from the machine's classes.
 #include "support/ChildProcess.h"
 #include "support/QuillonDll.h"
+#include "support/RegistryValue.h"
 
 #include <gtest/gtest.h>
 
@@ -10,16 +11,11 @@
 namespace quillon::test {
 namespace {
 
-const std::wstring kParent = L"AudioEngine\\AudioProcessingObjects";
-const std::wstring kKey = kParent + L"\\" + kQuillonClsidText;
-
-bool ValueExists(const wchar_t* name) {
-  return RegGetValueW(HKEY_CLASSES_ROOT, kKey.c_str(), name, RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
-}
+const std::wstring kParent = L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects";
 
 bool KeyExists(const std::wstring& key) {
   HKEY h = nullptr;
-  if (RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &h) != ERROR_SUCCESS) return false;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, &h) != ERROR_SUCCESS) return false;
   RegCloseKey(h);
   return true;
 }
@@ -36,12 +32,7 @@ void ExpectRegistration() {
   } numbers[] = {{L"MajorVersion", 1},        {L"MinorVersion", 8},         {L"Flags", 14},
                  {L"MinInputConnections", 1}, {L"MaxInputConnections", 1},  {L"MinOutputConnections", 1},
                  {L"MaxOutputConnections", 1}, {L"MaxInstances", 0xFFFFFFFF}, {L"NumAPOInterfaces", 1}};
-  for (const auto& n : numbers) {
-    DWORD value = 0, size = sizeof(value);
-    EXPECT_EQ(ERROR_SUCCESS, RegGetValueW(HKEY_CLASSES_ROOT, kKey.c_str(), n.name, RRF_RT_REG_DWORD, nullptr, &value,
-                                          &size)) << n.name;
-    EXPECT_EQ(n.value, value) << n.name;
-  }
+  for (const auto& n : numbers) EXPECT_EQ(n.value, RegDword(kQuillonEngineKey, n.name)) << n.name;
   const struct {
     const wchar_t* name;
     std::wstring text;
@@ -51,8 +42,8 @@ void ExpectRegistration() {
   for (const auto& t : texts) {
     wchar_t text[64] = {};
     DWORD size = sizeof(text);
-    EXPECT_EQ(ERROR_SUCCESS, RegGetValueW(HKEY_CLASSES_ROOT, kKey.c_str(), t.name, RRF_RT_REG_SZ | RRF_NOEXPAND,
-                                          nullptr, text, &size)) << t.name;
+    EXPECT_EQ(ERROR_SUCCESS, RegGetValueW(HKEY_LOCAL_MACHINE, kQuillonEngineKey.c_str(), t.name,
+                                          RRF_RT_REG_SZ | RRF_NOEXPAND, nullptr, text, &size)) << t.name;
     EXPECT_EQ(t.text, text) << t.name;
     EXPECT_EQ((t.text.size() + 1) * sizeof(wchar_t), size) << t.name << ": the text and its terminator, nothing more";
   }
@@ -60,7 +51,7 @@ void ExpectRegistration() {
 
 class Registration : public ::testing::Test {
  protected:
-  void TearDown() override { RegDeleteTreeW(HKEY_CLASSES_ROOT, kKey.c_str()); }
+  void TearDown() override { DeleteKeys({kQuillonEngineKey}); }
 };
 
 TEST_F(Registration, Regsvr32RegistersAndUnregistersTwice) {
@@ -70,7 +61,7 @@ TEST_F(Registration, Regsvr32RegistersAndUnregistersTwice) {
   }
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(0, Regsvr32(L"/u /s")) << "round " << round;
-    EXPECT_FALSE(KeyExists(kKey));
+    EXPECT_FALSE(KeyExists(kQuillonEngineKey));
     EXPECT_TRUE(KeyExists(kParent)) << "the parent key stays";
   }
 }
@@ -79,21 +70,21 @@ TEST_F(Registration, StaleValuesAreReplacedAndSubkeysSurvive) {
   QuillonDll dll;
   ASSERT_TRUE(dll.Loaded());
   // A stale registration with an extra value is deleted and written anew.
-  RegSetKeyValueW(HKEY_CLASSES_ROOT, kKey.c_str(), L"Stale", REG_SZ, L"x", 4);
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, kQuillonEngineKey.c_str(), L"Stale", REG_SZ, L"x", 4);
   ASSERT_EQ(S_OK, dll.RegisterServer());
-  EXPECT_FALSE(ValueExists(L"Stale"));
+  EXPECT_FALSE(RegHas(kQuillonEngineKey, L"Stale"));
   ExpectRegistration();
   // A key with a subkey cannot be deleted: the values are written over it.
-  RegSetKeyValueW(HKEY_CLASSES_ROOT, (kKey + L"\\Sub").c_str(), L"Kept", REG_SZ, L"y", 4);
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, (kQuillonEngineKey + L"\\Sub").c_str(), L"Kept", REG_SZ, L"y", 4);
   ASSERT_EQ(S_OK, dll.RegisterServer());
   ExpectRegistration();
-  EXPECT_TRUE(KeyExists(kKey + L"\\Sub"));
+  EXPECT_TRUE(KeyExists(kQuillonEngineKey + L"\\Sub"));
 }
 
 TEST_F(Registration, UnregisterWithoutParentSucceeds) {
   QuillonDll dll;
   ASSERT_TRUE(dll.Loaded());
-  RegDeleteTreeW(HKEY_CLASSES_ROOT, L"AudioEngine");
+  DeleteKeys({L"SOFTWARE\\Classes\\AudioEngine"});
   EXPECT_EQ(S_OK, dll.UnregisterServer());
 }
 

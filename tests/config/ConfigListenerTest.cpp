@@ -16,8 +16,6 @@ namespace {
 constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{c0ffee00-1111-4222-8333-444455556666}";
 constexpr const wchar_t* kOtherEndpoint = L"{0.0.1.00000000}.{c0ffee00-9999-4222-8333-444455556666}";
 
-std::wstring GainKey(const wchar_t* endpoint) { return std::wstring(kQuillonKey) + L"\\" + endpoint + L",1"; }
-
 bool Logged(const char* text) {
   return PollUntil([&] { return LogText().find(text) != std::string::npos; });
 }
@@ -25,8 +23,7 @@ bool Logged(const char* text) {
 class Listener : public ::testing::Test {
  protected:
   void SetUp() override {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, GainKey(kEndpoint).c_str());
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, GainKey(kOtherEndpoint).c_str());
+    DeleteKeys({GainKey(kEndpoint), GainKey(kOtherEndpoint)});
     DeleteLog();
     ASSERT_TRUE(level.SetString(L"trace"));
     // The first pass raises the level from ERROR to TRACE and says so: the
@@ -37,8 +34,7 @@ class Listener : public ::testing::Test {
   }
   void TearDown() override {
     listener.Stop();
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, GainKey(kEndpoint).c_str());
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, GainKey(kOtherEndpoint).c_str());
+    DeleteKeys({GainKey(kEndpoint), GainKey(kOtherEndpoint)});
     Logger::Instance().SetLevel(LOG_ERROR);
   }
 

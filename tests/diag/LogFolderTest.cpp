@@ -2,6 +2,7 @@
 // the folder must be.
 #include "diag/LogFolder.h"
 #include "diag/PathSplit.h"
+#include "support/RegistryValue.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <fstream>
 #include <string>
 
 namespace quillon {
@@ -69,12 +71,9 @@ bool IsFolder(const std::wstring& path) {
   return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
 }
 
-void WriteFile(const std::wstring& path, const char* text) {
-  HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  DWORD written = 0;
-  ::WriteFile(h, text, static_cast<DWORD>(strlen(text)), &written, nullptr);
-  CloseHandle(h);
-}
+void WriteFile(const std::wstring& path, const char* text) { std::ofstream(path.c_str()) << text; }
+
+constexpr const wchar_t* kSessionManager = L"System\\CurrentControlSet\\Control\\Session Manager";
 
 // Moves the existing log folder aside for the test and puts it back afterwards.
 class LogFolderOnDisk : public ::testing::Test {
@@ -91,8 +90,6 @@ class LogFolderOnDisk : public ::testing::Test {
       SetFileAttributesW(extra.c_str(), FILE_ATTRIBUTE_NORMAL);
       DeleteFileW(extra.c_str());
     }
-    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
-                       L"PendingFileRenameOperations");
     SetFileAttributesW(folder_.c_str(), FILE_ATTRIBUTE_NORMAL);
     DeleteFileW(folder_.c_str());
     RemoveDirectoryW(folder_.c_str());
@@ -101,6 +98,7 @@ class LogFolderOnDisk : public ::testing::Test {
 
   std::wstring maker_, folder_, saved_;
   std::vector<std::wstring> created_;
+  test::ScopedRegistryValue pending_{HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations"};
 };
 
 // Whether this system keeps access lists set on files (Wine does not).
@@ -142,12 +140,8 @@ TEST_F(LogFolderOnDisk, UndeletableFileIsMovedToTheNextFreeNumberedName) {
   ASSERT_NE(INVALID_FILE_ATTRIBUTES, moved);
   EXPECT_TRUE(moved & FILE_ATTRIBUTE_READONLY);
   // The moved file is scheduled for deletion at the next restart.
-  wchar_t pending[2048] = {};
-  DWORD bytes = sizeof(pending);
-  EXPECT_EQ(ERROR_SUCCESS,
-            RegGetValueW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
-                         L"PendingFileRenameOperations", RRF_RT_REG_MULTI_SZ, nullptr, pending, &bytes));
-  EXPECT_NE(std::wstring::npos, std::wstring(pending).find(L"Brisvale (2)"));
+  const std::wstring pending = test::RegText(kSessionManager, L"PendingFileRenameOperations", RRF_RT_REG_MULTI_SZ);
+  EXPECT_NE(std::wstring::npos, pending.find(L"Brisvale (2)")) << pending;
 }
 
 TEST_F(LogFolderOnDisk, ExistingFolderKeepsItsAccessList) {

@@ -12,19 +12,16 @@ namespace {
 
 const std::wstring kFolder = L"C:\\Program Files\\Marrowin\\Quillon\\";
 const std::wstring kUninstallKey = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Quillon";
-const std::wstring kClassKey = L"SOFTWARE\\Classes\\CLSID\\" + std::wstring(kQuillonClsidText);
-const std::wstring kEngineKey = L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\" + std::wstring(kQuillonClsidText);
-const std::wstring kMic = L"{7e570001-0000-4000-8000-000000000001}";
 
 bool Exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
-class SetupPackage : public ::testing::Test {
+class SetupPackage : public EndpointTest {
  protected:
   void TearDown() override {
-    DeleteKeys({kUninstallKey, kClassKey, kEngineKey, kCapture + kMic, L"SOFTWARE\\Marrowin\\Quillon\\" + kMic});
+    EndpointTest::TearDown();
+    DeleteKeys({kUninstallKey});
     for (const wchar_t* file : {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"}) DeleteFileW((kFolder + file).c_str());
     RemoveDirectoryW(kFolder.c_str());
-    DeleteFileW((L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\" + kMic + L".reg").c_str());
   }
 };
 
@@ -41,9 +38,9 @@ TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
   }
   EXPECT_EQ(L"Quillon", RegText(kUninstallKey, L"DisplayName"));
   EXPECT_EQ(L"\"" + kFolder + L"uninstall.exe\"", RegText(kUninstallKey, L"UninstallString"));
-  EXPECT_EQ(kFolder + L"Quillon.dll", RegText(kClassKey + L"\\InprocServer32", nullptr));
-  EXPECT_EQ(L"Both", RegText(kClassKey + L"\\InprocServer32", L"ThreadingModel"));
-  EXPECT_NE(L"(none)", RegText(kEngineKey, L"FriendlyName"));
+  EXPECT_EQ(kFolder + L"Quillon.dll", RegText(kQuillonClassKey + L"\\InprocServer32", nullptr));
+  EXPECT_EQ(L"Both", RegText(kQuillonClassKey + L"\\InprocServer32", L"ThreadingModel"));
+  EXPECT_NE(L"(none)", RegText(kQuillonEngineKey, L"FriendlyName"));
   EXPECT_EQ(devices, Export(kMMDevices)) << "a silent install attached a microphone";
 
   // The installed command attaches with the installed library.
@@ -59,8 +56,8 @@ TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
   EXPECT_TRUE(PollUntil([] { return !Exists(kFolder); }, 120000)) << "the files stayed";
   EXPECT_EQ(devices, Export(kMMDevices)) << "the microphone was not restored";
   EXPECT_EQ(L"(none)", RegText(kUninstallKey, L"DisplayName"));
-  EXPECT_EQ("", Export(kClassKey));
-  EXPECT_EQ("", Export(kEngineKey));
+  EXPECT_EQ("", Export(kQuillonClassKey));
+  EXPECT_EQ("", Export(kQuillonEngineKey));
 }
 
 }  // namespace

@@ -13,31 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
 namespace quillon::test {
-
-// A connection buffer with guard samples after its end that must never change.
-struct GuardedBuffer {
-  static constexpr size_t kGuard = 64;
-  static constexpr float kGuardValue = -12345.0f;
-  std::vector<float> storage;
-  size_t samples = 0;
-
-  void Allocate(size_t count) {
-    samples = count;
-    storage.assign(count + kGuard, 0.0f);
-    for (size_t i = 0; i < kGuard; ++i) storage[count + i] = kGuardValue;
-  }
-  float* Data() { return storage.data(); }
-  bool GuardIntact() const {
-    for (size_t i = 0; i < kGuard; ++i) {
-      if (storage[samples + i] != kGuardValue) return false;
-    }
-    return true;
-  }
-};
 
 class EffectHarness {
  public:
@@ -75,18 +55,22 @@ class EffectHarness {
     return apo_->Initialize(sizeof(init), reinterpret_cast<BYTE*>(&init));
   }
 
-  // Locks float32 connections of `channels` at 48 kHz holding `maxFrames` frames.
+  // Locks float32 connections of `channels` at 48 kHz holding `maxFrames` frames,
+  // each followed by guard samples that must never change.
   HRESULT Lock(UINT32 channels, UINT32 maxFrames) {
     channels_ = channels;
     frames_ = maxFrames;
-    in_.Allocate(static_cast<size_t>(channels) * maxFrames);
-    out_.Allocate(static_cast<size_t>(channels) * maxFrames);
+    samples_ = static_cast<size_t>(channels) * maxFrames;
+    for (std::vector<float>* buffer : {&in_, &out_}) {
+      buffer->assign(samples_, 0.0f);
+      buffer->resize(samples_ + kGuard, kGuardValue);
+    }
     UNCOMPRESSEDAUDIOFORMAT format = MakeFloatFormat(channels, 48000.0f);
     CreateAudioMediaType(format, inFormat_.Put());
     CreateAudioMediaType(format, outFormat_.Put());
-    inDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(in_.Data()), maxFrames,
+    inDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(in_.data()), maxFrames,
                inFormat_.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
-    outDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(out_.Data()), maxFrames,
+    outDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(out_.data()), maxFrames,
                 outFormat_.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
     APO_CONNECTION_DESCRIPTOR* ins[] = {&inDesc_};
     APO_CONNECTION_DESCRIPTOR* outs[] = {&outDesc_};
@@ -106,17 +90,18 @@ class EffectHarness {
   // Returns the output samples; the output buffer starts filled with 99.
   std::vector<float> Process(const std::vector<float>& mic, UINT32 flags = BUFFER_VALID, UINT32 frames = 0) {
     if (frames == 0) frames = static_cast<UINT32>(mic.size() / channels_);
-    std::copy(mic.begin(), mic.begin() + std::min(mic.size(), in_.samples), in_.Data());
-    std::fill(out_.Data(), out_.Data() + out_.samples, 99.0f);
-    inProp_ = {reinterpret_cast<UINT_PTR>(in_.Data()), frames, flags, APO_CONNECTION_PROPERTY_SIGNATURE};
-    outProp_ = {reinterpret_cast<UINT_PTR>(out_.Data()), 0, BUFFER_INVALID, APO_CONNECTION_PROPERTY_SIGNATURE};
+    std::copy(mic.begin(), mic.begin() + std::min(mic.size(), samples_), in_.begin());
+    std::fill(out_.begin(), out_.begin() + samples_, 99.0f);
+    inProp_ = {reinterpret_cast<UINT_PTR>(in_.data()), frames, flags, APO_CONNECTION_PROPERTY_SIGNATURE};
+    outProp_ = {reinterpret_cast<UINT_PTR>(out_.data()), 0, BUFFER_INVALID, APO_CONNECTION_PROPERTY_SIGNATURE};
     APO_CONNECTION_PROPERTY* ins[] = {&inProp_};
     APO_CONNECTION_PROPERTY* outs[] = {&outProp_};
     rt_->APOProcess(1, ins, 1, outs);
-    EXPECT_TRUE(in_.GuardIntact());
-    EXPECT_TRUE(out_.GuardIntact());
-    size_t n = std::min<size_t>(static_cast<size_t>(frames) * channels_, out_.samples);
-    return std::vector<float>(out_.Data(), out_.Data() + n);
+    for (const std::vector<float>* buffer : {&in_, &out_}) {
+      EXPECT_EQ(kGuard, static_cast<size_t>(std::count(buffer->begin() + samples_, buffer->end(), kGuardValue)));
+    }
+    size_t n = std::min<size_t>(static_cast<size_t>(frames) * channels_, samples_);
+    return std::vector<float>(out_.begin(), out_.begin() + n);
   }
   const APO_CONNECTION_PROPERTY& OutputProperty() const { return outProp_; }
 
@@ -144,6 +129,8 @@ class EffectHarness {
   }
 
  private:
+  static constexpr size_t kGuard = 64;
+  static constexpr float kGuardValue = -12345.0f;
 
   tools::EndpointProperties store_;
   ComPtr<IAudioProcessingObject> apo_;
@@ -152,7 +139,8 @@ class EffectHarness {
   ComPtr<IAudioMediaType> inFormat_, outFormat_;
   APO_CONNECTION_DESCRIPTOR inDesc_{}, outDesc_{};
   APO_CONNECTION_PROPERTY inProp_{}, outProp_{};
-  GuardedBuffer in_, out_;
+  std::vector<float> in_, out_;
+  size_t samples_ = 0;
   UINT32 channels_ = 0, frames_ = 0;
   bool locked_ = false;
 };

@@ -4,6 +4,8 @@
 #pragma once
 
 #include "support/ChildProcess.h"
+#include "support/QuillonDll.h"
+#include "support/RegistryValue.h"
 #include "support/SharedFiles.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +18,15 @@ namespace quillon::test {
 inline const std::wstring kMMDevices = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices";
 // Each from its own literal: globals of other files may be made before these.
 inline const std::wstring kCapture = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\";
+// Where attach keeps the .reg backup of each endpoint it changed.
+inline const std::wstring kBackupFolder = L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\";
+
+// Every fixture's capture endpoint GUID, as its file spells it.
+inline const wchar_t* const kFixtureGuids[] = {
+    L"{7e570001-0000-4000-8000-000000000001}", L"{7e570002-0000-4000-8000-000000000002}",
+    L"{7e570003-0000-4000-8000-000000000003}", L"{7e570004-0000-4000-8000-000000000004}",
+    L"{7e570005-0000-4000-8000-000000000005}", L"{7e570006-0000-4000-8000-000000000006}",
+    L"{7E57000A-aBcD-4000-8000-00000000000A}"};
 
 inline long RunReg(const std::wstring& args) {
   ChildProcess reg(L"C:\\windows\\system32\\reg.exe", args, ExecutableFolder() + L"reg-out.txt");
@@ -43,5 +54,19 @@ inline std::string Export(const std::wstring& key) {
   RunReg(L"export \"HKLM\\" + key + L"\" \"" + file + L"\" /y");
   return ReadText(file);
 }
+
+// Removes, after each test, the seeded endpoints with Quillon's settings and
+// backups of them, and Quillon's registration.
+class EndpointTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (const wchar_t* guid : kFixtureGuids) {
+      DeleteKeys({kCapture + guid, EndpointKey(guid)});
+      DeleteFileW((kBackupFolder + guid + L".reg").c_str());
+    }
+    DeleteKeys({kMMDevices + L"\\Audio\\Render\\{7e570007-0000-4000-8000-000000000007}", kQuillonClassKey,
+                kQuillonEngineKey});
+  }
+};
 
 }  // namespace quillon::test

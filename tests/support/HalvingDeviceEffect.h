@@ -116,15 +116,17 @@ class HalvingEffectFactory final : public IClassFactory {
 };
 inline HalvingEffectFactory halvingEffectFactory;
 
-// The class registered with COM while this lives (COM initialised).
+// COM initialised on this thread and the class registered with it while this lives.
 class ScopedHalvingEffectClass {
  public:
   ScopedHalvingEffectClass() {
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     registered_ = CoRegisterClassObject(kDeviceClsid, &halvingEffectFactory, CLSCTX_INPROC_SERVER,
                                         REGCLS_MULTIPLEUSE, &cookie_);
   }
   ~ScopedHalvingEffectClass() {
     if (SUCCEEDED(registered_)) CoRevokeClassObject(cookie_);
+    CoUninitialize();
   }
   HRESULT Registered() const { return registered_; }
 

@@ -14,6 +14,10 @@ namespace quillon::test {
 // {27384E53-9860-0AC3-9519-C60EBCAA2C71}
 inline const CLSID kQuillonClsid = {0x27384E53, 0x9860, 0x0AC3, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}};
 inline const wchar_t* const kQuillonClsidText = L"{27384E53-9860-0AC3-9519-C60EBCAA2C71}";
+// Its class and its registration with the audio engine, under HKLM.
+inline const std::wstring kQuillonClassKey = L"SOFTWARE\\Classes\\CLSID\\{27384E53-9860-0AC3-9519-C60EBCAA2C71}";
+inline const std::wstring kQuillonEngineKey =
+    L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\{27384E53-9860-0AC3-9519-C60EBCAA2C71}";
 
 inline std::wstring QuillonDllPath() { return ExecutableFolder() + L"Quillon.dll"; }
 

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <string>
 
 namespace quillon::test {
@@ -36,14 +37,67 @@ inline CommandResult RunQuillon(const std::wstring& args, DWORD timeoutMs = 6000
   return result;
 }
 
-// The folder of the made sounds; the tests write their output files there too.
+// The folder of the made sounds; the tests write their output files there
+// too, each named out-<name>.
 inline std::wstring Sounds() { return ExecutableFolder() + L"..\\sounds\\"; }
+inline std::wstring Scratch(const std::wstring& name) { return Sounds() + L"out-" + name; }
+
+// `sound` written as the float32 WAV out-<name>.wav; its path.
+inline std::wstring WriteWav(const std::wstring& name, const audio::Sound& sound) {
+  const std::wstring path = Scratch(name + L".wav");
+  std::string error;
+  EXPECT_TRUE(audio::WriteSound(path, sound, error)) << error;
+  return path;
+}
+
+// quillon.exe running on its own, its output in out-<name>.txt.
+struct QuillonProcess {
+  QuillonProcess(const std::wstring& name, const std::wstring& args)
+      : output(Scratch(name + L".txt")), process(L"quillon.exe", args, output) {}
+  std::string Text() const { return ReadText(output); }
+  bool Ended() { return WaitForSingleObject(process.Handle(), 0) == WAIT_OBJECT_0; }
+  std::wstring output;
+  ChildProcess process;
+};
+
+// A test's name made of a file's: what is not a letter or a digit becomes '_'.
+inline std::string TestName(std::string name) {
+  for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+  return name;
+}
 
 inline audio::Sound LoadSound(const std::wstring& path) {
   audio::Sound sound;
   std::string error;
   EXPECT_TRUE(audio::ReadSound(path, sound, error)) << error;
   return sound;
+}
+
+// quillon-host as the engine of `endpoint` (with `hostArgs`) writing
+// out-<name>.wav, and, when `playerFile` is given, `quillon play` of it, which
+// waits for the host's effect to register; both run to their end.
+struct ToolRun {
+  std::string hostText, playerText;
+  long hostExit = -1, playerExit = -1;
+  audio::Sound output;
+};
+
+inline ToolRun HostAndPlayer(const std::wstring& endpoint, const std::wstring& hostArgs,
+                             const std::wstring& playerFile, const std::wstring& name) {
+  ToolRun run;
+  ChildProcess host(L"quillon-host.exe",
+                    L"--endpoint " + endpoint + L" --out \"" + Scratch(name + L".wav") + L"\" " + hostArgs,
+                    Scratch(name + L"-host.txt"));
+  if (!playerFile.empty()) {
+    QuillonProcess player(name + L"-player",
+                          L"play --verbose --wait 20 --mic " + endpoint + L" \"" + playerFile + L"\"");
+    run.playerExit = player.process.Wait(120000);
+    run.playerText = player.Text();
+  }
+  run.hostExit = host.Wait(120000);
+  run.hostText = ReadText(Scratch(name + L"-host.txt"));
+  run.output = LoadSound(Scratch(name + L".wav"));
+  return run;
 }
 
 }  // namespace quillon::test

@@ -10,11 +10,15 @@ namespace quillon::test {
 
 inline const wchar_t* const kQuillonKey = L"SOFTWARE\\Marrowin\\Quillon";
 
-// An HKLM text value, or "(none)".
-inline std::wstring RegText(const std::wstring& key, const wchar_t* name) {
-  wchar_t text[512] = {};
+// Quillon's settings of one endpoint (Original-Apo), and of its stream (MicAmpInDb).
+inline std::wstring EndpointKey(const std::wstring& endpoint) { return std::wstring(kQuillonKey) + L"\\" + endpoint; }
+inline std::wstring GainKey(const std::wstring& endpoint) { return EndpointKey(endpoint) + L",1"; }
+
+// An HKLM value of `types` as text (a multi-string's first), or "(none)".
+inline std::wstring RegText(const std::wstring& key, const wchar_t* name, DWORD types = RRF_RT_REG_SZ) {
+  wchar_t text[2048] = {};
   DWORD size = sizeof(text);
-  const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_SZ, nullptr, text, &size);
+  const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, types, nullptr, text, &size);
   return status == ERROR_SUCCESS ? text : L"(none)";
 }
 

@@ -15,41 +15,19 @@
 namespace quillon::test {
 namespace {
 
-const std::wstring kQuillonSettings = L"SOFTWARE\\Marrowin\\Quillon";
-const std::wstring kBackupFolder = L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\";
 constexpr const wchar_t* kStream = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},5";
 constexpr const wchar_t* kPreMix = L"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},1";
 constexpr const wchar_t* kModes = L"{d3993a3f-99c2-4402-b5ec-a92a0367664b},5";
 constexpr const wchar_t* kEffectsOff = L"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5";
-
-// Every fixture's endpoint GUID, as its file spells it.
-const wchar_t* const kFixtureGuids[] = {
-    L"{7e570001-0000-4000-8000-000000000001}", L"{7e570002-0000-4000-8000-000000000002}",
-    L"{7e570003-0000-4000-8000-000000000003}", L"{7e570004-0000-4000-8000-000000000004}",
-    L"{7e570005-0000-4000-8000-000000000005}", L"{7e570006-0000-4000-8000-000000000006}",
-    L"{7E57000A-aBcD-4000-8000-00000000000A}"};
 const wchar_t* const kStreamOnly = kFixtureGuids[0];
 
 std::wstring Slot(const std::wstring& guid, const wchar_t* name) {
   return RegText(kCapture + guid + L"\\FxProperties", name);
 }
 
-std::wstring OriginalApo(const std::wstring& guid) {
-  return RegText(kQuillonSettings + L"\\" + guid, L"Original-Apo");
-}
+std::wstring OriginalApo(const std::wstring& guid) { return RegText(EndpointKey(guid), L"Original-Apo"); }
 
-class AttachTest : public ::testing::Test {
- protected:
-  void TearDown() override {
-    for (const wchar_t* guid : kFixtureGuids) {
-      DeleteKeys({kCapture + guid, kQuillonSettings + L"\\" + guid});
-      DeleteFileW((kBackupFolder + guid + L".reg").c_str());
-    }
-    DeleteKeys({kMMDevices + L"\\Audio\\Render\\{7e570007-0000-4000-8000-000000000007}",
-                L"SOFTWARE\\Classes\\CLSID\\" + std::wstring(kQuillonClsidText),
-                L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\" + std::wstring(kQuillonClsidText)});
-  }
-};
+using AttachTest = EndpointTest;
 
 struct Layout {
   const char* fixture;
@@ -90,7 +68,7 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
   ASSERT_EQ(0, detach.exit) << detach.text;
   EXPECT_EQ(before, Export(kMMDevices));
   EXPECT_EQ(L"(none)", OriginalApo(c.guid));
-  EXPECT_FALSE(RegHas(kQuillonSettings + L"\\" + c.guid + L"\\Backup", L"Slot"));
+  EXPECT_FALSE(RegHas(EndpointKey(c.guid) + L"\\Backup", L"Slot"));
   EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((kBackupFolder + c.guid + L".reg").c_str()));
 }
 
@@ -107,39 +85,13 @@ INSTANTIATE_TEST_SUITE_P(
                L"{33333333-4444-5555-6666-777777777777}"},
         Layout{"mixed-case", L"{7e57000a-ABCD-4000-8000-00000000000a}", L"", kStream,
                L"{b0c5e7a2-4D1F-4e8b-9A63-2f7d5c1e8b40}"}),
-    [](const ::testing::TestParamInfo<Layout>& info) {
-      std::string name = info.param.fixture;
-      for (char& c : name) c = c == '-' ? '_' : c;
-      return name;
-    });
-
-// A driver update writes its own effect into the slot: reattach keeps the new
-// effect as the original, and detach gives the driver's values back.
-TEST_F(AttachTest, ReattachRecoversARewrittenSlot) {
-  Seed("stream-only");
-  ASSERT_EQ(0, RunQuillon(L"attach \"stream mic\"").exit);
-  const std::wstring newEffect = L"{99999999-8888-7777-6666-555555555555}";
-  ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + kCapture + kStreamOnly + L"\\FxProperties\" /v \"" + kStream +
-                      L"\" /t REG_SZ /d " + newEffect + L" /f"));
-  const std::string rewritten = Export(kMMDevices);
-  EXPECT_NE(std::string::npos, RunQuillon(L"mics").text.find("its effects were rewritten (quillon reattach)"));
-
-  CommandResult dryRun = RunQuillon(L"reattach --dry-run");
-  EXPECT_EQ(0, dryRun.exit) << dryRun.text;
-  EXPECT_EQ(newEffect, Slot(kStreamOnly, kStream)) << "a dry run wrote";
-  CommandResult reattach = RunQuillon(L"reattach");
-  ASSERT_EQ(0, reattach.exit) << reattach.text;
-  EXPECT_EQ(kQuillonClsidText, Slot(kStreamOnly, kStream));
-  EXPECT_EQ(newEffect, OriginalApo(kStreamOnly));
-  EXPECT_NE(std::string::npos, RunQuillon(L"reattach").text.find("nothing to do"));
-
-  ASSERT_EQ(0, RunQuillon(L"detach \"stream mic\"").exit);
-  EXPECT_EQ(rewritten, Export(kMMDevices));
-}
+    [](const ::testing::TestParamInfo<Layout>& info) { return TestName(info.param.fixture); });
 
 // mics shows each layout as it is: state, slots, effects turned off, and
-// whether Quillon is there with a backup.
-TEST_F(AttachTest, MicsShowsEveryLayout) {
+// whether Quillon is there with a backup. Then a driver update writes its own
+// effect into the attached slot: mics says so, reattach keeps the new effect
+// as the original, and detach gives the driver's values back.
+TEST_F(AttachTest, MicsShowsEveryLayoutThenReattachRecoversARewrittenSlot) {
   for (const char* fixture : {"stream-only", "older-scheme", "no-effects", "composite", "effects-off", "not-present"}) {
     Seed(fixture);
   }
@@ -155,42 +107,52 @@ TEST_F(AttachTest, MicsShowsEveryLayout) {
         "stream processing modes: {C}\n            all effects are turned off\n", "  state     not present\n"}) {
     EXPECT_NE(std::string::npos, mics.find(shown)) << shown << "\nin:\n" << mics;
   }
+
+  const std::wstring newEffect = L"{99999999-8888-7777-6666-555555555555}";
+  ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + kCapture + kStreamOnly + L"\\FxProperties\" /v \"" + kStream +
+                      L"\" /t REG_SZ /d " + newEffect + L" /f"));
+  const std::string rewritten = Export(kMMDevices);
+  EXPECT_NE(std::string::npos, RunQuillon(L"mics").text.find("its effects were rewritten (quillon reattach)"));
+  CommandResult dryRun = RunQuillon(L"reattach --dry-run");
+  EXPECT_EQ(0, dryRun.exit) << dryRun.text;
+  EXPECT_EQ(newEffect, Slot(kStreamOnly, kStream)) << "a dry run wrote";
+  CommandResult reattach = RunQuillon(L"reattach");
+  ASSERT_EQ(0, reattach.exit) << reattach.text;
+  EXPECT_EQ(kQuillonClsidText, Slot(kStreamOnly, kStream));
+  EXPECT_EQ(newEffect, OriginalApo(kStreamOnly));
+  EXPECT_NE(std::string::npos, RunQuillon(L"reattach").text.find("nothing to do"));
+
+  ASSERT_EQ(0, RunQuillon(L"detach \"stream mic\"").exit);
+  EXPECT_EQ(rewritten, Export(kMMDevices));
 }
 
 // What the audio engine does with the slot after attach: the class id read
 // from it, created through ole32, is Quillon, and Quillon runs the effect the
 // slot held before (the tests' device effect, which halves every sample).
 // Quillon comes from the class key attach wrote; the device effect from a
-// class registered in this process.
+// class registered in this process. The endpoint is the one whose GUID the
+// registry spells in mixed case.
 TEST_F(AttachTest, TheSlotCreatesQuillonWrappingTheOriginal) {
-  for (const wchar_t* guid : {kStreamOnly, kFixtureGuids[6]}) {
-    SCOPED_TRACE(guid == kStreamOnly ? "stream-only" : "mixed-case");
-    Seed(guid == kStreamOnly ? "stream-only" : "mixed-case");
-    ASSERT_EQ(0, RunQuillon(L"attach " + std::wstring(guid)).exit);
-    CLSID clsid;
-    ASSERT_EQ(S_OK, CLSIDFromString(Slot(guid, kStream).c_str(), &clsid));
-    ASSERT_TRUE(IsEqualCLSID(kQuillonClsid, clsid));
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    {
-      ScopedHalvingEffectClass device;
-      ASSERT_EQ(S_OK, device.Registered());
-      ComPtr<IAudioProcessingObject> apo;
-      ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject,
-                                       apo.PutVoid()));
-      // The engine gives the endpoint's GUID in whatever case it has.
-      std::wstring endpoint = guid;
-      for (wchar_t& c : endpoint) c = static_cast<wchar_t>(towlower(c));
-      EffectHarness h(endpoint.c_str(), apo);
-      ASSERT_EQ(S_OK, h.Initialize());
-      ASSERT_EQ(S_OK, h.Lock(2, 4));
-      const std::vector<float> out = h.Process({0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f});
-      EXPECT_FLOAT_EQ(0.25f, out[0]);
-      EXPECT_FLOAT_EQ(-0.5f, out[5]);
-      ASSERT_EQ(S_OK, h.Unlock());
-    }
-    CoUninitialize();
-    ASSERT_EQ(0, RunQuillon(L"detach --all").exit);
-  }
+  const std::wstring guid = kFixtureGuids[6];
+  Seed("mixed-case");
+  ASSERT_EQ(0, RunQuillon(L"attach " + guid).exit);
+  CLSID clsid;
+  ASSERT_EQ(S_OK, CLSIDFromString(Slot(guid, kStream).c_str(), &clsid));
+  ASSERT_TRUE(IsEqualCLSID(kQuillonClsid, clsid));
+  ScopedHalvingEffectClass device;
+  ASSERT_EQ(S_OK, device.Registered());
+  ComPtr<IAudioProcessingObject> apo;
+  ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject, apo.PutVoid()));
+  // The engine gives the endpoint's GUID in whatever case it has.
+  std::wstring endpoint = guid;
+  for (wchar_t& c : endpoint) c = static_cast<wchar_t>(towlower(c));
+  EffectHarness h(endpoint.c_str(), apo);
+  ASSERT_EQ(S_OK, h.Initialize());
+  ASSERT_EQ(S_OK, h.Lock(2, 4));
+  const std::vector<float> out = h.Process({0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f});
+  EXPECT_FLOAT_EQ(0.25f, out[0]);
+  EXPECT_FLOAT_EQ(-0.5f, out[5]);
+  ASSERT_EQ(S_OK, h.Unlock());
 }
 
 // A token without the Administrators group, as an unelevated user has.
@@ -247,7 +209,7 @@ TEST_P(Refused, SaysWhyAndWritesNothing) {
   ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + kCapture + kFixtureGuids[1] + L"\\FxProperties\" /v \"" + kPreMix +
                       L"\" /t REG_SZ /d " + kQuillonClsidText + L" /f"));
   if (c.before != nullptr) ASSERT_EQ(0, RunQuillon(c.before).exit);
-  const std::string devices = Export(kMMDevices), settings = Export(kQuillonSettings);
+  const std::string devices = Export(kMMDevices), settings = Export(kQuillonKey);
   const std::string backup = test::ReadText(kBackupFolder + kStreamOnly + L".reg");
 
   UniqueHandle token = c.how == Refusal::kUnelevated ? UnelevatedToken() : UniqueHandle();
@@ -260,7 +222,7 @@ TEST_P(Refused, SaysWhyAndWritesNothing) {
   EXPECT_NE(std::string::npos, first.find(c.says)) << r.text;
   if (c.exit != 0) EXPECT_EQ(0u, first.rfind("quillon: ", 0)) << r.text;
   EXPECT_EQ(devices, Export(kMMDevices));
-  EXPECT_EQ(settings, Export(kQuillonSettings));
+  EXPECT_EQ(settings, Export(kQuillonKey));
   EXPECT_EQ(backup, test::ReadText(kBackupFolder + kStreamOnly + L".reg"));
 }
 

@@ -23,21 +23,16 @@ const std::wstring kMicB = std::wstring(L"{0.0.1.00000000}.") + kGuidB;
 std::wstring Sound(const wchar_t* name) { return L"\"" + Sounds() + name + L"\""; }
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-// Every setting the command writes, removed before and after each test.
-void RemoveSettings() {
-  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kQuillonKey, L"FilterBlockVoice");
-  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel");
-  for (const std::wstring& mic : {kMicA, kMicB}) {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, (std::wstring(kQuillonKey) + L"\\" + mic + L",1").c_str());
-  }
-}
-
+// Every setting the command writes, and the names of the microphones,
+// removed before and after each test.
 class Command : public ::testing::Test {
  protected:
-  void SetUp() override { RemoveSettings(); }
+  void SetUp() override { TearDown(); }
   void TearDown() override {
-    RemoveSettings();
-    for (const wchar_t* guid : {kGuidA, kGuidB}) RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kCapture + std::wstring(guid)).c_str());
+    for (const wchar_t* name : {L"FilterBlockVoice", L"LogLevel"}) {
+      RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kQuillonKey, name);
+    }
+    DeleteKeys({GainKey(kMicA), GainKey(kMicB), kCapture + kGuidA, kCapture + kGuidB});
   }
 
   // Two running instances whose microphones Windows names.
@@ -80,7 +75,7 @@ TEST_P(Answers, ExitCodeAndText) {
   EXPECT_EQ(1, std::count(r.text.begin(), r.text.end(), '\n')) << r.text;
   EXPECT_FALSE(RegHas(kQuillonKey, L"FilterBlockVoice"));
   EXPECT_FALSE(RegHas(kQuillonKey, L"LogLevel"));
-  EXPECT_FALSE(RegHas(std::wstring(kQuillonKey) + L"\\" + kMicA + L",1", L"MicAmpInDb"));
+  EXPECT_FALSE(RegHas(GainKey(kMicA), L"MicAmpInDb"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -132,8 +127,7 @@ TEST_P(MicChoice, PicksOneOrListsTheCandidates) {
   const CommandResult r = RunQuillon(L"set gain 7" + (c.mic.empty() ? L"" : L" --mic \"" + c.mic + L"\""));
   EXPECT_TRUE(Has(r.text, c.says)) << r.text;
   for (const std::wstring* mic : {&kMicA, &kMicB}) {
-    const std::wstring key = std::wstring(kQuillonKey) + L"\\" + *mic + L",1";
-    EXPECT_EQ(mic == c.chosen ? 7u : 0xDEADu, RegDword(key, L"MicAmpInDb")) << r.text;
+    EXPECT_EQ(mic == c.chosen ? 7u : 0xDEADu, RegDword(GainKey(*mic), L"MicAmpInDb")) << r.text;
   }
   EXPECT_EQ(c.chosen != nullptr ? 0 : 1, r.exit) << r.text;
   if (c.chosen == nullptr) {
@@ -165,10 +159,7 @@ TEST_F(Command, SettingsAreWrittenWhereTheEffectReadsThem) {
     ASSERT_EQ(0, r.exit) << r.text;
   }
   EXPECT_EQ(1u, RegDword(kQuillonKey, L"FilterBlockVoice"));
-  wchar_t level[16] = {};
-  DWORD size = sizeof(level);
-  RegGetValueW(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel", RRF_RT_REG_SZ, nullptr, level, &size);
-  EXPECT_STREQ(L"warn", level);
+  EXPECT_EQ(L"warn", RegText(kQuillonKey, L"LogLevel"));
 
   r = RunQuillon(L"settings");
   EXPECT_EQ(0, r.exit);
@@ -187,8 +178,7 @@ TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
   StartTwo();
   const int32_t slotA = SlotOf(kMicA), slotB = SlotOf(kMicB);
   // A player connected to A (no period runs, so it waits on its first block).
-  ChildProcess player(L"quillon.exe", L"play --mic headset \"" + Sounds() + L"tone.wav\"",
-                      ExecutableFolder() + L"list-player.txt");
+  QuillonProcess player(L"list-player", L"play --mic headset \"" + Sounds() + L"tone.wav\"");
   std::string text;
   ASSERT_TRUE(PollUntil([&] {
     text = RunQuillon(L"list").text;
@@ -200,8 +190,8 @@ TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
   EXPECT_TRUE(Has(text, rowA)) << text;
   EXPECT_TRUE(Has(text, rowB)) << text;
   EXPECT_TRUE(Has(text, tools::Narrow(kMicA))) << text;
-  ASSERT_TRUE(player.Interrupt(CTRL_C_EVENT));
-  EXPECT_EQ(130, player.Wait());
+  ASSERT_TRUE(player.process.Interrupt(CTRL_C_EVENT));
+  EXPECT_EQ(130, player.process.Wait());
   EXPECT_TRUE(Has(RunQuillon(L"list").text, rowB));
   EXPECT_FALSE(Has(RunQuillon(L"list").text, "yes"));
 }
@@ -226,13 +216,12 @@ TEST_F(Command, LogPrintsTheLastLinesAndFollows) {
   const std::string all = RunQuillon(L"log --lines 0").text;
   EXPECT_EQ(7, std::count(all.begin(), all.end(), '\n')) << all;
 
-  const std::wstring out = ExecutableFolder() + L"log-follow.txt";
-  ChildProcess follow(L"quillon.exe", L"log --follow --lines 1", out);
-  ASSERT_TRUE(PollUntil([&] { return Has(ReadText(out), "late line 2 "); }));
+  QuillonProcess follow(L"log-follow", L"log --follow --lines 1");
+  ASSERT_TRUE(PollUntil([&] { return Has(follow.Text(), "late line 2 "); }));
   ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write followed 2").Wait());
-  EXPECT_TRUE(PollUntil([&] { return Has(ReadText(out), "followed line 1 "); })) << ReadText(out);
-  ASSERT_TRUE(follow.Interrupt(CTRL_C_EVENT));
-  EXPECT_EQ(130, follow.Wait());
+  EXPECT_TRUE(PollUntil([&] { return Has(follow.Text(), "followed line 1 "); })) << follow.Text();
+  ASSERT_TRUE(follow.process.Interrupt(CTRL_C_EVENT));
+  EXPECT_EQ(130, follow.process.Wait());
   DeleteFileW((std::wstring(kLogPath) + L"-old").c_str());
 }
 

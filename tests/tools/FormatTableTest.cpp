@@ -41,21 +41,14 @@ TEST_P(FormatTable, PlayedSoundMatchesSoxConversion) {
   const Row& row = GetParam();
   const std::wstring name(row.name, row.name + std::strlen(row.name));
   const std::wstring file = Sounds() + name + L"." + std::wstring(row.ext, row.ext + std::strlen(row.ext));
-  const std::wstring out = Sounds() + L"out-" + name + L".wav";
   const audio::Sound ref = LoadSound(Sounds() + name + L"-ref.wav");
   ASSERT_EQ(row.streamChannels, ref.channels);
   const double seconds = static_cast<double>(ref.samples.size()) / ref.channels / 48000;
-
-  ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMic) + L" --channels " +
-                                             std::to_wstring(row.streamChannels) + L" --seconds " +
-                                             std::to_wstring(seconds + 2.0) + L" --out \"" + out + L"\"",
-                    Sounds() + L"out-host.txt");
-  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
-  const CommandResult play = RunQuillon(L"play --mic " + std::wstring(kMic) + L" \"" + file + L"\"");
-  EXPECT_EQ(0, play.exit) << play.text;
-  ASSERT_EQ(0, host.Wait(60000)) << ReadText(Sounds() + L"out-host.txt");
-
-  const audio::Sound played = LoadSound(out);
+  const ToolRun run = HostAndPlayer(kMic, L"--channels " + std::to_wstring(row.streamChannels) + L" --seconds " +
+                                              std::to_wstring(seconds + 2.0), file, name);
+  EXPECT_EQ(0, run.playerExit) << run.playerText;
+  ASSERT_EQ(0, run.hostExit) << run.hostText;
+  const audio::Sound& played = run.output;
   ASSERT_EQ(row.streamChannels, played.channels);
   // The lag: where the first channel correlates best, searched around the
   // first sound in the output (the resamplers' delays differ by a few frames).
@@ -93,11 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Row{"f32-six-48k-to6", "wav", 6}, Row{"s16-six-44k-to1", "wav", 1},
                       Row{"flac-stereo-44k-to2", "flac", 2}, Row{"vorbis-mono-32k-to2", "ogg", 2},
                       Row{"opus-stereo-48k-to2", "opus", 2}, Row{"mp3-mono-44k-to2", "mp3", 2}),
-    [](const auto& info) {
-      std::string name = info.param.name;
-      for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-      return name;
-    });
+    [](const auto& info) { return TestName(info.param.name); });
 
 }  // namespace
 }  // namespace quillon::test

@@ -23,29 +23,14 @@ constexpr const wchar_t* kMicC = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-000
 constexpr UINT32 kFrames = 480;  // 10 ms at 48 kHz
 constexpr DWORD kBound = 30000;  // bound of every wait and poll
 
-std::wstring Scratch(const std::wstring& name) { return ExecutableFolder() + L"player-" + name; }
-
 float Ramp(size_t k) { return static_cast<float>(k + 1) / 65536.0f; }
 
-// A float32 WAV at 48 kHz of `samples` ramp values.
+// A WAV at 48 kHz of `samples` ramp values.
 std::wstring RampFile(const std::wstring& name, uint16_t channels, size_t samples) {
-  std::vector<float> ramp(samples);
-  for (size_t k = 0; k < samples; ++k) ramp[k] = Ramp(k);
-  const std::wstring path = Scratch(name + L".wav");
-  std::string error;
-  EXPECT_TRUE(audio::WriteSound(path, {48000, channels, std::move(ramp)}, error)) << error;
-  return path;
+  audio::Sound ramp{48000, channels, std::vector<float>(samples)};
+  for (size_t k = 0; k < samples; ++k) ramp.samples[k] = Ramp(k);
+  return WriteWav(name, ramp);
 }
-
-// quillon.exe with its output in a file of its own.
-struct Player {
-  Player(const std::wstring& name, const std::wstring& args)
-      : output(Scratch(name + L"-out.txt")), process(L"quillon.exe", args, output) {}
-  std::string Text() const { return ReadText(output); }
-  bool Ended() { return WaitForSingleObject(process.Handle(), 0) == WAIT_OBJECT_0; }
-  std::wstring output;
-  ChildProcess process;
-};
 
 std::wstring PlayArgs(const wchar_t* endpoint, const std::wstring& file, const std::wstring& extra = L"") {
   return L"play --verbose --wait 20 --mic " + std::wstring(endpoint) + L" " + extra + L" \"" + file + L"\"";
@@ -106,7 +91,7 @@ TEST_F(PlayerProtocol, WaitsForTheFormatOfAnOlderEffect) {
     slots->inUse[slot] = 1;
     wcscpy(slots->endpointIds[slot], kMicA);
   }
-  Player player(L"late", PlayArgs(kMicA, RampFile(L"late", 2, 960)));
+  QuillonProcess player(L"late", PlayArgs(kMicA, RampFile(L"late", 2, 960)));
   Sleep(700);  // the format comes late: meanwhile the player finds the slot in use without one
   block->format = MakeFloatFormat(2, 48000.0f);
   EXPECT_TRUE(PollUntil([&] { return block->dataReady == 1; })) << player.Text();
@@ -126,24 +111,13 @@ TEST_F(PlayerProtocol, NeverWritesOverAnotherPlayersBlock) {
     block->byteCount = 400;
     block->dataReady = 1;
   }
-  Player player(L"foreign", L"play --mic " + std::wstring(kMicA) + L" \"" + RampFile(L"foreign", 2, 960) + L"\"");
+  QuillonProcess player(L"foreign",
+                        L"play --mic " + std::wstring(kMicA) + L" \"" + RampFile(L"foreign", 2, 960) + L"\"");
   EXPECT_EQ(1, player.process.Wait(kBound));
   EXPECT_NE(std::string::npos, player.Text().find("another player is sending to this microphone")) << player.Text();
   EXPECT_EQ(1u, block->dataReady);
   EXPECT_EQ(400u, block->byteCount);
   for (size_t i = 0; i < 100; ++i) ASSERT_EQ(-Ramp(i), block->samples[i]) << i;
-}
-
-// A stop request that an interrupted stop left set would drop every block.
-TEST_F(PlayerProtocol, ClearsAStopRequestLeftSet) {
-  auto h = Start(kMicA, 2);
-  TransferView(SlotOf(kMicA))->stopRequest = 1;
-  Player player(L"stale-stop", PlayArgs(kMicA, RampFile(L"stale-stop", 2, 9600)));
-  // The player ends once its last block is queued: run until it was heard.
-  const std::vector<float> heard = h->RunUntil([&](auto& heard) { return heard.size() >= 9600; });
-  EXPECT_EQ(0, player.process.Wait(kBound)) << player.Text();
-  ASSERT_EQ(9600u, heard.size());
-  for (size_t k = 0; k < heard.size(); ++k) ASSERT_EQ(Ramp(k), heard[k]) << k;
 }
 
 // The instance unlocks mid-play and the lowest free slot goes to another
@@ -158,7 +132,7 @@ class PlayerReplaced : public PlayerProtocol, public ::testing::WithParamInterfa
 
 TEST_P(PlayerReplaced, StopsSendingAndSaysSo) {
   auto first = Start(kMicA, 2);
-  Player player(L"replaced", PlayArgs(kMicA, RampFile(L"replaced", 2, 48000 * 2 * 5), L"--block-ms 10"));
+  QuillonProcess player(L"replaced", PlayArgs(kMicA, RampFile(L"replaced", 2, 48000 * 2 * 5), L"--block-ms 10"));
   first->RunUntil([](auto& heard) { return heard.size() > 960; });
   ASSERT_EQ(S_OK, first->Unlock());
   first.reset();
@@ -182,7 +156,7 @@ class PlayerInterrupted : public PlayerProtocol, public ::testing::WithParamInte
 TEST_P(PlayerInterrupted, WhilePlayingDropsTheQueuedSound) {
   auto h = Start(kMicA, 2);
   TransferView block(SlotOf(kMicA));
-  Player player(L"interrupted", PlayArgs(kMicA, RampFile(L"interrupted", 2, 48000 * 2 * 5)));
+  QuillonProcess player(L"interrupted", PlayArgs(kMicA, RampFile(L"interrupted", 2, 48000 * 2 * 5)));
   h->RunUntil([](auto& heard) { return !heard.empty(); });
   ASSERT_TRUE(player.process.Interrupt(GetParam()));
   h->RunUntil([&](auto&) { return player.Ended(); });  // the stop request is answered by a period
@@ -199,7 +173,7 @@ INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerInterrupted,
 TEST_F(PlayerProtocol, InterruptedWhileStoppingClearsTheStopRequest) {
   auto h = Start(kMicA, 2);  // no period runs, so the stop request is never answered
   TransferView block(SlotOf(kMicA));
-  Player stopper(L"stopping", L"stop --mic " + std::wstring(kMicA));
+  QuillonProcess stopper(L"stopping", L"stop --mic " + std::wstring(kMicA));
   ASSERT_TRUE(PollUntil([&] { return block->stopRequest != 0; }));
   ASSERT_TRUE(stopper.process.Interrupt(CTRL_C_EVENT));
   EXPECT_EQ(130, stopper.process.Wait(kBound)) << stopper.Text();
@@ -209,9 +183,9 @@ TEST_F(PlayerProtocol, InterruptedWhileStoppingClearsTheStopRequest) {
 // The engine's process dies mid-play: no unregistration, the slot stays in use.
 TEST_F(PlayerProtocol, NoticesAnEffectThatStoppedAnswering) {
   ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMicA) + L" --seconds 60 --out \"" +
-                                             Scratch(L"dying.wav") + L"\"");
+                                             Scratch(L"dying-host.wav") + L"\"");
   ASSERT_TRUE(PollUntil([] { return SlotOf(kMicA) >= 0; }));
-  Player player(L"dying", PlayArgs(kMicA, RampFile(L"dying", 2, 48000 * 2 * 20)));
+  QuillonProcess player(L"dying", PlayArgs(kMicA, RampFile(L"dying", 2, 48000 * 2 * 20)));
   ASSERT_TRUE(PollUntil([&] { return player.Text().find("first block taken") != std::string::npos; }));
   host.Kill();
   const auto killed = std::chrono::steady_clock::now();
@@ -223,18 +197,19 @@ TEST_F(PlayerProtocol, NoticesAnEffectThatStoppedAnswering) {
 }
 
 // Blocks hold whole frames and a partial last frame is dropped: six channels,
-// blocks as large as the mapping allows, 20000 frames and 3 samples.
+// blocks as large as the mapping allows, 20000 frames and 3 samples. A stop
+// request that an interrupted stop left set is cleared, or it would drop
+// every block.
 TEST_F(PlayerProtocol, BlocksHoldWholeFrames) {
   constexpr size_t kFileFrames = 20000;
   std::vector<float> sound(kFileFrames * 6 + 3);
   for (size_t k = 0; k < sound.size(); ++k) sound[k] = static_cast<float>(k % 6 + 1 + 8 * (k / 6));
-  const std::wstring file = Scratch(L"six.wav");
-  std::string error;
-  ASSERT_TRUE(audio::WriteSound(file, {48000, 6, sound}, error)) << error;
+  const std::wstring file = WriteWav(L"six", {48000, 6, sound});
   auto h = Start(kMicA, 6);
   h->Process(std::vector<float>(6 * kFrames, 0.0f));  // sizes the chunk
   TransferView block(SlotOf(kMicA));
-  Player player(L"six", PlayArgs(kMicA, file, L"--block-ms 1000"));
+  block->stopRequest = 1;
+  QuillonProcess player(L"six", PlayArgs(kMicA, file, L"--block-ms 1000"));
   // The first block (65532 samples) fills the queue; the rest waits as the second.
   const uint32_t secondBytes = static_cast<uint32_t>((kFileFrames * 6 - 65532) * sizeof(float));
   EXPECT_TRUE(PollUntil([&] { return block->dataReady == 1 && block->byteCount == secondBytes; }))
@@ -261,12 +236,12 @@ TEST_F(PlayerProtocol, ManyInstancesAndLockPeriodsLoseNothing) {
   for (int round = 0; round < 4; ++round) {
     if (round == 1) GetProcessHandleCount(GetCurrentProcess(), &handlesBefore);
     std::vector<std::unique_ptr<EffectHarness>> effects;
-    std::vector<std::unique_ptr<Player>> players;
+    std::vector<std::unique_ptr<QuillonProcess>> players;
     std::vector<std::vector<float>> heard(3);
     for (int i = 0; i < 3; ++i) {
       effects.push_back(Start(mics[i], 2));
       players.push_back(
-          std::make_unique<Player>(L"many" + std::to_wstring(i), PlayArgs(mics[i], file, L"--block-ms 10")));
+          std::make_unique<QuillonProcess>(L"many" + std::to_wstring(i), PlayArgs(mics[i], file, L"--block-ms 10")));
     }
     const std::vector<float> silence(2 * kFrames, 0.0f);
     EXPECT_TRUE(PollUntil([&] {
