@@ -88,26 +88,23 @@ class DeviceEffectAnswers : public DeviceEffectTest {
   void SetUp() override {
     DeviceEffectTest::SetUp();
     ASSERT_TRUE(original_.SetString(kDeviceClsidText));
-    apo_ = dll_.CreateEffect();
-    h_ = std::make_unique<EffectHarness>(kEndpoint, apo_);
+    h_ = std::make_unique<EffectHarness>(kEndpoint, dll_.CreateEffect());
     ASSERT_EQ(S_OK, h_->Initialize());
   }
   void TearDown() override {
     h_.reset();
-    apo_ = ComPtr<IAudioProcessingObject>();
     DeviceEffectTest::TearDown();
   }
 
-  ComPtr<IAudioProcessingObject> apo_;
   std::unique_ptr<EffectHarness> h_;
 };
 
 TEST_F(DeviceEffectAnswers, LatencyIsTheDeviceEffects) {
   answers.latency = 20000;
   HNSTIME time = 0;
-  EXPECT_EQ(S_OK, apo_->GetLatency(&time));
+  EXPECT_EQ(S_OK, h_->Apo()->GetLatency(&time));
   EXPECT_EQ(20000, time);
-  EXPECT_EQ(E_POINTER, apo_->GetLatency(nullptr));
+  EXPECT_EQ(E_POINTER, h_->Apo()->GetLatency(nullptr));
 }
 
 TEST_F(DeviceEffectAnswers, AnyFormatAnswerButOkIsFinal) {
@@ -116,7 +113,7 @@ TEST_F(DeviceEffectAnswers, AnyFormatAnswerButOkIsFinal) {
   for (HRESULT answer : {S_FALSE, static_cast<HRESULT>(0x887D0003)}) {
     answers.format = answer;
     ComPtr<IAudioMediaType> supported;
-    EXPECT_EQ(answer, apo_->IsInputFormatSupported(nullptr, format.Get(), supported.Put()));
+    EXPECT_EQ(answer, h_->Apo()->IsInputFormatSupported(nullptr, format.Get(), supported.Put()));
     EXPECT_EQ(format.Get(), supported.Get()) << "the device effect's suggestion stays";
   }
   EXPECT_NE(std::string::npos, LogText().find("Input format is not supported by original apo [Code=887d0003"));
@@ -125,7 +122,7 @@ TEST_F(DeviceEffectAnswers, AnyFormatAnswerButOkIsFinal) {
 TEST_F(DeviceEffectAnswers, AcceptedFormatStillPassesTheEffectsCheck) {
   ComPtr<IAudioMediaType> pcm, supported;
   CreateAudioMediaType(MakeUncompressedFormat(KSDATAFORMAT_SUBTYPE_PCM_GUID, 2, 2, 16, 48000), pcm.Put());
-  EXPECT_EQ(S_FALSE, apo_->IsInputFormatSupported(nullptr, pcm.Get(), supported.Put()));
+  EXPECT_EQ(S_FALSE, h_->Apo()->IsInputFormatSupported(nullptr, pcm.Get(), supported.Put()));
   supported = ComPtr<IAudioMediaType>();
   EXPECT_EQ(2u, pcm->AddRef()) << "the device effect's reference to its answer was given back";
   pcm->Release();

@@ -52,10 +52,8 @@ TEST_F(EntryPoints, FactoryReferenceCountsAndUnloading) {
 }
 
 TEST_F(EntryPoints, LiveEffectsKeepTheLibrary) {
-  ComPtr<IClassFactory> factory;
-  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
-  ComPtr<IAudioProcessingObject> apo;
-  ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IAudioProcessingObject, apo.PutVoid()));
+  ComPtr<IAudioProcessingObject> apo = dll.CreateEffect();
+  ASSERT_TRUE(apo);
   ComPtr<IUnknown> identity;
   ASSERT_EQ(S_OK, apo->QueryInterface(IID_IUnknown, identity.PutVoid()));
   for (const IID* iid : {&IID_IAudioProcessingObjectRT, &IID_IAudioProcessingObjectConfiguration,
@@ -69,7 +67,6 @@ TEST_F(EntryPoints, LiveEffectsKeepTheLibrary) {
   EXPECT_EQ(E_NOINTERFACE, apo->QueryInterface(IID_IClassFactory, &none));
   EXPECT_EQ(nullptr, none);
   identity = ComPtr<IUnknown>();
-  factory = ComPtr<IClassFactory>();
   EXPECT_EQ(S_FALSE, dll.CanUnloadNow());
   apo = ComPtr<IAudioProcessingObject>();
   EXPECT_EQ(S_OK, dll.CanUnloadNow());

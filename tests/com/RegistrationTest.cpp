@@ -1,6 +1,7 @@
 // Registration with the audio engine, through Wine's regsvr32 as an installer
 // runs it, read back value by value from the machine's classes.
 #include "support/ChildProcess.h"
+#include "support/EndpointFixtures.h"
 #include "support/QuillonDll.h"
 #include "support/RegistryValue.h"
 
@@ -12,13 +13,6 @@ namespace quillon::test {
 namespace {
 
 const std::wstring kParent = L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects";
-
-bool KeyExists(const std::wstring& key) {
-  HKEY h = nullptr;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, &h) != ERROR_SUCCESS) return false;
-  RegCloseKey(h);
-  return true;
-}
 
 long Regsvr32(const std::wstring& flags) {
   ChildProcess regsvr32(L"C:\\windows\\system32\\regsvr32.exe", flags + L" \"" + QuillonDllPath() + L"\"");
@@ -61,8 +55,8 @@ TEST_F(Registration, Regsvr32RegistersAndUnregistersTwice) {
   }
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(0, Regsvr32(L"/u /s")) << "round " << round;
-    EXPECT_FALSE(KeyExists(kQuillonEngineKey));
-    EXPECT_TRUE(KeyExists(kParent)) << "the parent key stays";
+    EXPECT_EQ("", Export(kQuillonEngineKey));
+    EXPECT_NE("", Export(kParent)) << "the parent key stays";
   }
 }
 
@@ -78,7 +72,7 @@ TEST_F(Registration, StaleValuesAreReplacedAndSubkeysSurvive) {
   RegSetKeyValueW(HKEY_LOCAL_MACHINE, (kQuillonEngineKey + L"\\Sub").c_str(), L"Kept", REG_SZ, L"y", 4);
   ASSERT_EQ(S_OK, dll.RegisterServer());
   ExpectRegistration();
-  EXPECT_TRUE(KeyExists(kQuillonEngineKey + L"\\Sub"));
+  EXPECT_NE("", Export(kQuillonEngineKey + L"\\Sub"));
 }
 
 TEST_F(Registration, UnregisterWithoutParentSucceeds) {

@@ -156,11 +156,8 @@ class LevelFromRegistry : public LoggerTest, public ::testing::WithParamInterfac
 TEST_P(LevelFromRegistry, SelectsWhatANewProcessWrites) {
   const LevelCase& c = GetParam();
   ScopedRegistryValue value(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel");
-  if (c.registryText != nullptr) {
-    ASSERT_TRUE(value.SetString(c.registryText));
-  } else {
-    value.Delete();
-  }
+  value.Delete();
+  if (c.registryText != nullptr) ASSERT_TRUE(value.SetString(c.registryText));
   ChildProcess child(L"quillon_log_helper.exe", L"levels lvl");
   ASSERT_EQ(0, child.Wait());
   std::set<int> written;

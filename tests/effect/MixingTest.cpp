@@ -188,9 +188,6 @@ TEST(EffectProcess, FlagsDecideWhatIsWritten) {
   const std::vector<float> mic = Mic(kPeriod);
   EXPECT_EQ(mic, h.Process(mic));
   EXPECT_EQ(static_cast<UINT32>(BUFFER_VALID), h.OutputProperty().u32BufferFlags);
-  // Silent input is silence whatever the buffer holds, and stays flagged silent.
-  EXPECT_EQ(std::vector<float>(kPeriod, 0.0f), h.Process(mic, BUFFER_SILENT));
-  EXPECT_EQ(static_cast<UINT32>(BUFFER_SILENT), h.OutputProperty().u32BufferFlags);
   for (UINT32 flag : {static_cast<UINT32>(BUFFER_INVALID), 3u, 0xFFFFFFFFu}) {
     EXPECT_EQ(std::vector<float>(kPeriod, 99.0f), h.Process(mic, flag)) << "flag " << flag;
     EXPECT_EQ(static_cast<UINT32>(BUFFER_INVALID), h.OutputProperty().u32BufferFlags);

@@ -3,7 +3,7 @@
 // creates an endpoint's real effect. `answers` sets what it answers.
 #pragma once
 
-#include "platform/ApoInterfaces.h"
+#include "platform/BaseAudioProcessingObject.h"
 
 #include <windows.h>
 
@@ -24,11 +24,14 @@ struct Answers {
 inline Answers answers;
 inline std::atomic<long> devicesAlive{0};
 
-class HalvingEffect final : public IAudioProcessingObject,
-                            public IAudioProcessingObjectRT,
-                            public IAudioProcessingObjectConfiguration {
+// The class's record, which the base object keeps.
+inline const APO_REG_PROPERTIES kHalvingRegistration{kDeviceClsid};
+
+// Built, as a real device effect is, on the base object, whose answers it
+// keeps where the tests set none.
+class HalvingEffect final : public BaseAudioProcessingObject {
  public:
-  HalvingEffect() { ++devicesAlive; }
+  HalvingEffect() : BaseAudioProcessingObject(kHalvingRegistration) { ++devicesAlive; }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IAudioProcessingObject)) {
@@ -54,12 +57,10 @@ class HalvingEffect final : public IAudioProcessingObject,
     return left;
   }
 
-  HRESULT STDMETHODCALLTYPE Reset() override { return S_OK; }
   HRESULT STDMETHODCALLTYPE GetLatency(HNSTIME* time) override {
     *time = answers.latency;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE GetRegistrationProperties(APO_REG_PROPERTIES**) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Initialize(UINT32, BYTE*) override { return answers.failInitialize ? E_ACCESSDENIED : S_OK; }
   HRESULT STDMETHODCALLTYPE IsInputFormatSupported(IAudioMediaType*, IAudioMediaType* requested,
                                                    IAudioMediaType** supported) override {
@@ -67,10 +68,6 @@ class HalvingEffect final : public IAudioProcessingObject,
     *supported = requested;
     return answers.format;
   }
-  HRESULT STDMETHODCALLTYPE IsOutputFormatSupported(IAudioMediaType*, IAudioMediaType*, IAudioMediaType**) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE GetInputChannelCount(UINT32*) override { return E_NOTIMPL; }
 
   void STDMETHODCALLTYPE APOProcess(UINT32, APO_CONNECTION_PROPERTY** in, UINT32,
                                     APO_CONNECTION_PROPERTY** out) override {
@@ -78,8 +75,6 @@ class HalvingEffect final : public IAudioProcessingObject,
     auto* dst = reinterpret_cast<float*>(out[0]->pBuffer);
     for (UINT32 i = 0; i < in[0]->u32ValidFrameCount * channels_; ++i) dst[i] = src[i] * 0.5f;
   }
-  UINT32 STDMETHODCALLTYPE CalcInputFrames(UINT32 n) override { return n; }
-  UINT32 STDMETHODCALLTYPE CalcOutputFrames(UINT32 n) override { return n; }
 
   HRESULT STDMETHODCALLTYPE LockForProcess(UINT32, APO_CONNECTION_DESCRIPTOR** in, UINT32,
                                            APO_CONNECTION_DESCRIPTOR**) override {
@@ -97,8 +92,20 @@ class HalvingEffect final : public IAudioProcessingObject,
   UINT32 channels_ = 0;
 };
 
-class HalvingEffectFactory final : public IClassFactory {
+// COM initialised on this thread and the device effect's class registered
+// with it, this object its class factory, while this lives.
+class ScopedHalvingEffectClass final : public IClassFactory {
  public:
+  ScopedHalvingEffectClass() {
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    registered_ = CoRegisterClassObject(kDeviceClsid, this, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &cookie_);
+  }
+  ~ScopedHalvingEffectClass() {
+    if (SUCCEEDED(registered_)) CoRevokeClassObject(cookie_);
+    CoUninitialize();
+  }
+  HRESULT Registered() const { return registered_; }
+
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IClassFactory) ? this : nullptr;
     return *ppv != nullptr ? S_OK : E_NOINTERFACE;
@@ -113,22 +120,6 @@ class HalvingEffectFactory final : public IClassFactory {
     return hr;
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
-};
-inline HalvingEffectFactory halvingEffectFactory;
-
-// COM initialised on this thread and the class registered with it while this lives.
-class ScopedHalvingEffectClass {
- public:
-  ScopedHalvingEffectClass() {
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    registered_ = CoRegisterClassObject(kDeviceClsid, &halvingEffectFactory, CLSCTX_INPROC_SERVER,
-                                        REGCLS_MULTIPLEUSE, &cookie_);
-  }
-  ~ScopedHalvingEffectClass() {
-    if (SUCCEEDED(registered_)) CoRevokeClassObject(cookie_);
-    CoUninitialize();
-  }
-  HRESULT Registered() const { return registered_; }
 
  private:
   HRESULT registered_ = E_FAIL;

@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cwctype>
-#include <functional>
+#include <fstream>
 
 namespace quillon::test {
 namespace {
@@ -167,23 +167,23 @@ UniqueHandle UnelevatedToken() {
   return restricted;
 }
 
-// A copy of quillon.exe in a folder of its own, with `dll` beside it when given.
-std::wstring LoneQuillon(const std::function<void(const std::wstring&)>& dll) {
+// A copy of quillon.exe in a folder of its own, without Quillon.dll or, when
+// `foreignDll`, with Quillon.dll whose header's Machine field names another
+// architecture.
+std::wstring LoneQuillon(bool foreignDll) {
   const std::wstring folder = ExecutableFolder() + L"lone\\";
   CreateDirectoryW(folder.c_str(), nullptr);
   DeleteFileW((folder + L"Quillon.dll").c_str());
   CopyFileW((ExecutableFolder() + L"quillon.exe").c_str(), (folder + L"quillon.exe").c_str(), FALSE);
-  if (dll) dll(folder + L"Quillon.dll");
+  if (foreignDll) {
+    std::string bytes = test::ReadText(ExecutableFolder() + L"Quillon.dll");
+    const uint32_t header = *reinterpret_cast<const uint32_t*>(bytes.data() + 0x3C);
+    uint16_t& machine = *reinterpret_cast<uint16_t*>(bytes.data() + header + 4);
+    machine = machine == IMAGE_FILE_MACHINE_AMD64 ? IMAGE_FILE_MACHINE_ARM64 : IMAGE_FILE_MACHINE_AMD64;
+    std::ofstream((folder + L"Quillon.dll").c_str(), std::ios::binary)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
   return folder + L"quillon.exe";
-}
-
-// Quillon.dll with the Machine field of its header set to another architecture.
-void ForeignDll(const std::wstring& path) {
-  std::string bytes = test::ReadText(ExecutableFolder() + L"Quillon.dll");
-  const uint32_t header = *reinterpret_cast<const uint32_t*>(bytes.data() + 0x3C);
-  uint16_t& machine = *reinterpret_cast<uint16_t*>(bytes.data() + header + 4);
-  machine = machine == IMAGE_FILE_MACHINE_AMD64 ? IMAGE_FILE_MACHINE_ARM64 : IMAGE_FILE_MACHINE_AMD64;
-  std::ofstream(path.c_str(), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 struct Refusal {
@@ -213,9 +213,9 @@ TEST_P(Refused, SaysWhyAndWritesNothing) {
   const std::string backup = test::ReadText(kBackupFolder + kStreamOnly + L".reg");
 
   UniqueHandle token = c.how == Refusal::kUnelevated ? UnelevatedToken() : UniqueHandle();
-  const std::wstring program = c.how == Refusal::kNoDll       ? LoneQuillon(nullptr)
-                               : c.how == Refusal::kForeignDll ? LoneQuillon(ForeignDll)
-                                                               : L"quillon.exe";
+  const std::wstring program = c.how == Refusal::kHere || c.how == Refusal::kUnelevated
+                                   ? L"quillon.exe"
+                                   : LoneQuillon(c.how == Refusal::kForeignDll);
   const CommandResult r = RunQuillon(c.args, 60000, program, token.Get());
   EXPECT_EQ(c.exit, r.exit) << r.text;
   const std::string first = r.text.substr(0, r.text.find('\n'));

@@ -35,19 +35,13 @@ class Command : public ::testing::Test {
     DeleteKeys({GainKey(kMicA), GainKey(kMicB), kCapture + kGuidA, kCapture + kGuidB});
   }
 
-  // Two running instances whose microphones Windows names.
+  // Two running instances whose microphones Windows names: A "Headset
+  // Microphone (USB Audio)", B "Microphone Array (Realtek Audio)".
   void StartTwo() {
-    Name(kGuidA, L"Headset Microphone (USB Audio)");
-    Name(kGuidB, L"Microphone Array (Realtek Audio)");
+    Seed("named-pair");
     for (const std::wstring* mic : {&kMicA, &kMicB}) {
       effects_.push_back(EffectHarness::Started(mic->c_str(), 2, 480, dll_.CreateEffect()));
     }
-  }
-  static void Name(const wchar_t* guid, const wchar_t* name) {
-    // Removed with the endpoint's key in TearDown.
-    RegSetKeyValueW(HKEY_LOCAL_MACHINE, (kCapture + std::wstring(guid) + L"\\Properties").c_str(),
-                    L"{a45c254e-df1c-4efd-8020-67d146a850e0},14", REG_SZ, name,
-                    static_cast<DWORD>((std::wcslen(name) + 1) * sizeof(wchar_t)));
   }
 
   QuillonDll dll_;
@@ -73,8 +67,7 @@ TEST_P(Answers, ExitCodeAndText) {
   if (!GetParam().refuses) return;
   EXPECT_EQ(0, r.text.rfind("quillon: ", 0)) << r.text;
   EXPECT_EQ(1, std::count(r.text.begin(), r.text.end(), '\n')) << r.text;
-  EXPECT_FALSE(RegHas(kQuillonKey, L"FilterBlockVoice"));
-  EXPECT_FALSE(RegHas(kQuillonKey, L"LogLevel"));
+  for (const wchar_t* name : {L"FilterBlockVoice", L"LogLevel"}) EXPECT_FALSE(RegHas(kQuillonKey, name)) << name;
   EXPECT_FALSE(RegHas(GainKey(kMicA), L"MicAmpInDb"));
 }
 
