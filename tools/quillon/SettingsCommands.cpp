@@ -2,7 +2,6 @@
 // HKLM\SOFTWARE\Marrowin\Quillon.
 #include "platform/Registry.h"
 #include "platform/SettingsPath.h"
-#include "platform/UniqueResource.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 #include "quillon/Microphones.h"
@@ -19,22 +18,16 @@ constexpr wchar_t kKey[] = L"SOFTWARE\\Marrowin\\Quillon";
 constexpr const char* kLevels[] = {"trace", "debug", "info", "warn", "error", "nolog"};
 
 // Writes one value below the settings key; one line on failure.
-bool WriteValue(const std::wstring& subKey, const wchar_t* name, DWORD type, const void* data, DWORD size) {
+bool WriteValue(const std::wstring& subKey, const wchar_t* name, const RegValue& value) {
   const std::wstring path = subKey.empty() ? kKey : std::wstring(kKey) + L"\\" + subKey;
-  ScopedRegKey key;
-  LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr,
-                                   key.Put(), nullptr);
-  if (status == ERROR_SUCCESS) status = RegSetValueExW(key.Get(), name, 0, type, static_cast<const BYTE*>(data), size);
+  std::wstring failedKey;
+  const LSTATUS status = Apply({RegChange::Set(path, name, value)}, failedKey);
   if (status != ERROR_SUCCESS) {
-    Fail("cannot write HKLM\\%s\\%s: %s%s", Utf8(path).c_str(), Utf8(name).c_str(), SystemText(status).c_str(),
+    Fail("cannot write %s\\%s: %s%s", HklmText(path).c_str(), Utf8(name).c_str(), SystemText(status).c_str(),
          status == ERROR_ACCESS_DENIED ? " (run it as Administrator)" : "");
     return false;
   }
   return true;
-}
-
-bool WriteDword(const std::wstring& subKey, const wchar_t* name, DWORD value) {
-  return WriteValue(subKey, name, REG_DWORD, &value, sizeof(value));
 }
 
 int SetGain(const Arguments& args) {
@@ -49,7 +42,7 @@ int SetGain(const Arguments& args) {
     Fail("%s", error.c_str());
     return kExitFailed;
   }
-  if (!WriteDword(mic.endpointId + L",1", L"MicAmpInDb", static_cast<DWORD>(db))) return kExitFailed;
+  if (!WriteValue(mic.endpointId + L",1", L"MicAmpInDb", RegValue::Dword(static_cast<DWORD>(db)))) return kExitFailed;
   Print("gain of %s set to %lld dB\n", Describe(mic).c_str(), db);
   return kExitDone;
 }
@@ -57,7 +50,7 @@ int SetGain(const Arguments& args) {
 int SetBlockVoice(const Arguments& args) {
   const std::string value = args.positional.size() == 2 ? Utf8(args.positional[1]) : "";
   if (value != "on" && value != "off") return UsageError("block-voice " + value + ": give on or off", "set");
-  if (!WriteDword(L"", L"FilterBlockVoice", value == "on" ? 1 : 0)) return kExitFailed;
+  if (!WriteValue(L"", L"FilterBlockVoice", RegValue::Dword(value == "on" ? 1 : 0))) return kExitFailed;
   Print("block voice %s\n", value.c_str());
   return kExitDone;
 }
@@ -68,7 +61,7 @@ int SetLogLevel(const Arguments& args) {
   bool known = false;
   for (const char* name : kLevels) known = known || Utf8(level) == name;
   if (!known) return UsageError("log-level " + Utf8(level) + ": give trace, debug, info, warn, error or nolog", "set");
-  if (!WriteValue(L"", L"LogLevel", REG_SZ, level.c_str(), static_cast<DWORD>((level.size() + 1) * sizeof(wchar_t)))) {
+  if (!WriteValue(L"", L"LogLevel", RegValue::Text(level))) {
     return kExitFailed;
   }
   Print("log level %s\n", Utf8(level).c_str());
@@ -102,16 +95,9 @@ int RunSettings(const Arguments& args) {
   Print("log level    %s%s\n", shown.c_str(), levelSet ? "" : " (default)");
   // Each microphone with a gain value, and each running one without.
   std::vector<Microphone> mics;
-  ScopedRegKey key;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ, key.Put()) == ERROR_SUCCESS) {
-    wchar_t name[256];
-    for (DWORD i = 0;; ++i) {
-      DWORD length = 256;
-      if (RegEnumKeyExW(key.Get(), i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
-      const std::wstring sub(name, length);
-      if (sub.size() > 2 && sub.compare(sub.size() - 2, 2, L",1") == 0) {
-        mics.push_back({sub.substr(0, sub.size() - 2), FriendlyName(sub.substr(0, sub.size() - 2))});
-      }
+  for (const std::wstring& sub : SubKeys(kKey)) {
+    if (sub.size() > 2 && sub.compare(sub.size() - 2, 2, L",1") == 0) {
+      mics.push_back({sub.substr(0, sub.size() - 2), FriendlyName(sub.substr(0, sub.size() - 2))});
     }
   }
   for (const Microphone& running : RunningMicrophones()) {
