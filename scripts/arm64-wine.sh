@@ -18,19 +18,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 say() { echo "arm64-wine: $*" >&2; }
 
-debian_mirror() {
-  local uri
-  uri=$(grep -hsE '^\s*URIs:' /etc/apt/sources.list.d/*.sources | grep -v security | awk '{print $2}' | head -n1)
-  [[ -n "$uri" ]] || uri=$(grep -hsE '^\s*deb\s' /etc/apt/sources.list | grep -v security | awk '{print $2}' | head -n1)
-  echo "${uri:-http://deb.debian.org/debian}"
-}
-
-security_mirror() {
-  local uri
-  uri=$(grep -hsE '^\s*URIs:' /etc/apt/sources.list.d/*.sources | grep security | awk '{print $2}' | head -n1)
-  [[ -n "$uri" ]] || uri=$(grep -hsE '^\s*deb\s' /etc/apt/sources.list | grep security | awk '{print $2}' | head -n1)
-  echo "${uri:-http://deb.debian.org/debian-security}"
-}
+# The root fetches from the repositories that this machine's apt uses.
+# shellcheck source=scripts/apt-sources.sh
+source "$here/apt-sources.sh"
 
 enable_binfmt() {
   if [[ ! -e /proc/sys/fs/binfmt_misc/register ]]; then
@@ -75,8 +65,10 @@ setup() {
   can_run_arm64 || { say "this kernel cannot run ARM64 programs (binfmt_misc with qemu-aarch64 is missing)"; exit 1; }
   [[ -f "$marker" ]] && return 0
 
-  local start=$SECONDS mirror
-  mirror=$(debian_mirror)
+  local start=$SECONDS mirror updates security
+  require_debian_mirror mirror arm64-wine
+  updates=$(apt_repo_uri bookworm-updates)
+  security=$(apt_repo_uri bookworm-security)
   say "building the ARM64 root in $root from $mirror (takes a few minutes, once)"
   rm -rf "$root"
   mkdir -p "$root"
@@ -84,11 +76,12 @@ setup() {
   debootstrap --arch=arm64 --foreign --variant=minbase bookworm "$root" "$mirror" >/dev/null
   cp /usr/bin/qemu-aarch64-static "$root/usr/bin/"
   chroot "$root" /debootstrap/debootstrap --second-stage >/dev/null
-  cat >"$root/etc/apt/sources.list" <<LIST
-deb $mirror bookworm main
-deb $mirror bookworm-updates main
-deb $(security_mirror) bookworm-security main
-LIST
+  # The updates and security suites come along where this machine's apt has them.
+  {
+    echo "deb $mirror bookworm main"
+    [[ -z $updates ]] || echo "deb $updates bookworm-updates main"
+    [[ -z $security ]] || echo "deb $security bookworm-security main"
+  } >"$root/etc/apt/sources.list"
   mount_into_root /proc /proc
   mount_into_root /dev /dev
   chroot "$root" apt-get update -qq

@@ -40,7 +40,7 @@ fi
 wineserver -p >/dev/null 2>&1 </dev/null || true
 trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 wine wineboot >/dev/null 2>&1 </dev/null || true
-wine reg add 'HKLM\SOFTWARE\Marrowin\Quillon' /v FilterBlockVoice /t REG_DWORD /d $block_voice /f >/dev/null 2>&1
+wine "$build/bin/quillon.exe" set block-voice "$([[ $block_voice == 1 ]] && echo on || echo off)" >/dev/null
 
 echo "demo: running the host in real time, and the player 2 seconds in"
 wine "$build/bin/quillon-host.exe" --in "$(winpath "$out/microphone.wav")" --out "$(winpath "$out/output.wav")" \

@@ -73,16 +73,12 @@ libsoxr     libsoxr_0.1.3-4.debian.tar.xz            ae691692ccee841407c2fc7ebb2
 "
 
 # Where apt finds Debian's source packages when the machine has no deb-src
-# entry: the mirror that apt already uses for Debian's binary packages.
+# entry: the repository that apt already uses for Debian's binary packages.
+# shellcheck source=scripts/apt-sources.sh
+source "$root/scripts/apt-sources.sh"
 deb_src_file=/etc/apt/sources.list.d/quillon-deb-src.sources
-debian_mirror() {
-  local uri
-  uri=$(grep -hsE '^\s*URIs:' /etc/apt/sources.list.d/*.sources | grep -v security | grep -i debian | awk '{print $2}' | head -n1)
-  [[ -n "$uri" ]] || uri=$(grep -hsE '^\s*deb\s' /etc/apt/sources.list | grep -v security | grep -i debian | awk '{print $2}' | head -n1)
-  echo "${uri:-http://deb.debian.org/debian}"
-}
 deb_src_entry() {
-  printf '%s\n' "Types: deb-src" "URIs: $(debian_mirror)" "Suites: bookworm bookworm-updates" \
+  printf '%s\n' "Types: deb-src" "URIs: $1" "Suites: bookworm bookworm-updates" \
     "Components: main" "Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg"
 }
 
@@ -147,8 +143,10 @@ fetch_sources() {
   command -v dpkg-source >/dev/null || die "dpkg-source is missing (run scripts/install-deps.sh)"
   [[ $(id -u) -eq 0 ]] || die "downloading ${missing[*]} needs root (apt); or point QUILLON_THIRD_PARTY_CACHE at a filled cache"
   if ! has_deb_src; then
+    local mirror
+    require_debian_mirror mirror third-party
     say "adding $deb_src_file"
-    deb_src_entry >"$deb_src_file"
+    deb_src_entry "$mirror" >"$deb_src_file"
     apt-get update >>"$log" 2>&1 || { tail -n 20 "$log" >&2; die "apt-get update failed"; }
   fi
   for p in "${missing[@]}"; do

@@ -4,7 +4,7 @@
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
 #include "platform/Registry.h"
-#include "platform/SettingsPath.h"
+#include "platform/RegistrySettings.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,7 +14,6 @@ namespace {
 
 constexpr const wchar_t* kFunction = L"Quillon::ConfigChangeListenerTask";
 const std::wstring kWatchedPath = kSettingsPath;
-constexpr uint32_t kMaxMicAmpDb = 30;
 
 RegResult OpenWatchedKey(ScopedRegKey& key) {
   return OpenRegistryKey(ParseRegistryPath(kWatchedPath), KEY_NOTIFY, true, key);
@@ -84,7 +83,7 @@ void ConfigListener::Run() {
 
 void ConfigListener::CheckConfigBlockVoice() {
   uint32_t value = 0;
-  const bool on = ReadRegistryDword(kWatchedPath + L"FilterBlockVoice", value).Ok() && value != 0;
+  const bool on = ReadRegistryDword(kWatchedPath + kBlockVoiceValue, value).Ok() && value != 0;
   if (on != settings->blockVoice) {
     settings->blockVoice = on;
     QLOG_LINE(LOG_TRACE, 588, L"Quillon::CheckConfigBlockVoice", L"Changed filter block voice to %s",
@@ -94,21 +93,21 @@ void ConfigListener::CheckConfigBlockVoice() {
 
 void ConfigListener::CheckConfigLogLevel() {
   std::wstring text;
-  const int32_t level = ReadRegistryString(kWatchedPath + L"LogLevel", text).Ok() ? ParseLogLevel(text.c_str())
+  const int32_t level = ReadRegistryString(kWatchedPath + kLogLevelValue, text).Ok() ? ParseLogLevel(text.c_str())
                                                                                    : LOG_ERROR;
   Logger& logger = Logger::Instance();
   if (level != logger.Level()) {
     logger.SetLevel(level);
     // Logged at ERROR so that the change is written even when the new level is ERROR.
-    QLOG_LINE(LOG_ERROR, 604, L"Quillon::CheckConfigLogLevel", L"Changed log level to %s", kLogLevelLabels[level]);
+    QLOG_LINE(LOG_ERROR, 604, L"Quillon::CheckConfigLogLevel", L"Changed log level to %s", kLogLevels[level].label);
   }
 }
 
 void ConfigListener::CheckConfigMicAmp() {
   float gain = 1.0f;
   uint32_t decibels = 0;
-  if (ReadRegistryDword(kWatchedPath + endpointId + L",1\\MicAmpInDb", decibels).Ok()) {
-    gain = static_cast<float>(std::pow(10.0, std::min(decibels, kMaxMicAmpDb) / 20.0));
+  if (ReadRegistryDword(kWatchedPath + MicGainSubkey(endpointId) + L"\\" + kMicGainValue, decibels).Ok()) {
+    gain = static_cast<float>(std::pow(10.0, std::min(decibels, kMaxMicGainDb) / 20.0));
   }
   if (gain != settings->micGain) {
     settings->micGain = gain;

@@ -23,6 +23,11 @@ WideString WithBackslash(const WideString& path) {
   return Concat(path, L"\\");
 }
 
+WideString CommonFolderOrDefault() {
+  const WideString folder = GetCommonAppDataFolder();
+  return folder.Empty() ? WideString(L"C:\\ProgramData\\") : folder;
+}
+
 }  // namespace
 
 WideString GetCommonAppDataFolder() {
@@ -33,21 +38,21 @@ WideString GetCommonAppDataFolder() {
 }
 
 WideString GetLogFolder() {
-  WideString folder = GetCommonAppDataFolder();
-  if (folder.Empty()) folder = L"C:\\ProgramData\\";
-  folder = WithBackslash(folder);
-
   // A plain file is looked up by its name without the trailing backslash
   // (with one, the lookup of a file fails).
-  const WideString maker = Concat(folder, L"Marrowin");
+  const WideString maker = Concat(CommonFolderOrDefault(), kLogMakerFolder);
   if (!IsFolder(maker) && Exists(maker)) RemoveBlockingFile(maker);
 
-  const WideString product = Concat(maker, L"\\Brisvale");
-  folder = Concat(product, L"\\");
+  const WideString product = Concat(Concat(maker, L"\\"), kLogProductFolder);
+  WideString folder = Concat(product, L"\\");
   if (IsFolder(product)) return folder;  // an existing folder's access list is left as it is
   if (Exists(product)) RemoveBlockingFile(product);
   if (SHCreateDirectoryExW(nullptr, folder.Data(), nullptr) == ERROR_SUCCESS) GrantUsersFullAccess(folder);
   return folder;
+}
+
+WideString GetLogFilePath() {
+  return Format(L"%s%s\\%s\\%s", CommonFolderOrDefault().Data(), kLogMakerFolder, kLogProductFolder, kLogFileName);
 }
 
 bool RemoveBlockingFile(const WideString& path) {

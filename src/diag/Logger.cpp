@@ -1,7 +1,7 @@
 #include "diag/Logger.h"
 
 #include "platform/Registry.h"
-#include "platform/SettingsPath.h"
+#include "platform/RegistrySettings.h"
 #include "diag/LogFolder.h"
 #include "platform/NamedMutexLock.h"
 
@@ -11,8 +11,6 @@
 #include <locale>
 
 namespace quillon {
-
-const wchar_t* const kLogLevelLabels[6] = {L"TRACE", L"DEBUG", L"INFO", L"WARNING", L"ERROR", L"NOLOG"};
 
 namespace {
 
@@ -32,10 +30,9 @@ uint64_t FileSize(const WideString& path, bool& exists) {
 }  // namespace
 
 int32_t ParseLogLevel(const wchar_t* text) {
-  static const wchar_t* const names[] = {L"trace", L"debug", L"info", L"warn", L"error", L"nolog"};
   if (text == nullptr) return LOG_INFO;
   for (int32_t level = 0; level < 6; ++level) {
-    if (_wcsicmp(text, names[level]) == 0) return level;
+    if (_wcsicmp(text, kLogLevels[level].text) == 0) return level;
   }
   return LOG_INFO;
 }
@@ -56,13 +53,13 @@ Logger::Logger() {
   if (folder.Empty() || (folder[folder.Length() - 1] != L'\\' && folder[folder.Length() - 1] != L'/')) {
     folder = Concat(folder, L"\\");
   }
-  logFileName_ = L"Quillon.log";
+  logFileName_ = kLogFileName;
   logFolder_ = folder;
   logFilePath_ = Concat(logFolder_, logFileName_);
   if (!logFilePath_.Empty()) oldLogFilePath_ = Concat(logFilePath_, L"-old");
 
   std::wstring text;
-  if (ReadRegistryString(std::wstring(kSettingsPath) + L"LogLevel", text).Ok()) level_ = ParseLogLevel(text.c_str());
+  if (ReadRegistryString(std::wstring(kSettingsPath) + kLogLevelValue, text).Ok()) level_ = ParseLogLevel(text.c_str());
 }
 
 Logger& Logger::Instance() {
@@ -96,7 +93,7 @@ void Logger::Write(int32_t level, uint32_t line, const wchar_t* function, const 
   SYSTEMTIME now{};
   GetLocalTime(&now);
   const WideString prefix = Format(
-      L"[# %-5s | %04d-%02d-%02d | %02d:%02d:%02d.%03d | PID=%4d | ThreadId=%4d | %s:%d | ", kLogLevelLabels[level],
+      L"[# %-5s | %04d-%02d-%02d | %02d:%02d:%02d.%03d | PID=%4d | ThreadId=%4d | %s:%d | ", kLogLevels[level].label,
       now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds,
       static_cast<int>(GetCurrentProcessId()), static_cast<int>(GetCurrentThreadId()), function, line);
   file << prefix.Data();

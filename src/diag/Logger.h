@@ -27,11 +27,17 @@ enum LogLevel : int32_t {
   LOG_NOLOG = 5,
 };
 
-// Labels shown in log lines, indexed by level.
-extern const wchar_t* const kLogLevelLabels[6];
+// Each level's label in log lines and its text in the registry setting,
+// indexed by level. The programs write and show levels with these texts.
+struct LogLevelName {
+  const wchar_t* label;
+  const wchar_t* text;
+};
+inline constexpr LogLevelName kLogLevels[6] = {{L"TRACE", L"trace"}, {L"DEBUG", L"debug"}, {L"INFO", L"info"},
+                                               {L"WARNING", L"warn"}, {L"ERROR", L"error"}, {L"NOLOG", L"nolog"}};
 
-// Maps a registry text to a level: "trace", "debug", "info", "warn", "error",
-// "nolog" (any case); anything else, "warning" included, gives INFO.
+// Maps a registry text to the level whose text it is, in any case; anything
+// else, "warning" included, gives INFO.
 int32_t ParseLogLevel(const wchar_t* text);
 
 class Logger {

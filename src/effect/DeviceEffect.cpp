@@ -2,9 +2,9 @@
 
 #include "diag/ErrorDescription.h"
 #include "diag/Logger.h"
-#include "effect/RegistrationProperties.h"
+#include "effect/ClassId.h"
 #include "platform/Registry.h"
-#include "platform/SettingsPath.h"
+#include "platform/RegistrySettings.h"
 
 #include <cwchar>
 
@@ -20,23 +20,15 @@ constexpr int kStepRealTimeInterface = 142;
 constexpr int kStepConfigurationInterface = 143;
 constexpr int kStepInitialize = 144;
 
-std::wstring MakeOwnClsidText() {
-  wchar_t text[64] = {};
-  StringFromGUID2(CLSID_Quillon, text, 64);
-  return text;
-}
-
-// The effect's own class id, so that it never wraps itself.
-const std::wstring ownClsidText = MakeOwnClsidText();
-
 }  // namespace
 
 void DeviceEffect::Create(const std::wstring& endpointId, UINT32 cbDataSize, BYTE* pbyData) {
   // A repeated Initialize replaces the device effect of the earlier one.
   Release();
   std::wstring text;
-  const std::wstring path = kSettingsPath + endpointId + L"\\Original-Apo";
-  if (!ReadRegistryString(path, text).Ok() || text.empty() || _wcsicmp(text.c_str(), ownClsidText.c_str()) == 0) {
+  const std::wstring path = kSettingsPath + endpointId + L"\\" + kOriginalApoValue;
+  // Never the effect's own class id: it would wrap itself.
+  if (!ReadRegistryString(path, text).Ok() || text.empty() || _wcsicmp(text.c_str(), kQuillonClsidText) == 0) {
     return;
   }
   QLOG(LOG_TRACE, kFunction, L"Initialize original apo");

@@ -3,6 +3,7 @@
 // "Original-Apo" setting, driven through Quillon.dll as the audio engine
 // drives it. Quillon.dll creates it with CoCreateInstance, as it creates an
 // endpoint's real effect.
+#include "diag/Logger.h"
 #include "support/EffectHarness.h"
 #include "support/HalvingDeviceEffect.h"
 #include "support/QuillonDll.h"
@@ -14,25 +15,28 @@ namespace {
 constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{a1b2c3d4-0000-4000-8000-00000000e0e0}";
 
 // The device effect's class registered with COM for the test, the log at
-// trace level, and the endpoint's settings removed afterwards.
+// trace level, and the endpoint's settings removed afterwards; the effect a
+// test keeps in `h_` is released before the check that no device effect lives.
 class DeviceEffectTest : public ::testing::Test {
  protected:
   void SetUp() override {
     answers = Answers();
-    logLevel_.SetString(L"trace");
+    logLevel_.SetString(kLogLevels[LOG_TRACE].text);
     DeleteLog();
     ASSERT_EQ(S_OK, deviceClass_.Registered());
     ASSERT_TRUE(dll_.Loaded());
   }
   void TearDown() override {
-    DeleteKeys({EndpointKey(kEndpoint)});
+    h_.reset();
+    DeleteKeys({EndpointSettingsKey(kEndpoint)});
     EXPECT_EQ(0, devicesAlive) << "a device effect is still alive";
   }
 
-  ScopedRegistryValue logLevel_{HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel"};
-  ScopedRegistryValue original_{HKEY_LOCAL_MACHINE, EndpointKey(kEndpoint), L"Original-Apo"};
+  ScopedRegistryValue logLevel_{HKEY_LOCAL_MACHINE, kSettingsKey, kLogLevelValue};
+  ScopedRegistryValue original_{HKEY_LOCAL_MACHINE, EndpointSettingsKey(kEndpoint), kOriginalApoValue};
   QuillonDll dll_;
   ScopedHalvingEffectClass deviceClass_;
+  std::unique_ptr<EffectHarness> h_;
 };
 
 struct DeviceCase {
@@ -79,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
         DeviceCase{"LockRefusedDropsIt", kDeviceClsidText, {false, E_FAIL}, false,
                    "Failed in LockForProcess of original apo [Code=80004005", nullptr},
         DeviceCase{"LockWarningCodeKeepsIt", kDeviceClsidText, {false, S_FALSE}, true, nullptr, "Failed"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    CaseName);
 
 // An effect created through Quillon.dll for an endpoint whose Original-Apo is
 // the test's device effect, initialized.
@@ -91,12 +95,6 @@ class DeviceEffectAnswers : public DeviceEffectTest {
     h_ = std::make_unique<EffectHarness>(kEndpoint, dll_.CreateEffect());
     ASSERT_EQ(S_OK, h_->Initialize());
   }
-  void TearDown() override {
-    h_.reset();
-    DeviceEffectTest::TearDown();
-  }
-
-  std::unique_ptr<EffectHarness> h_;
 };
 
 TEST_F(DeviceEffectAnswers, LatencyIsTheDeviceEffects) {
@@ -108,8 +106,7 @@ TEST_F(DeviceEffectAnswers, LatencyIsTheDeviceEffects) {
 }
 
 TEST_F(DeviceEffectAnswers, AnyFormatAnswerButOkIsFinal) {
-  ComPtr<IAudioMediaType> format;
-  CreateAudioMediaType(MakeFloatFormat(2, 48000), format.Put());
+  ComPtr<IAudioMediaType> format = MediaType(MakeFloatFormat(2, 48000));
   for (HRESULT answer : {S_FALSE, static_cast<HRESULT>(0x887D0003)}) {
     answers.format = answer;
     ComPtr<IAudioMediaType> supported;
@@ -120,8 +117,7 @@ TEST_F(DeviceEffectAnswers, AnyFormatAnswerButOkIsFinal) {
 }
 
 TEST_F(DeviceEffectAnswers, AcceptedFormatStillPassesTheEffectsCheck) {
-  ComPtr<IAudioMediaType> pcm, supported;
-  CreateAudioMediaType(MakeUncompressedFormat(KSDATAFORMAT_SUBTYPE_PCM_GUID, 2, 2, 16, 48000), pcm.Put());
+  ComPtr<IAudioMediaType> pcm = MediaType(Pcm16(2, 48000)), supported;
   EXPECT_EQ(S_FALSE, h_->Apo()->IsInputFormatSupported(nullptr, pcm.Get(), supported.Put()));
   supported = ComPtr<IAudioMediaType>();
   EXPECT_EQ(2u, pcm->AddRef()) << "the device effect's reference to its answer was given back";

@@ -1,10 +1,5 @@
 // The library's exports as the COM runtime and the audio engine use them.
-#include "platform/ComPtr.h"
 #include "support/QuillonDll.h"
-
-#include "platform/ApoInterfaces.h"
-
-#include <gtest/gtest.h>
 
 namespace quillon::test {
 namespace {
@@ -16,11 +11,10 @@ class EntryPoints : public ::testing::Test {
 };
 
 TEST_F(EntryPoints, OtherClassesAreNotAvailable) {
-  const CLSID others[] = {
-      {0x27384E53, 0x9860, 0x0AC1, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}},
-      {0x27384E53, 0x9860, 0x0AC2, {0x95, 0x19, 0xC6, 0x0E, 0xBC, 0xAA, 0x2C, 0x71}},
-      IID_IAudioProcessingObject,
-  };
+  // Class ids one digit away from Quillon's, and an interface id.
+  CLSID others[] = {CLSID_Quillon, CLSID_Quillon, IID_IAudioProcessingObject};
+  others[0].Data3 ^= 0x2;
+  others[1].Data3 ^= 0x1;
   for (const CLSID& clsid : others) {
     void* untouched = reinterpret_cast<void*>(0x1234);
     EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, dll.GetClassObject(clsid, IID_IClassFactory, &untouched));
@@ -31,7 +25,7 @@ TEST_F(EntryPoints, OtherClassesAreNotAvailable) {
 TEST_F(EntryPoints, FactoryReferenceCountsAndUnloading) {
   EXPECT_EQ(S_OK, dll.CanUnloadNow());
   IClassFactory* factory = nullptr;
-  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+  ASSERT_EQ(S_OK, dll.GetClassObject(CLSID_Quillon, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
   EXPECT_EQ(2u, factory->AddRef());
   EXPECT_EQ(1u, factory->Release()) << "the factory starts with exactly one reference";
   EXPECT_EQ(S_FALSE, dll.CanUnloadNow());
@@ -40,13 +34,13 @@ TEST_F(EntryPoints, FactoryReferenceCountsAndUnloading) {
   EXPECT_EQ(0u, factory->Release());
   EXPECT_EQ(S_FALSE, dll.CanUnloadNow()) << "locked";
   IClassFactory* again = nullptr;
-  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IUnknown, reinterpret_cast<void**>(&again)));
+  ASSERT_EQ(S_OK, dll.GetClassObject(CLSID_Quillon, IID_IUnknown, reinterpret_cast<void**>(&again)));
   EXPECT_EQ(S_OK, again->LockServer(FALSE));
   again->Release();
   EXPECT_EQ(S_OK, dll.CanUnloadNow());
 
   void* ppv = reinterpret_cast<void*>(1);
-  EXPECT_EQ(E_NOINTERFACE, dll.GetClassObject(kQuillonClsid, IID_IAudioProcessingObject, &ppv));
+  EXPECT_EQ(E_NOINTERFACE, dll.GetClassObject(CLSID_Quillon, IID_IAudioProcessingObject, &ppv));
   EXPECT_EQ(nullptr, ppv);
   EXPECT_EQ(S_OK, dll.CanUnloadNow()) << "the unwanted factory was freed at once";
 }
@@ -74,7 +68,7 @@ TEST_F(EntryPoints, LiveEffectsKeepTheLibrary) {
 
 TEST_F(EntryPoints, AggregationOnlyForIUnknown) {
   ComPtr<IClassFactory> factory;
-  ASSERT_EQ(S_OK, dll.GetClassObject(kQuillonClsid, IID_IClassFactory, factory.PutVoid()));
+  ASSERT_EQ(S_OK, dll.GetClassObject(CLSID_Quillon, IID_IClassFactory, factory.PutVoid()));
   struct Outer : IUnknown {
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override {
       *ppv = nullptr;

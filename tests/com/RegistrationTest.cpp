@@ -5,10 +5,6 @@
 #include "support/QuillonDll.h"
 #include "support/RegistryValue.h"
 
-#include <gtest/gtest.h>
-
-#include <vector>
-
 namespace quillon::test {
 namespace {
 
@@ -45,7 +41,9 @@ void ExpectRegistration() {
 
 class Registration : public ::testing::Test {
  protected:
+  void SetUp() override { ASSERT_TRUE(dll.Loaded()); }
   void TearDown() override { DeleteKeys({kQuillonEngineKey}); }
+  QuillonDll dll;
 };
 
 TEST_F(Registration, Regsvr32RegistersAndUnregistersTwice) {
@@ -61,8 +59,6 @@ TEST_F(Registration, Regsvr32RegistersAndUnregistersTwice) {
 }
 
 TEST_F(Registration, StaleValuesAreReplacedAndSubkeysSurvive) {
-  QuillonDll dll;
-  ASSERT_TRUE(dll.Loaded());
   // A stale registration with an extra value is deleted and written anew.
   RegSetKeyValueW(HKEY_LOCAL_MACHINE, kQuillonEngineKey.c_str(), L"Stale", REG_SZ, L"x", 4);
   ASSERT_EQ(S_OK, dll.RegisterServer());
@@ -76,8 +72,6 @@ TEST_F(Registration, StaleValuesAreReplacedAndSubkeysSurvive) {
 }
 
 TEST_F(Registration, UnregisterWithoutParentSucceeds) {
-  QuillonDll dll;
-  ASSERT_TRUE(dll.Loaded());
   DeleteKeys({L"SOFTWARE\\Classes\\AudioEngine"});
   EXPECT_EQ(S_OK, dll.UnregisterServer());
 }

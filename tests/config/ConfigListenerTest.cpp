@@ -16,16 +16,14 @@ namespace {
 constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{c0ffee00-1111-4222-8333-444455556666}";
 constexpr const wchar_t* kOtherEndpoint = L"{0.0.1.00000000}.{c0ffee00-9999-4222-8333-444455556666}";
 
-bool Logged(const char* text) {
-  return PollUntil([&] { return LogText().find(text) != std::string::npos; });
-}
+bool Logged(const char* text) { return PollUntil([&] { return LogText().find(text) != std::string::npos; }); }
 
 class Listener : public ::testing::Test {
  protected:
   void SetUp() override {
     DeleteKeys({GainKey(kEndpoint), GainKey(kOtherEndpoint)});
     DeleteLog();
-    ASSERT_TRUE(level.SetString(L"trace"));
+    ASSERT_TRUE(level.SetString(kLogLevels[LOG_TRACE].text));
     // The first pass raises the level from ERROR to TRACE and says so: the
     // sign that the settings have been read once.
     Logger::Instance().SetLevel(LOG_ERROR);
@@ -38,8 +36,8 @@ class Listener : public ::testing::Test {
     Logger::Instance().SetLevel(LOG_ERROR);
   }
 
-  ScopedRegistryValue level{HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel"};
-  ScopedRegistryValue blockVoice{HKEY_LOCAL_MACHINE, kQuillonKey, L"FilterBlockVoice"};
+  ScopedRegistryValue level{HKEY_LOCAL_MACHINE, kSettingsKey, kLogLevelValue};
+  ScopedRegistryValue blockVoice{HKEY_LOCAL_MACHINE, kSettingsKey, kBlockVoiceValue};
   UniqueHandle changed{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
   EffectSettings settings;
   ConfigListener listener;
@@ -54,7 +52,7 @@ TEST_F(Listener, MicGainFollowsThisEndpointsSetting) {
                {100, 31.622776f, "Changed mic amp to 31.62"},  // capped at 30 dB
                {0xFFFFFFFF, 31.622776f, nullptr},
                {0, 1.0f, "Changed mic amp to 1.00"}};
-  ScopedRegistryValue gain(HKEY_LOCAL_MACHINE, GainKey(kEndpoint), L"MicAmpInDb");
+  ScopedRegistryValue gain(HKEY_LOCAL_MACHINE, GainKey(kEndpoint), kMicGainValue);
   for (const auto& c : cases) {
     ASSERT_TRUE(gain.SetDword(c.decibels));
     EXPECT_TRUE(PollUntil([&] { return settings.micGain.load() == c.gain; })) << c.decibels;
@@ -73,7 +71,7 @@ TEST_F(Listener, MicGainFollowsThisEndpointsSetting) {
 TEST_F(Listener, DefaultsAndAnotherEndpointsGainChangeNothing) {
   EXPECT_FALSE(settings.blockVoice.load());
   EXPECT_EQ(std::string::npos, LogText().find("Changed filter block voice"));
-  ScopedRegistryValue other(HKEY_LOCAL_MACHINE, GainKey(kOtherEndpoint), L"MicAmpInDb");
+  ScopedRegistryValue other(HKEY_LOCAL_MACHINE, GainKey(kOtherEndpoint), kMicGainValue);
   ASSERT_TRUE(other.SetDword(20));
   // Then a change of our own, to know the listener has looked since.
   ASSERT_TRUE(blockVoice.SetDword(1));

@@ -2,6 +2,7 @@
 // the folder must be.
 #include "diag/LogFolder.h"
 #include "diag/PathSplit.h"
+#include "platform/UniqueResource.h"
 #include "support/RegistryValue.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +30,7 @@ struct SplitCase {
 
 TEST(PathSplitTest, Split) {
   const SplitCase cases[] = {
-      {L"C:\\ProgramData\\Marrowin\\Brisvale", L"C:", 2, L"Brisvale", L"", true},
+      {L"C:\\ProgramData\\Maker\\Product", L"C:", 2, L"Product", L"", true},
       {L"c:/dir/a.txt", L"c:", 1, L"a", L"txt", true},
       {L"C:\\dir\\x.tar.gz", L"C:", 1, L"x.tar", L"gz", true},
       {L"C:\\dir\\.profile", L"C:", 1, L".profile", L"", true},
@@ -51,19 +52,16 @@ TEST(PathSplitTest, Split) {
 }
 
 // ---- The folder on disk ---------------------------------------------------------------
+// A file's access list as SDDL text, or "".
 std::wstring Dacl(const std::wstring& path) {
-  PSECURITY_DESCRIPTOR sd = nullptr;
+  UniqueLocalMemory sd, text;  // both allocated by the system for the caller
   if (GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
-                            nullptr, &sd) != ERROR_SUCCESS) {
+                            nullptr, sd.Put()) != ERROR_SUCCESS ||
+      !ConvertSecurityDescriptorToStringSecurityDescriptorW(sd.Get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION,
+                                                            reinterpret_cast<LPWSTR*>(text.Put()), nullptr)) {
     return L"";
   }
-  wchar_t* text = nullptr;
-  ConvertSecurityDescriptorToStringSecurityDescriptorW(sd, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text,
-                                                       nullptr);
-  std::wstring result = text != nullptr ? text : L"";
-  LocalFree(text);
-  LocalFree(sd);
-  return result;
+  return static_cast<const wchar_t*>(text.Get());
 }
 
 bool IsFolder(const std::wstring& path) {
@@ -79,9 +77,9 @@ constexpr const wchar_t* kSessionManager = L"System\\CurrentControlSet\\Control\
 class LogFolderOnDisk : public ::testing::Test {
  protected:
   void SetUp() override {
-    maker_ = W(GetCommonAppDataFolder()) + L"Marrowin\\";
-    folder_ = maker_ + L"Brisvale";
-    saved_ = maker_ + L"Brisvale.test-saved";
+    maker_ = W(GetCommonAppDataFolder()) + kLogMakerFolder + L"\\";
+    folder_ = maker_ + kLogProductFolder;
+    saved_ = folder_ + L".test-saved";
     CreateDirectoryW(maker_.c_str(), nullptr);
     if (IsFolder(folder_)) ASSERT_TRUE(MoveFileExW(folder_.c_str(), saved_.c_str(), 0));
   }
@@ -126,22 +124,23 @@ TEST_F(LogFolderOnDisk, DeletableFileInTheWayIsReplaced) {
 }
 
 TEST_F(LogFolderOnDisk, UndeletableFileIsMovedToTheNextFreeNumberedName) {
-  // A read-only file cannot be deleted but can be moved. "Brisvale." names the
-  // file itself (Windows drops a trailing dot) and "Brisvale (1)." is taken, so
-  // the file goes to "Brisvale (2)".
+  // A read-only file cannot be deleted but can be moved. "<name>." names the
+  // file itself (Windows drops a trailing dot) and "<name> (1)." is taken, so
+  // the file goes to "<name> (2)".
   WriteFile(folder_, "locked");
   SetFileAttributesW(folder_.c_str(), FILE_ATTRIBUTE_READONLY);
-  WriteFile(maker_ + L"Brisvale (1)", "taken");
-  created_ = {maker_ + L"Brisvale (1)", maker_ + L"Brisvale (2)"};
+  const std::wstring second = std::wstring(kLogProductFolder) + L" (2)";
+  WriteFile(folder_ + L" (1)", "taken");
+  created_ = {folder_ + L" (1)", maker_ + second};
 
   EXPECT_EQ(folder_ + L"\\", W(GetLogFolder()));
   EXPECT_TRUE(IsFolder(folder_));
-  DWORD moved = GetFileAttributesW((maker_ + L"Brisvale (2)").c_str());
+  DWORD moved = GetFileAttributesW((maker_ + second).c_str());
   ASSERT_NE(INVALID_FILE_ATTRIBUTES, moved);
   EXPECT_TRUE(moved & FILE_ATTRIBUTE_READONLY);
   // The moved file is scheduled for deletion at the next restart.
   const std::wstring pending = test::RegText(kSessionManager, L"PendingFileRenameOperations", RRF_RT_REG_MULTI_SZ);
-  EXPECT_NE(std::wstring::npos, pending.find(L"Brisvale (2)")) << pending;
+  EXPECT_NE(std::wstring::npos, pending.find(second)) << pending;
 }
 
 TEST_F(LogFolderOnDisk, ExistingFolderKeepsItsAccessList) {

@@ -91,10 +91,7 @@ TEST_F(LoggerTest, RotatesOnlyAboveTwoMebibytes) {
   for (const uint64_t size : {2097153ull, 2097152ull}) {
     const bool rotates = size > 2097152;
     DeleteFileW(Logger::Instance().OldLogFilePath().Data());
-    {
-      std::ofstream big(Logger::Instance().LogFilePath().Data(), std::ios::binary | std::ios::trunc);
-      big << std::string(size, 'o');
-    }
+    std::ofstream(Logger::Instance().LogFilePath().Data(), std::ios::binary) << std::string(size, 'o');  // truncates
     QLOG(LOG_ERROR, L"A::B", L"after %llu", static_cast<unsigned long long>(size));
     WIN32_FILE_ATTRIBUTE_DATA old{};
     EXPECT_EQ(rotates, GetFileAttributesExW(Logger::Instance().OldLogFilePath().Data(), GetFileExInfoStandard, &old) !=
@@ -155,11 +152,10 @@ class LevelFromRegistry : public LoggerTest, public ::testing::WithParamInterfac
 
 TEST_P(LevelFromRegistry, SelectsWhatANewProcessWrites) {
   const LevelCase& c = GetParam();
-  ScopedRegistryValue value(HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel");
+  ScopedRegistryValue value(HKEY_LOCAL_MACHINE, kSettingsKey, kLogLevelValue);
   value.Delete();
   if (c.registryText != nullptr) ASSERT_TRUE(value.SetString(c.registryText));
-  ChildProcess child(L"quillon_log_helper.exe", L"levels lvl");
-  ASSERT_EQ(0, child.Wait());
+  ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"levels lvl").Wait());
   std::set<int> written;
   for (const std::string& line : LogLines()) {
     size_t at = line.find("lvl level ");

@@ -53,7 +53,7 @@ long long Number(const std::string& text, const std::string& key) {
 class EndToEnd : public ::testing::Test {
  protected:
   void TearDown() override { DeleteKeys({GainKey(kEndpoint)}); }
-  ScopedRegistryValue blockVoice_{HKEY_LOCAL_MACHINE, kQuillonKey, L"FilterBlockVoice"};
+  ScopedRegistryValue blockVoice_{HKEY_LOCAL_MACHINE, kSettingsKey, kBlockVoiceValue};
 };
 
 // The player's sound added to the microphone, or in place of it with block
@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(EndToEnd, Mixing, ::testing::Values(false, true),
                          [](const auto& info) { return std::string(info.param ? "BlockVoice" : "AddedToTheVoice"); });
 
 TEST_F(EndToEnd, MicrophoneGainFromTheRegistry) {
-  ScopedRegistryValue gain(HKEY_LOCAL_MACHINE, GainKey(kEndpoint), L"MicAmpInDb");
+  ScopedRegistryValue gain(HKEY_LOCAL_MACHINE, GainKey(kEndpoint), kMicGainValue);
   ASSERT_TRUE(gain.SetDword(6));
   const audio::Sound mic = LoadSound(Sounds() + L"mic.wav");
   ToolRun run = HostAndPlayer(kEndpoint, L"--in \"" + Sounds() + L"mic.wav\"", L"", L"gain");

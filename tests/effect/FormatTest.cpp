@@ -6,13 +6,10 @@
 namespace quillon::test {
 namespace {
 
-constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{6d2b5c1e-0a3f-4b7e-9d41-2f8c7a9e1b3d}";
-
 struct InitCase {
   const char* name;
   UINT32 size;
-  bool withData;
-  bool withStore;
+  bool withData, withStore;
   UINT32 recordSize;  // cbSize written into the record (the base object checks it)
   HRESULT expected;
 };
@@ -22,14 +19,14 @@ class InitializeSizes : public ::testing::TestWithParam<InitCase> {};
 TEST_P(InitializeSizes, Result) {
   const InitCase& c = GetParam();
   EffectHarness h;
-  tools::EndpointProperties store(kEndpoint);
+  tools::EndpointProperties store(EffectHarness::kDefaultEndpoint);
   alignas(8) BYTE record[128] = {};
   auto* init = reinterpret_cast<APOInitSystemEffects2*>(record);
   init->APOInit.cbSize = c.recordSize;
   init->APOInit.clsid = QuillonRegistrationProperties().clsid;
   init->pAPOEndpointProperties = c.withStore ? &store : nullptr;
   EXPECT_EQ(c.expected, h.Apo()->Initialize(c.size, c.withData ? record : nullptr));
-  EXPECT_EQ(c.expected == S_OK ? std::wstring(kEndpoint) : std::wstring(), h.Effect()->EndpointId());
+  EXPECT_EQ(c.expected == S_OK ? EffectHarness::kDefaultEndpoint : L"", h.Effect()->EndpointId());
 }
 
 const InitCase kInitCases[] = {
@@ -42,24 +39,12 @@ const InitCase kInitCases[] = {
     {"BaseObjectRefusesRecordStillOk", 88, true, true, 12, S_OK},
 };
 
-INSTANTIATE_TEST_SUITE_P(Initialize, InitializeSizes, ::testing::ValuesIn(kInitCases),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-UNCOMPRESSEDAUDIOFORMAT Pcm16(UINT32 channels, float rate) {
-  return MakeUncompressedFormat(KSDATAFORMAT_SUBTYPE_PCM_GUID, channels, 2, 16, rate);
-}
-
-ComPtr<IAudioMediaType> Media(const UNCOMPRESSEDAUDIOFORMAT& format) {
-  ComPtr<IAudioMediaType> type;
-  EXPECT_EQ(S_OK, CreateAudioMediaType(format, type.Put()));
-  return type;
-}
+INSTANTIATE_TEST_SUITE_P(Initialize, InitializeSizes, ::testing::ValuesIn(kInitCases), CaseName);
 
 struct FormatCase {
   const char* name;
   bool hasOpposite;
-  UNCOMPRESSEDAUDIOFORMAT opposite;
-  UNCOMPRESSEDAUDIOFORMAT requested;
+  UNCOMPRESSEDAUDIOFORMAT opposite, requested;
   HRESULT expected;
   // For S_FALSE: the suggestion.
   UINT32 channels;
@@ -71,9 +56,8 @@ class InputFormat : public ::testing::TestWithParam<FormatCase> {};
 TEST_P(InputFormat, AnswerAndSuggestion) {
   const FormatCase& c = GetParam();
   EffectHarness h;
-  ComPtr<IAudioMediaType> opposite = c.hasOpposite ? Media(c.opposite) : ComPtr<IAudioMediaType>();
-  ComPtr<IAudioMediaType> requested = Media(c.requested);
-  ComPtr<IAudioMediaType> supported;
+  ComPtr<IAudioMediaType> opposite = c.hasOpposite ? MediaType(c.opposite) : ComPtr<IAudioMediaType>();
+  ComPtr<IAudioMediaType> requested = MediaType(c.requested), supported;
   EXPECT_EQ(c.expected, h.Apo()->IsInputFormatSupported(opposite.Get(), requested.Get(), supported.Put()));
   if (c.expected == S_OK) {
     EXPECT_EQ(requested.Get(), supported.Get());
@@ -104,13 +88,11 @@ const FormatCase kFormatCases[] = {
     {"OppositeNotFloat", true, Pcm16(2, 48000), MakeFloatFormat(2, 48000), APOERR_FORMAT_NOT_SUPPORTED, 0, 0},
 };
 
-INSTANTIATE_TEST_SUITE_P(Negotiation, InputFormat, ::testing::ValuesIn(kFormatCases),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Negotiation, InputFormat, ::testing::ValuesIn(kFormatCases), CaseName);
 
 TEST(InputFormatPointers, NullArgumentsArePointerErrors) {
   EffectHarness h;
-  ComPtr<IAudioMediaType> requested = Media(MakeFloatFormat(2, 48000));
-  ComPtr<IAudioMediaType> supported;
+  ComPtr<IAudioMediaType> requested = MediaType(MakeFloatFormat(2, 48000)), supported;
   EXPECT_EQ(E_POINTER, h.Apo()->IsInputFormatSupported(nullptr, nullptr, supported.Put()));
   EXPECT_EQ(E_POINTER, h.Apo()->IsInputFormatSupported(nullptr, requested.Get(), nullptr));
 }
@@ -138,7 +120,7 @@ TEST_P(LockChecks, Code) {
   GetParam().change(c);
   EffectHarness h;
   std::vector<float> buffer(4 * 4096);
-  ComPtr<IAudioMediaType> inType = Media(c.inFormat), outType = Media(MakeFloatFormat(2, 48000));
+  ComPtr<IAudioMediaType> inType = MediaType(c.inFormat), outType = MediaType(MakeFloatFormat(2, 48000));
   APO_CONNECTION_DESCRIPTOR in{APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(buffer.data()),
                                c.inMaxFrames, inType.Get(), c.signature};
   float* outStart = c.overlap ? buffer.data() + 4 : buffer.data() + 2 * 4096;
@@ -160,15 +142,14 @@ const LockCase kLockCases[] = {
     {"OverlappingBuffers", [](LockCall& c) { c.overlap = true; }, APOERR_BUFFERS_OVERLAP},
 };
 
-INSTANTIATE_TEST_SUITE_P(Lock, LockChecks, ::testing::ValuesIn(kLockCases),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Lock, LockChecks, ::testing::ValuesIn(kLockCases), CaseName);
 
 // The audio engine may ask again and again; a refusal logged below the level
 // must not cost memory (its error text is never made).
 TEST(InputFormatQueries, RefusalsBelowTheLogLevelLeaveMemoryAlone) {
   ASSERT_EQ(LOG_ERROR, Logger::Instance().Level());
   EffectHarness h;
-  ComPtr<IAudioMediaType> requested = Media(Pcm16(2, 44100));
+  ComPtr<IAudioMediaType> requested = MediaType(Pcm16(2, 44100));
   // Bytes in use on the process heap, where FormatMessage's buffers go. (Wine
   // does not count private bytes, so they cannot show a leak here.)
   auto heapBytes = [] {

@@ -178,8 +178,7 @@ INSTANTIATE_TEST_SUITE_P(ChunkCycle, VaryingPeriods,
                          ::testing::Values(FrameSequence{"OneFrameFirst", 2, {960}},
                                            FrameSequence{"Alternating441And440", 882, {880, 882}},
                                            FrameSequence{"ShorterThenLonger", 200, {14, 960, 666}},
-                                           FrameSequence{"EngineLikeMix", 960, {960, 14, 958, 960, 2}}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                                           FrameSequence{"EngineLikeMix", 960, {960, 14, 958, 960, 2}}), CaseName);
 
 // ---- Through the effect: flags and bounds of the connection buffers ------------------
 TEST(EffectProcess, FlagsDecideWhatIsWritten) {

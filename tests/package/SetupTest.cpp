@@ -12,6 +12,7 @@ namespace {
 
 const std::wstring kFolder = L"C:\\Program Files\\Marrowin\\Quillon\\";
 const std::wstring kUninstallKey = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Quillon";
+const wchar_t* const kInstalledFiles[] = {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"};
 
 bool Exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
@@ -20,7 +21,7 @@ class SetupPackage : public EndpointTest {
   void TearDown() override {
     EndpointTest::TearDown();
     DeleteKeys({kUninstallKey});
-    for (const wchar_t* file : {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"}) DeleteFileW((kFolder + file).c_str());
+    for (const wchar_t* file : kInstalledFiles) DeleteFileW((kFolder + file).c_str());
     RemoveDirectoryW(kFolder.c_str());
   }
 };
@@ -28,14 +29,10 @@ class SetupPackage : public EndpointTest {
 TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
   Seed("stream-only");
   const std::string devices = Export(kMMDevices);
-  {
-    // The build leaves the package in package\ beside bin\.
-    ChildProcess setup(ExecutableFolder() + L"..\\package\\" QUILLON_SETUP_NAME, L"/S", ExecutableFolder() + L"setup-out.txt");
-    ASSERT_EQ(0, setup.Wait(120000));
-  }
-  for (const wchar_t* file : {L"Quillon.dll", L"quillon.exe", L"uninstall.exe"}) {
-    EXPECT_TRUE(Exists(kFolder + file)) << file;
-  }
+  // The build leaves the package in package\ beside bin\.
+  const std::wstring package = ExecutableFolder() + L"..\\package\\" QUILLON_SETUP_NAME;
+  ASSERT_EQ(0, ChildProcess(package, L"/S", ExecutableFolder() + L"setup-out.txt").Wait(120000));
+  for (const wchar_t* file : kInstalledFiles) EXPECT_TRUE(Exists(kFolder + file)) << file;
   EXPECT_EQ(L"Quillon", RegText(kUninstallKey, L"DisplayName"));
   EXPECT_EQ(L"\"" + kFolder + L"uninstall.exe\"", RegText(kUninstallKey, L"UninstallString"));
   EXPECT_EQ(kFolder + L"Quillon.dll", RegText(kQuillonClassKey + L"\\InprocServer32", nullptr));
@@ -49,10 +46,7 @@ TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
 
   // The uninstaller runs a copy of itself from the temporary folder and
   // returns at once: wait for the folder to go.
-  {
-    ChildProcess uninstall(kFolder + L"uninstall.exe", L"/S");
-    ASSERT_EQ(0, uninstall.Wait(120000));
-  }
+  ASSERT_EQ(0, ChildProcess(kFolder + L"uninstall.exe", L"/S").Wait(120000));
   EXPECT_TRUE(PollUntil([] { return !Exists(kFolder); }, 120000)) << "the files stayed";
   EXPECT_EQ(devices, Export(kMMDevices)) << "the microphone was not restored";
   EXPECT_EQ(L"(none)", RegText(kUninstallKey, L"DisplayName"));

@@ -1,6 +1,8 @@
 // Starting helper programs of the test suite as separate processes.
 #pragma once
 
+#include "platform/UniqueResource.h"
+
 #include <windows.h>
 
 #include <cstdio>
@@ -28,47 +30,42 @@ class ChildProcess {
     std::wstring command = L"\"" + (hasFolder ? L"" : ExecutableFolder()) + program + L"\" " + arguments;
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
-    HANDLE output = INVALID_HANDLE_VALUE;
+    UniqueHandle output;
     if (!outputFile.empty()) {
       SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-      output = CreateFileW(outputFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+      output.Reset(CreateFileW(outputFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                               CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
       startup.dwFlags = STARTF_USESTDHANDLES;
-      startup.hStdOutput = output;
-      startup.hStdError = output;
+      startup.hStdOutput = startup.hStdError = output.Get();
       startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     }
-    started_ = (token != nullptr ? CreateProcessAsUserW(token, nullptr, command.data(), nullptr, nullptr,
-                                                         output != INVALID_HANDLE_VALUE, 0, nullptr, nullptr,
-                                                         &startup, &info_)
-                                 : CreateProcessW(nullptr, command.data(), nullptr, nullptr,
-                                                  output != INVALID_HANDLE_VALUE, 0, nullptr, nullptr, &startup,
-                                                  &info_)) != FALSE;
-    const DWORD error = started_ ? 0 : GetLastError();
-    if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
-    if (started_) {
-      CloseHandle(info_.hThread);
+    const BOOL inherits = static_cast<bool>(output);
+    PROCESS_INFORMATION info{};
+    const BOOL started = token != nullptr ? CreateProcessAsUserW(token, nullptr, command.data(), nullptr, nullptr,
+                                                                 inherits, 0, nullptr, nullptr, &startup, &info)
+                                          : CreateProcessW(nullptr, command.data(), nullptr, nullptr, inherits, 0,
+                                                           nullptr, nullptr, &startup, &info);
+    if (started) {
+      CloseHandle(info.hThread);
+      process_.Reset(info.hProcess);
     } else {
+      const DWORD error = GetLastError();
       std::string text = "cannot start ";
       for (wchar_t c : command) text += c < 128 ? static_cast<char>(c) : '?';
       std::fputs((text + ": error " + std::to_string(error) + "\n").c_str(), stderr);
     }
   }
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
+  // A program still running is ended.
   ~ChildProcess() {
-    if (started_) {
-      if (WaitForSingleObject(info_.hProcess, 0) == WAIT_TIMEOUT) TerminateProcess(info_.hProcess, 99);
-      CloseHandle(info_.hProcess);
-    }
+    if (process_ && WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT) TerminateProcess(process_.Get(), 99);
   }
 
-  HANDLE Handle() const { return info_.hProcess; }
+  HANDLE Handle() const { return process_.Get(); }
   // Waits at most `timeoutMs`; returns the exit code, or -1 when it did not end in time.
   long Wait(DWORD timeoutMs = 30000) {
-    if (!started_ || WaitForSingleObject(info_.hProcess, timeoutMs) != WAIT_OBJECT_0) return -1;
+    if (!process_ || WaitForSingleObject(process_.Get(), timeoutMs) != WAIT_OBJECT_0) return -1;
     DWORD code = 0;
-    GetExitCodeProcess(info_.hProcess, &code);
+    GetExitCodeProcess(process_.Get(), &code);
     return static_cast<long>(code);
   }
   // Delivers a console control event (CTRL_C_EVENT, CTRL_CLOSE_EVENT...) the
@@ -77,20 +74,14 @@ class ChildProcess {
   bool Interrupt(DWORD ctrlEvent = CTRL_C_EVENT) {
     auto routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
         GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine"));
-    if (!started_ || routine == nullptr) return false;
-    HANDLE thread = CreateRemoteThread(info_.hProcess, nullptr, 0, routine,
-                                       reinterpret_cast<void*>(static_cast<ULONG_PTR>(ctrlEvent)), 0, nullptr);
-    if (thread == nullptr) return false;
-    CloseHandle(thread);
-    return true;
+    if (!process_ || routine == nullptr) return false;
+    void* const event = reinterpret_cast<void*>(static_cast<ULONG_PTR>(ctrlEvent));
+    return static_cast<bool>(UniqueHandle(CreateRemoteThread(process_.Get(), nullptr, 0, routine, event, 0, nullptr)));
   }
-  void Kill() {
-    if (started_) TerminateProcess(info_.hProcess, 99);
-  }
+  void Kill() { if (process_) TerminateProcess(process_.Get(), 99); }
 
  private:
-  PROCESS_INFORMATION info_{};
-  bool started_ = false;
+  UniqueHandle process_;
 };
 
 }  // namespace quillon::test

@@ -15,9 +15,23 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace quillon::test {
+
+inline ComPtr<IAudioMediaType> MediaType(const UNCOMPRESSEDAUDIOFORMAT& format) {
+  ComPtr<IAudioMediaType> type;
+  EXPECT_EQ(S_OK, CreateAudioMediaType(format, type.Put()));
+  return type;
+}
+// 16-bit integer samples, which the effect does not process.
+inline UNCOMPRESSEDAUDIOFORMAT Pcm16(UINT32 channels, float rate) {
+  return MakeUncompressedFormat(KSDATAFORMAT_SUBTYPE_PCM_GUID, channels, 2, 16, rate);
+}
+
+// Names each case of a parameterised test after the case's `name`.
+inline constexpr auto CaseName = [](const auto& info) { return std::string(info.param.name); };
 
 class EffectHarness {
  public:
@@ -61,20 +75,16 @@ class EffectHarness {
     channels_ = channels;
     frames_ = maxFrames;
     samples_ = static_cast<size_t>(channels) * maxFrames;
-    for (std::vector<float>* buffer : {&in_, &out_}) {
-      buffer->assign(samples_, 0.0f);
-      buffer->resize(samples_ + kGuard, kGuardValue);
+    APO_CONNECTION_DESCRIPTOR* connections[2];
+    for (int i : {kIn, kOut}) {
+      buffers_[i].assign(samples_, 0.0f);
+      buffers_[i].resize(samples_ + kGuard, kGuardValue);
+      formats_[i] = MediaType(MakeFloatFormat(channels, 48000.0f));
+      descriptors_[i] = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, Address(i), maxFrames, formats_[i].Get(),
+                         APO_CONNECTION_DESCRIPTOR_SIGNATURE};
+      connections[i] = &descriptors_[i];
     }
-    UNCOMPRESSEDAUDIOFORMAT format = MakeFloatFormat(channels, 48000.0f);
-    CreateAudioMediaType(format, inFormat_.Put());
-    CreateAudioMediaType(format, outFormat_.Put());
-    inDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(in_.data()), maxFrames,
-               inFormat_.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
-    outDesc_ = {APO_CONNECTION_BUFFER_TYPE_EXTERNAL, reinterpret_cast<UINT_PTR>(out_.data()), maxFrames,
-                outFormat_.Get(), APO_CONNECTION_DESCRIPTOR_SIGNATURE};
-    APO_CONNECTION_DESCRIPTOR* ins[] = {&inDesc_};
-    APO_CONNECTION_DESCRIPTOR* outs[] = {&outDesc_};
-    HRESULT hr = config_->LockForProcess(1, ins, 1, outs);
+    const HRESULT hr = config_->LockForProcess(1, &connections[kIn], 1, &connections[kOut]);
     locked_ = SUCCEEDED(hr);
     return hr;
   }
@@ -90,20 +100,19 @@ class EffectHarness {
   // Returns the output samples; the output buffer starts filled with 99.
   std::vector<float> Process(const std::vector<float>& mic, UINT32 flags = BUFFER_VALID, UINT32 frames = 0) {
     if (frames == 0) frames = static_cast<UINT32>(mic.size() / channels_);
-    std::copy(mic.begin(), mic.begin() + std::min(mic.size(), samples_), in_.begin());
-    std::fill(out_.begin(), out_.begin() + samples_, 99.0f);
-    inProp_ = {reinterpret_cast<UINT_PTR>(in_.data()), frames, flags, APO_CONNECTION_PROPERTY_SIGNATURE};
-    outProp_ = {reinterpret_cast<UINT_PTR>(out_.data()), 0, BUFFER_INVALID, APO_CONNECTION_PROPERTY_SIGNATURE};
-    APO_CONNECTION_PROPERTY* ins[] = {&inProp_};
-    APO_CONNECTION_PROPERTY* outs[] = {&outProp_};
-    rt_->APOProcess(1, ins, 1, outs);
-    for (const std::vector<float>* buffer : {&in_, &out_}) {
-      EXPECT_EQ(kGuard, static_cast<size_t>(std::count(buffer->begin() + samples_, buffer->end(), kGuardValue)));
+    std::copy(mic.begin(), mic.begin() + std::min(mic.size(), samples_), buffers_[kIn].begin());
+    std::fill(buffers_[kOut].begin(), buffers_[kOut].begin() + samples_, 99.0f);
+    properties_[kIn] = {Address(kIn), frames, flags, APO_CONNECTION_PROPERTY_SIGNATURE};
+    properties_[kOut] = {Address(kOut), 0, BUFFER_INVALID, APO_CONNECTION_PROPERTY_SIGNATURE};
+    APO_CONNECTION_PROPERTY* connections[] = {&properties_[kIn], &properties_[kOut]};
+    rt_->APOProcess(1, &connections[kIn], 1, &connections[kOut]);
+    for (const std::vector<float>& buffer : buffers_) {
+      EXPECT_EQ(kGuard, static_cast<size_t>(std::count(buffer.begin() + samples_, buffer.end(), kGuardValue)));
     }
-    size_t n = std::min<size_t>(static_cast<size_t>(frames) * channels_, samples_);
-    return std::vector<float>(out_.begin(), out_.begin() + n);
+    const size_t n = std::min<size_t>(static_cast<size_t>(frames) * channels_, samples_);
+    return std::vector<float>(buffers_[kOut].begin(), buffers_[kOut].begin() + n);
   }
-  const APO_CONNECTION_PROPERTY& OutputProperty() const { return outProp_; }
+  const APO_CONNECTION_PROPERTY& OutputProperty() const { return properties_[kOut]; }
 
   // Runs full periods until `done(heard)` holds (within 30 s) and returns the
   // output samples that are not 0: the sound mixed in, on a silent microphone.
@@ -122,7 +131,7 @@ class EffectHarness {
         heard.push_back(out[i]);
         if (positions != nullptr) positions->push_back(i);
       }
-      if (heard.size() > before) EXPECT_EQ(static_cast<UINT32>(BUFFER_VALID), outProp_.u32BufferFlags);
+      if (heard.size() > before) EXPECT_EQ(static_cast<UINT32>(BUFFER_VALID), properties_[kOut].u32BufferFlags);
       return done(heard);
     }));
     return heard;
@@ -131,15 +140,18 @@ class EffectHarness {
  private:
   static constexpr size_t kGuard = 64;
   static constexpr float kGuardValue = -12345.0f;
+  enum { kIn, kOut };  // each connection's place in the arrays below
+
+  UINT_PTR Address(int connection) { return reinterpret_cast<UINT_PTR>(buffers_[connection].data()); }
 
   tools::EndpointProperties store_;
   ComPtr<IAudioProcessingObject> apo_;
   ComPtr<IAudioProcessingObjectRT> rt_;
   ComPtr<IAudioProcessingObjectConfiguration> config_;
-  ComPtr<IAudioMediaType> inFormat_, outFormat_;
-  APO_CONNECTION_DESCRIPTOR inDesc_{}, outDesc_{};
-  APO_CONNECTION_PROPERTY inProp_{}, outProp_{};
-  std::vector<float> in_, out_;
+  ComPtr<IAudioMediaType> formats_[2];
+  APO_CONNECTION_DESCRIPTOR descriptors_[2]{};
+  APO_CONNECTION_PROPERTY properties_[2]{};
+  std::vector<float> buffers_[2];
   size_t samples_ = 0;
   UINT32 channels_ = 0, frames_ = 0;
   bool locked_ = false;

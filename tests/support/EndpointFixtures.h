@@ -61,7 +61,7 @@ class EndpointTest : public ::testing::Test {
  protected:
   void TearDown() override {
     for (const wchar_t* guid : kFixtureGuids) {
-      DeleteKeys({kCapture + guid, EndpointKey(guid)});
+      DeleteKeys({kCapture + guid, EndpointSettingsKey(guid)});
       DeleteFileW((kBackupFolder + guid + L".reg").c_str());
     }
     DeleteKeys({kMMDevices + L"\\Audio\\Render\\{7e570007-0000-4000-8000-000000000007}", kQuillonClassKey,

@@ -34,18 +34,16 @@ class HalvingEffect final : public BaseAudioProcessingObject {
   HalvingEffect() : BaseAudioProcessingObject(kHalvingRegistration) { ++devicesAlive; }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    *ppv = nullptr;
     if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IAudioProcessingObject)) {
       *ppv = static_cast<IAudioProcessingObject*>(this);
     } else if (IsEqualIID(riid, IID_IAudioProcessingObjectRT)) {
       *ppv = static_cast<IAudioProcessingObjectRT*>(this);
     } else if (IsEqualIID(riid, IID_IAudioProcessingObjectConfiguration)) {
       *ppv = static_cast<IAudioProcessingObjectConfiguration*>(this);
-    } else {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
     }
-    AddRef();
-    return S_OK;
+    if (*ppv != nullptr) AddRef();
+    return *ppv != nullptr ? S_OK : E_NOINTERFACE;
   }
   ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
   ULONG STDMETHODCALLTYPE Release() override {

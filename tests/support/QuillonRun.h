@@ -10,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
+#include <initializer_list>
 #include <string>
 
 namespace quillon::test {
@@ -26,15 +28,21 @@ inline CommandResult RunQuillon(const std::wstring& args, DWORD timeoutMs = 6000
                                 const std::wstring& program = L"quillon.exe", HANDLE token = nullptr) {
   const std::wstring output = ExecutableFolder() + L"quillon-command-out.txt";
   CommandResult result;
-  {
-    ChildProcess quillon(program, args, output, token);
-    result.exit = quillon.Wait(timeoutMs);
-  }
+  result.exit = ChildProcess(program, args, output, token).Wait(timeoutMs);  // ended (or killed) before the read
   // Lines end in CR LF, as Windows text does; the tests compare LF lines.
-  for (char c : ReadText(output)) {
-    if (c != '\r') result.text += c;
-  }
+  result.text = ReadText(output);
+  result.text.erase(std::remove(result.text.begin(), result.text.end(), '\r'), result.text.end());
   return result;
+}
+
+// Whether `text` holds every one of `parts`; a failure names those missing and shows the text.
+inline ::testing::AssertionResult Shows(const std::string& text, std::initializer_list<std::string> parts) {
+  std::string missing;
+  for (const std::string& part : parts) {
+    if (text.find(part) == std::string::npos) missing += "\"" + part + "\"\n";
+  }
+  if (missing.empty()) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "missing:\n" << missing << "in:\n" << text;
 }
 
 // The folder of the made sounds; the tests write their output files there

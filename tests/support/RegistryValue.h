@@ -1,6 +1,8 @@
 // Registry values written by a test and removed again when it ends.
 #pragma once
 
+#include "platform/RegistrySettings.h"
+
 #include <windows.h>
 
 #include <initializer_list>
@@ -8,11 +10,8 @@
 
 namespace quillon::test {
 
-inline const wchar_t* const kQuillonKey = L"SOFTWARE\\Marrowin\\Quillon";
-
-// Quillon's settings of one endpoint (Original-Apo), and of its stream (MicAmpInDb).
-inline std::wstring EndpointKey(const std::wstring& endpoint) { return std::wstring(kQuillonKey) + L"\\" + endpoint; }
-inline std::wstring GainKey(const std::wstring& endpoint) { return EndpointKey(endpoint) + L",1"; }
+// Quillon's settings of one endpoint's stream (the gain).
+inline std::wstring GainKey(const std::wstring& endpoint) { return EndpointSettingsKey(MicGainSubkey(endpoint)); }
 
 // An HKLM value of `types` as text (a multi-string's first), or "(none)".
 inline std::wstring RegText(const std::wstring& key, const wchar_t* name, DWORD types = RRF_RT_REG_SZ) {
@@ -46,14 +45,9 @@ class ScopedRegistryValue {
   ScopedRegistryValue& operator=(const ScopedRegistryValue&) = delete;
   ~ScopedRegistryValue() { Delete(); }
 
+  // Writes the value, making its key and any missing key above it.
   bool Set(DWORD type, const void* data, DWORD bytes) {
-    HKEY key = nullptr;
-    if (RegCreateKeyExW(root_, key_.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr) != ERROR_SUCCESS) {
-      return false;
-    }
-    LSTATUS rc = RegSetValueExW(key, name_.c_str(), 0, type, static_cast<const BYTE*>(data), bytes);
-    RegCloseKey(key);
-    return rc == ERROR_SUCCESS;
+    return RegSetKeyValueW(root_, key_.c_str(), name_.c_str(), type, data, bytes) == ERROR_SUCCESS;
   }
   bool SetString(const std::wstring& text, DWORD type = REG_SZ) {
     return Set(type, text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));

@@ -3,6 +3,7 @@
 // slots' transfer mappings.
 #pragma once
 
+#include "diag/LogFolder.h"
 #include "platform/MappedView.h"
 #include "transfer/SharedLayout.h"
 #include "transfer/WinUtils.h"
@@ -10,23 +11,21 @@
 #include <windows.h>
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 namespace quillon::test {
 
-inline const wchar_t* const kLogPath = L"C:\\ProgramData\\Marrowin\\Brisvale\\Quillon.log";
+inline const std::wstring kLogPath = GetLogFilePath().Data();
 
 inline std::string ReadText(const std::wstring& path) {
   std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // The shared log file as it stands now, and its removal before a test.
 inline std::string LogText() { return ReadText(kLogPath); }
-inline void DeleteLog() { DeleteFileW(kLogPath); }
+inline void DeleteLog() { DeleteFileW(kLogPath.c_str()); }
 
 // A shared mapping as a player opens it, or (`create`) as an effect makes it.
 template <typename Block>

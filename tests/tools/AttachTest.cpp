@@ -6,10 +6,10 @@
 #include "support/QuillonDll.h"
 #include "support/QuillonRun.h"
 #include "support/RegistryValue.h"
+#include "common/ToolSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <cwctype>
 #include <fstream>
 
 namespace quillon::test {
@@ -21,11 +21,15 @@ constexpr const wchar_t* kModes = L"{d3993a3f-99c2-4402-b5ec-a92a0367664b},5";
 constexpr const wchar_t* kEffectsOff = L"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5";
 const wchar_t* const kStreamOnly = kFixtureGuids[0];
 
-std::wstring Slot(const std::wstring& guid, const wchar_t* name) {
-  return RegText(kCapture + guid + L"\\FxProperties", name);
-}
+// An endpoint's effect slots, one of them, and the effect Quillon runs first there.
+std::wstring FxKey(const std::wstring& guid) { return kCapture + guid + L"\\FxProperties"; }
+std::wstring Slot(const std::wstring& guid, const wchar_t* name) { return RegText(FxKey(guid), name); }
+std::wstring OriginalApo(const std::wstring& guid) { return RegText(EndpointSettingsKey(guid), kOriginalApoValue); }
 
-std::wstring OriginalApo(const std::wstring& guid) { return RegText(EndpointKey(guid), L"Original-Apo"); }
+// Writes `clsid` into an endpoint's slot with reg.exe, as a driver update or a user does.
+long WriteSlot(const std::wstring& guid, const wchar_t* slot, const std::wstring& clsid) {
+  return RunReg(L"add \"HKLM\\" + FxKey(guid) + L"\" /v \"" + slot + L"\" /t REG_SZ /d " + clsid + L" /f");
+}
 
 using AttachTest = EndpointTest;
 
@@ -51,12 +55,12 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
 
   CommandResult attach = RunQuillon(L"attach " + std::wstring(c.guid) + c.extraArgs);
   ASSERT_EQ(0, attach.exit) << attach.text;
-  EXPECT_NE(std::string::npos, attach.text.find("attached to")) << attach.text;
+  EXPECT_TRUE(Shows(attach.text, {"attached to"}));
   EXPECT_EQ(kQuillonClsidText, Slot(c.guid, c.slot));
   EXPECT_EQ(c.original, OriginalApo(c.guid));
-  EXPECT_FALSE(RegHas(kCapture + c.guid + L"\\FxProperties", kEffectsOff));
-  if (std::wstring(c.slot) == kStream) EXPECT_TRUE(RegHas(kCapture + c.guid + L"\\FxProperties", kModes));
-  EXPECT_NE(std::string::npos, RunQuillon(L"mics").text.find("attached; the backup agrees"));
+  EXPECT_FALSE(RegHas(FxKey(c.guid), kEffectsOff));
+  if (std::wstring(c.slot) == kStream) EXPECT_TRUE(RegHas(FxKey(c.guid), kModes));
+  EXPECT_TRUE(Shows(RunQuillon(L"mics").text, {"attached; the backup agrees"}));
 
   ASSERT_EQ(0, RunReg(L"import \"" + kBackupFolder + c.guid + L".reg\""));
   EXPECT_EQ(before, Export(kMMDevices)) << "the .reg backup does not restore the effects";
@@ -68,7 +72,7 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
   ASSERT_EQ(0, detach.exit) << detach.text;
   EXPECT_EQ(before, Export(kMMDevices));
   EXPECT_EQ(L"(none)", OriginalApo(c.guid));
-  EXPECT_FALSE(RegHas(EndpointKey(c.guid) + L"\\Backup", L"Slot"));
+  EXPECT_FALSE(RegHas(EndpointSettingsKey(c.guid) + L"\\Backup", L"Slot"));
   EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((kBackupFolder + c.guid + L".reg").c_str()));
 }
 
@@ -76,13 +80,11 @@ INSTANTIATE_TEST_SUITE_P(
     Fixtures, AttachLayout,
     ::testing::Values(
         Layout{"stream-only", kStreamOnly, L"", kStream, kDeviceClsidText},
-        Layout{"no-effects", L"{7e570003-0000-4000-8000-000000000003}", L"", kStream, L"(none)"},
-        Layout{"older-scheme", L"{7e570002-0000-4000-8000-000000000002}", L"", kPreMix,
-               L"{11111111-2222-3333-4444-555555555555}"},
-        Layout{"composite", L"{7e570004-0000-4000-8000-000000000004}", L" --force", kStream,
-               L"{22222222-3333-4444-5555-666666666666}"},
-        Layout{"effects-off", L"{7e570005-0000-4000-8000-000000000005}", L"", kStream,
-               L"{33333333-4444-5555-6666-777777777777}"},
+        Layout{"no-effects", kFixtureGuids[2], L"", kStream, L"(none)"},
+        Layout{"older-scheme", kFixtureGuids[1], L"", kPreMix, L"{11111111-2222-3333-4444-555555555555}"},
+        Layout{"composite", kFixtureGuids[3], L" --force", kStream, L"{22222222-3333-4444-5555-666666666666}"},
+        Layout{"effects-off", kFixtureGuids[4], L"", kStream, L"{33333333-4444-5555-6666-777777777777}"},
+        // Named in another case than the fixture spells it.
         Layout{"mixed-case", L"{7e57000a-ABCD-4000-8000-00000000000a}", L"", kStream,
                L"{b0c5e7a2-4D1F-4e8b-9A63-2f7d5c1e8b40}"}),
     [](const ::testing::TestParamInfo<Layout>& info) { return TestName(info.param.fixture); });
@@ -96,23 +98,20 @@ TEST_F(AttachTest, MicsShowsEveryLayoutThenReattachRecoversARewrittenSlot) {
     Seed(fixture);
   }
   ASSERT_EQ(0, RunQuillon(L"attach \"stream mic\"").exit);
-  const std::string mics = RunQuillon(L"mics").text;
-  for (const char* shown :
-       {"Stream Mic\n  GUID      {7e570001-0000-4000-8000-000000000001}\n  state     active\n"
-        "  effects   stream effect: {27384E53-9860-0AC3-9519-C60EBCAA2C71} (Quillon)\n",
-        "  Quillon   attached; the backup agrees\n",
-        "  effects   pre-mix effect: {11111111-2222-3333-4444-555555555555}\n"
-        "            post-mix effect: {66666666-7777-8888-9999-000000000000}\n  Quillon   not attached\n",
-        "  effects   none\n", "composite stream effects: {A}, {B}\n", "mode effect: %x%\n",
-        "stream processing modes: {C}\n            all effects are turned off\n", "  state     not present\n"}) {
-    EXPECT_NE(std::string::npos, mics.find(shown)) << shown << "\nin:\n" << mics;
-  }
+  EXPECT_TRUE(Shows(
+      RunQuillon(L"mics").text,
+      {"Stream Mic\n  GUID      {7e570001-0000-4000-8000-000000000001}\n  state     active\n"
+       "  effects   stream effect: " + tools::Narrow(kQuillonClsidText) + " (Quillon)\n",
+       "  Quillon   attached; the backup agrees\n",
+       "  effects   pre-mix effect: {11111111-2222-3333-4444-555555555555}\n"
+       "            post-mix effect: {66666666-7777-8888-9999-000000000000}\n  Quillon   not attached\n",
+       "  effects   none\n", "composite stream effects: {A}, {B}\n", "mode effect: %x%\n",
+       "stream processing modes: {C}\n            all effects are turned off\n", "  state     not present\n"}));
 
   const std::wstring newEffect = L"{99999999-8888-7777-6666-555555555555}";
-  ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + kCapture + kStreamOnly + L"\\FxProperties\" /v \"" + kStream +
-                      L"\" /t REG_SZ /d " + newEffect + L" /f"));
+  ASSERT_EQ(0, WriteSlot(kStreamOnly, kStream, newEffect));
   const std::string rewritten = Export(kMMDevices);
-  EXPECT_NE(std::string::npos, RunQuillon(L"mics").text.find("its effects were rewritten (quillon reattach)"));
+  EXPECT_TRUE(Shows(RunQuillon(L"mics").text, {"its effects were rewritten (quillon reattach)"}));
   CommandResult dryRun = RunQuillon(L"reattach --dry-run");
   EXPECT_EQ(0, dryRun.exit) << dryRun.text;
   EXPECT_EQ(newEffect, Slot(kStreamOnly, kStream)) << "a dry run wrote";
@@ -120,7 +119,7 @@ TEST_F(AttachTest, MicsShowsEveryLayoutThenReattachRecoversARewrittenSlot) {
   ASSERT_EQ(0, reattach.exit) << reattach.text;
   EXPECT_EQ(kQuillonClsidText, Slot(kStreamOnly, kStream));
   EXPECT_EQ(newEffect, OriginalApo(kStreamOnly));
-  EXPECT_NE(std::string::npos, RunQuillon(L"reattach").text.find("nothing to do"));
+  EXPECT_TRUE(Shows(RunQuillon(L"reattach").text, {"nothing to do"}));
 
   ASSERT_EQ(0, RunQuillon(L"detach \"stream mic\"").exit);
   EXPECT_EQ(rewritten, Export(kMMDevices));
@@ -138,15 +137,13 @@ TEST_F(AttachTest, TheSlotCreatesQuillonWrappingTheOriginal) {
   ASSERT_EQ(0, RunQuillon(L"attach " + guid).exit);
   CLSID clsid;
   ASSERT_EQ(S_OK, CLSIDFromString(Slot(guid, kStream).c_str(), &clsid));
-  ASSERT_TRUE(IsEqualCLSID(kQuillonClsid, clsid));
+  ASSERT_TRUE(IsEqualCLSID(CLSID_Quillon, clsid));
   ScopedHalvingEffectClass device;
   ASSERT_EQ(S_OK, device.Registered());
   ComPtr<IAudioProcessingObject> apo;
   ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IAudioProcessingObject, apo.PutVoid()));
-  // The engine gives the endpoint's GUID in whatever case it has.
-  std::wstring endpoint = guid;
-  for (wchar_t& c : endpoint) c = static_cast<wchar_t>(towlower(c));
-  EffectHarness h(endpoint.c_str(), apo);
+  // The engine gives the endpoint's GUID in whatever case it has: here all lower case.
+  EffectHarness h(L"{7e57000a-abcd-4000-8000-00000000000a}", apo);
   ASSERT_EQ(S_OK, h.Initialize());
   ASSERT_EQ(S_OK, h.Lock(2, 4));
   const std::vector<float> out = h.Process({0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f});
@@ -206,23 +203,21 @@ TEST_P(Refused, SaysWhyAndWritesNothing) {
   for (const char* fixture : {"stream-only", "composite", "not-present", "playback"}) Seed(fixture);
   // An endpoint that already holds Quillon, written by hand without a backup.
   Seed("older-scheme");
-  ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + kCapture + kFixtureGuids[1] + L"\\FxProperties\" /v \"" + kPreMix +
-                      L"\" /t REG_SZ /d " + kQuillonClsidText + L" /f"));
+  ASSERT_EQ(0, WriteSlot(kFixtureGuids[1], kPreMix, kQuillonClsidText));
   if (c.before != nullptr) ASSERT_EQ(0, RunQuillon(c.before).exit);
-  const std::string devices = Export(kMMDevices), settings = Export(kQuillonKey);
+  const std::string devices = Export(kMMDevices), settings = Export(kSettingsKey);
   const std::string backup = test::ReadText(kBackupFolder + kStreamOnly + L".reg");
 
-  UniqueHandle token = c.how == Refusal::kUnelevated ? UnelevatedToken() : UniqueHandle();
-  const std::wstring program = c.how == Refusal::kHere || c.how == Refusal::kUnelevated
-                                   ? L"quillon.exe"
-                                   : LoneQuillon(c.how == Refusal::kForeignDll);
+  const UniqueHandle token = c.how == Refusal::kUnelevated ? UnelevatedToken() : UniqueHandle();
+  const bool lone = c.how == Refusal::kNoDll || c.how == Refusal::kForeignDll;
+  const std::wstring program = lone ? LoneQuillon(c.how == Refusal::kForeignDll) : L"quillon.exe";
   const CommandResult r = RunQuillon(c.args, 60000, program, token.Get());
   EXPECT_EQ(c.exit, r.exit) << r.text;
   const std::string first = r.text.substr(0, r.text.find('\n'));
   EXPECT_NE(std::string::npos, first.find(c.says)) << r.text;
   if (c.exit != 0) EXPECT_EQ(0u, first.rfind("quillon: ", 0)) << r.text;
   EXPECT_EQ(devices, Export(kMMDevices));
-  EXPECT_EQ(settings, Export(kQuillonKey));
+  EXPECT_EQ(settings, Export(kSettingsKey));
   EXPECT_EQ(backup, test::ReadText(kBackupFolder + kStreamOnly + L".reg"));
 }
 

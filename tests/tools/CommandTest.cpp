@@ -29,8 +29,8 @@ class Command : public ::testing::Test {
  protected:
   void SetUp() override { TearDown(); }
   void TearDown() override {
-    for (const wchar_t* name : {L"FilterBlockVoice", L"LogLevel"}) {
-      RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kQuillonKey, name);
+    for (const wchar_t* name : {kBlockVoiceValue, kLogLevelValue}) {
+      RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSettingsKey, name);
     }
     DeleteKeys({GainKey(kMicA), GainKey(kMicB), kCapture + kGuidA, kCapture + kGuidB});
   }
@@ -63,12 +63,12 @@ class Answers : public Command, public ::testing::WithParamInterface<Answer> {};
 TEST_P(Answers, ExitCodeAndText) {
   const CommandResult r = RunQuillon(GetParam().args);
   EXPECT_EQ(GetParam().exit, r.exit) << r.text;
-  EXPECT_TRUE(Has(r.text, GetParam().says)) << r.text;
+  EXPECT_TRUE(Shows(r.text, {GetParam().says}));
   if (!GetParam().refuses) return;
   EXPECT_EQ(0, r.text.rfind("quillon: ", 0)) << r.text;
   EXPECT_EQ(1, std::count(r.text.begin(), r.text.end(), '\n')) << r.text;
-  for (const wchar_t* name : {L"FilterBlockVoice", L"LogLevel"}) EXPECT_FALSE(RegHas(kQuillonKey, name)) << name;
-  EXPECT_FALSE(RegHas(GainKey(kMicA), L"MicAmpInDb"));
+  for (const wchar_t* name : {kBlockVoiceValue, kLogLevelValue}) EXPECT_FALSE(RegHas(kSettingsKey, name)) << name;
+  EXPECT_FALSE(RegHas(GainKey(kMicA), kMicGainValue));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -118,14 +118,14 @@ TEST_P(MicChoice, PicksOneOrListsTheCandidates) {
   StartTwo();
   const Choice& c = GetParam();
   const CommandResult r = RunQuillon(L"set gain 7" + (c.mic.empty() ? L"" : L" --mic \"" + c.mic + L"\""));
-  EXPECT_TRUE(Has(r.text, c.says)) << r.text;
+  EXPECT_TRUE(Shows(r.text, {c.says}));
   for (const std::wstring* mic : {&kMicA, &kMicB}) {
-    EXPECT_EQ(mic == c.chosen ? 7u : 0xDEADu, RegDword(GainKey(*mic), L"MicAmpInDb")) << r.text;
+    EXPECT_EQ(mic == c.chosen ? 7u : 0xDEADu, RegDword(GainKey(*mic), kMicGainValue)) << r.text;
   }
   EXPECT_EQ(c.chosen != nullptr ? 0 : 1, r.exit) << r.text;
-  if (c.chosen == nullptr) {
-    EXPECT_TRUE(Has(r.text, "\n  Headset Microphone (USB Audio) " + tools::Narrow(kMicA))) << r.text;
-    EXPECT_TRUE(Has(r.text, "\n  Microphone Array (Realtek Audio) " + tools::Narrow(kMicB))) << r.text;
+  if (c.chosen == nullptr) {  // the candidates, each with its endpoint id
+    EXPECT_TRUE(Shows(r.text, {"\n  Headset Microphone (USB Audio) " + tools::Narrow(kMicA),
+                               "\n  Microphone Array (Realtek Audio) " + tools::Narrow(kMicB)}));
   }
 }
 
@@ -143,27 +143,24 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Command, SettingsAreWrittenWhereTheEffectReadsThem) {
   StartTwo();
   CommandResult r = RunQuillon(L"settings");
-  EXPECT_TRUE(Has(r.text, "block voice  off (default)\n")) << r.text;
-  EXPECT_TRUE(Has(r.text, "log level    error (default)\n")) << r.text;
-  EXPECT_TRUE(Has(r.text, "gain         0 dB (default)   Headset Microphone (USB Audio)")) << r.text;
+  EXPECT_TRUE(Shows(r.text, {"block voice  off (default)\n", "log level    error (default)\n",
+                             "gain         0 dB (default)   Headset Microphone (USB Audio)"}));
 
   for (const wchar_t* args : {L"set block-voice on", L"set log-level WARN", L"set gain 12 --mic headset"}) {
     r = RunQuillon(args);
     ASSERT_EQ(0, r.exit) << r.text;
   }
-  EXPECT_EQ(1u, RegDword(kQuillonKey, L"FilterBlockVoice"));
-  EXPECT_EQ(L"warn", RegText(kQuillonKey, L"LogLevel"));
+  EXPECT_EQ(1u, RegDword(kSettingsKey, kBlockVoiceValue));
+  EXPECT_EQ(L"warn", RegText(kSettingsKey, kLogLevelValue));
 
   r = RunQuillon(L"settings");
   EXPECT_EQ(0, r.exit);
-  EXPECT_TRUE(Has(r.text, "block voice  on\n")) << r.text;
-  EXPECT_TRUE(Has(r.text, "log level    warn\n")) << r.text;
-  EXPECT_TRUE(Has(r.text, "gain         12 dB            Headset Microphone (USB Audio) " + tools::Narrow(kMicA)))
-      << r.text;
-  EXPECT_TRUE(Has(r.text, "gain         0 dB (default)   Microphone Array")) << r.text;
+  EXPECT_TRUE(Shows(r.text, {"block voice  on\n", "log level    warn\n",
+                             "gain         12 dB            Headset Microphone (USB Audio) " + tools::Narrow(kMicA),
+                             "gain         0 dB (default)   Microphone Array"}));
 
   ASSERT_EQ(0, RunQuillon(L"set block-voice off").exit);
-  EXPECT_EQ(0u, RegDword(kQuillonKey, L"FilterBlockVoice"));
+  EXPECT_EQ(0u, RegDword(kSettingsKey, kBlockVoiceValue));
 }
 
 TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
@@ -180,9 +177,7 @@ TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
   char rowA[96], rowB[96];
   std::snprintf(rowA, sizeof(rowA), "%4d  yes      48000 Hz, 2 channels   Headset Microphone (USB Audio)", slotA);
   std::snprintf(rowB, sizeof(rowB), "%4d  no       48000 Hz, 2 channels   Microphone Array (Realtek Audio)", slotB);
-  EXPECT_TRUE(Has(text, rowA)) << text;
-  EXPECT_TRUE(Has(text, rowB)) << text;
-  EXPECT_TRUE(Has(text, tools::Narrow(kMicA))) << text;
+  EXPECT_TRUE(Shows(text, {rowA, rowB, tools::Narrow(kMicA)}));
   ASSERT_TRUE(player.process.Interrupt(CTRL_C_EVENT));
   EXPECT_EQ(130, player.process.Wait());
   EXPECT_TRUE(Has(RunQuillon(L"list").text, rowB));
@@ -192,14 +187,14 @@ TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
 // The log as the effect's processes write it (through the logger of a second process).
 TEST_F(Command, LogPrintsTheLastLinesAndFollows) {
   DeleteLog();
-  DeleteFileW((std::wstring(kLogPath) + L"-old").c_str());
+  DeleteFileW((kLogPath + L"-old").c_str());
   CommandResult r = RunQuillon(L"log");
   EXPECT_EQ(1, r.exit);
-  EXPECT_TRUE(Has(r.text, "no log file")) << r.text;
+  EXPECT_TRUE(Shows(r.text, {"no log file"}));
 
   ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write early 4").Wait());
   // What the logger does when the file grows too large.
-  ASSERT_TRUE(MoveFileExW(kLogPath, (std::wstring(kLogPath) + L"-old").c_str(), MOVEFILE_REPLACE_EXISTING));
+  ASSERT_TRUE(MoveFileExW(kLogPath.c_str(), (kLogPath + L"-old").c_str(), MOVEFILE_REPLACE_EXISTING));
   ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write late 3").Wait());
   r = RunQuillon(L"log --lines 5");
   EXPECT_EQ(0, r.exit);
@@ -215,7 +210,7 @@ TEST_F(Command, LogPrintsTheLastLinesAndFollows) {
   EXPECT_TRUE(PollUntil([&] { return Has(follow.Text(), "followed line 1 "); })) << follow.Text();
   ASSERT_TRUE(follow.process.Interrupt(CTRL_C_EVENT));
   EXPECT_EQ(130, follow.process.Wait());
-  DeleteFileW((std::wstring(kLogPath) + L"-old").c_str());
+  DeleteFileW((kLogPath + L"-old").c_str());
 }
 
 }  // namespace

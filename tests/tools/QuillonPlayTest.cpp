@@ -22,6 +22,7 @@ constexpr const wchar_t* kMicB = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-000
 constexpr const wchar_t* kMicC = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000c}";
 constexpr UINT32 kFrames = 480;  // 10 ms at 48 kHz
 constexpr DWORD kBound = 30000;  // bound of every wait and poll
+const std::vector<float> kSilence(2 * kFrames, 0.0f);  // a silent stereo period
 
 float Ramp(size_t k) { return static_cast<float>(k + 1) / 65536.0f; }
 
@@ -91,8 +92,13 @@ TEST_F(PlayerProtocol, WaitsForTheFormatOfAnOlderEffect) {
     slots->inUse[slot] = 1;
     wcscpy(slots->endpointIds[slot], kMicA);
   }
+  // The format comes once the player has opened the slot, which it does (making
+  // the slot's control event) just before it reads the format.
+  const std::wstring control = WinUtils::PerInstanceName(kControlEventPrefix, slot);
+  auto opened = [&] { return static_cast<bool>(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, control.c_str()))); };
+  EXPECT_FALSE(opened());
   QuillonProcess player(L"late", PlayArgs(kMicA, RampFile(L"late", 2, 960)));
-  Sleep(700);  // the format comes late: meanwhile the player finds the slot in use without one
+  EXPECT_TRUE(PollUntil(opened)) << player.Text();
   block->format = MakeFloatFormat(2, 48000.0f);
   EXPECT_TRUE(PollUntil([&] { return block->dataReady == 1; })) << player.Text();
   EXPECT_EQ(960u * sizeof(float), block->byteCount);
@@ -147,7 +153,7 @@ TEST_P(PlayerReplaced, StopsSendingAndSaysSo) {
 INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerReplaced,
                          ::testing::Values(Replacement{"OtherEndpoint", kMicB, 2},
                                            Replacement{"OtherFormat", kMicA, 1}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         CaseName);
 
 // Ctrl+C or a closing console while playing: what was queued is dropped, the
 // stop request is cleared, and the player exits with 130.
@@ -163,8 +169,7 @@ TEST_P(PlayerInterrupted, WhilePlayingDropsTheQueuedSound) {
   EXPECT_EQ(130, player.process.Wait(kBound)) << player.Text();
   EXPECT_EQ(0, block->stopRequest);
   EXPECT_EQ(0u, block->dataReady);
-  const std::vector<float> silence(2 * kFrames, 0.0f);
-  for (int period = 0; period < 20; ++period) ASSERT_EQ(silence, h->Process(silence)) << period;
+  for (int period = 0; period < 20; ++period) ASSERT_EQ(kSilence, h->Process(kSilence)) << period;
 }
 
 INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerInterrupted,
@@ -243,11 +248,10 @@ TEST_F(PlayerProtocol, ManyInstancesAndLockPeriodsLoseNothing) {
       players.push_back(
           std::make_unique<QuillonProcess>(L"many" + std::to_wstring(i), PlayArgs(mics[i], file, L"--block-ms 10")));
     }
-    const std::vector<float> silence(2 * kFrames, 0.0f);
     EXPECT_TRUE(PollUntil([&] {
       bool all = true;
       for (int i = 0; i < 3; ++i) {
-        for (float v : effects[i]->Process(silence)) {
+        for (float v : effects[i]->Process(kSilence)) {
           if (v != 0.0f) heard[i].push_back(v);
         }
         all = all && heard[i].size() >= kSamples;

@@ -21,6 +21,7 @@ constexpr UINT32 kChannels = 2;
 constexpr UINT32 kFrames = 32;
 constexpr size_t kPeriod = kChannels * kFrames;  // 64 samples; a chunk holds 512
 const std::vector<float> kSilence(kPeriod, 0.0f);
+const std::vector<float> kMic(kPeriod, 0.25f);  // a microphone that is not silent
 
 std::wstring Endpoint(int n) { return L"{0.0.1.00000000}.{transfer-test-endpoint-" + std::to_wstring(n) + L"}"; }
 
@@ -43,7 +44,7 @@ void WriteRaw(int32_t slot, uint32_t bytes) {
 class Transfer : public ::testing::Test {
  protected:
   void SetUp() override {
-    level_.SetString(L"trace");
+    level_.SetString(kLogLevels[LOG_TRACE].text);
     Logger::Instance().SetLevel(LOG_TRACE);
     DeleteLog();
   }
@@ -61,7 +62,7 @@ class Transfer : public ::testing::Test {
   }
   static bool Logged(const char* text) { return LogText().find(text) != std::string::npos; }
 
-  ScopedRegistryValue level_{HKEY_LOCAL_MACHINE, kQuillonKey, L"LogLevel"};
+  ScopedRegistryValue level_{HKEY_LOCAL_MACHINE, kSettingsKey, kLogLevelValue};
 };
 
 TEST_F(Transfer, RegisterSlotsLowestFreeFirstAndLimitOfTwenty) {
@@ -80,8 +81,7 @@ TEST_F(Transfer, RegisterSlotsLowestFreeFirstAndLimitOfTwenty) {
   // The twenty-first is refused, still locks and passes audio through.
   auto extra = Start(20);
   EXPECT_EQ(-1, extra->Slot());
-  const std::vector<float> mic(kPeriod, 0.25f);
-  EXPECT_EQ(mic, extra->Process(mic));
+  EXPECT_EQ(kMic, extra->Process(kMic));
   EXPECT_TRUE(Logged("Cannot register APO instance. The amount is limited to 20"));
   EXPECT_TRUE(Logged("Cannot register APO instance [Code=1:"));
 
@@ -189,8 +189,7 @@ TEST_F(Transfer, MappingPrecreatedTooSmallLeavesTheInstanceUnregistered) {
   ASSERT_TRUE(small);
   auto h = Start(0);
   EXPECT_EQ(-1, h->Slot());
-  const std::vector<float> mic(kPeriod, 0.25f);
-  EXPECT_EQ(mic, h->Process(mic));
+  EXPECT_EQ(kMic, h->Process(kMic));
   EXPECT_TRUE(Logged("Failed to map view of memory mapping file"));
   EXPECT_EQ(S_OK, h->Unlock());
 }

@@ -1,5 +1,6 @@
 #include "quillon/Attachment.h"
 
+#include "platform/RegistrySettings.h"
 #include "platform/UniqueResource.h"
 #include "quillon/Console.h"
 
@@ -11,7 +12,6 @@
 namespace quillon::cli {
 namespace {
 
-constexpr wchar_t kSettingsKey[] = L"SOFTWARE\\Marrowin\\Quillon\\";
 // Values of the backup key besides the saved FxProperties values.
 constexpr wchar_t kMissingValue[] = L"Missing";
 constexpr wchar_t kHadKeyValue[] = L"FxProperties";
@@ -44,7 +44,7 @@ std::wstring RegFileData(const RegValue& value) {
 
 }  // namespace
 
-std::wstring SettingsKeyOf(const Endpoint& endpoint) { return kSettingsKey + endpoint.guid; }
+std::wstring SettingsKeyOf(const Endpoint& endpoint) { return EndpointSettingsKey(endpoint.guid); }
 std::wstring BackupKeyOf(const Endpoint& endpoint) { return SettingsKeyOf(endpoint) + L"\\Backup"; }
 
 std::optional<Backup> ReadBackup(const Endpoint& endpoint) {
@@ -112,9 +112,9 @@ std::vector<RegChange> AttachChanges(const Endpoint& endpoint, const Backup& bac
   changes.push_back(RegChange::Set(backupKey, kSlotValue, RegValue::Text(backup.slot)));
 
   if (const std::optional<std::wstring> original = OriginalEffect(endpoint, backup.slot.c_str())) {
-    changes.push_back(RegChange::Set(SettingsKeyOf(endpoint), L"Original-Apo", RegValue::Text(*original)));
+    changes.push_back(RegChange::Set(SettingsKeyOf(endpoint), kOriginalApoValue, RegValue::Text(*original)));
   } else {
-    changes.push_back(RegChange::Delete(SettingsKeyOf(endpoint), L"Original-Apo"));
+    changes.push_back(RegChange::Delete(SettingsKeyOf(endpoint), kOriginalApoValue));
   }
   changes.push_back(RegChange::Set(fxKey, backup.slot, RegValue::Text(kQuillonClsidText)));
   if (backup.slot == fx::kStream && endpoint.Fx(fx::kStreamModes) == nullptr) {
@@ -137,7 +137,7 @@ std::vector<RegChange> RestoreChanges(const Endpoint& endpoint, const Backup& ba
 
 std::vector<RegChange> DetachChanges(const Endpoint& endpoint, const Backup& backup) {
   std::vector<RegChange> changes = RestoreChanges(endpoint, backup);
-  changes.push_back(RegChange::Delete(SettingsKeyOf(endpoint), L"Original-Apo"));
+  changes.push_back(RegChange::Delete(SettingsKeyOf(endpoint), kOriginalApoValue));
   changes.push_back(RegChange::DeleteTree(BackupKeyOf(endpoint)));
   changes.push_back(RegChange::DeleteKeyIfEmpty(SettingsKeyOf(endpoint)));
   return changes;

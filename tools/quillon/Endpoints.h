@@ -3,6 +3,7 @@
 // its friendly name, and the effect values in its FxProperties key.
 #pragma once
 
+#include "effect/ClassId.h"
 #include "quillon/RegistryEdit.h"
 
 #include <map>
@@ -30,9 +31,6 @@ struct FxValueName {
 };
 // Every FxProperties value that attach backs up, in the order shown.
 const std::vector<FxValueName>& FxValueNames();
-
-// Quillon's class id as it goes into an effect slot.
-constexpr wchar_t kQuillonClsidText[] = L"{27384E53-9860-0AC3-9519-C60EBCAA2C71}";
 
 enum class Flow { kCapture, kRender };
 

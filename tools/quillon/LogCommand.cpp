@@ -14,11 +14,6 @@
 namespace quillon::cli {
 namespace {
 
-std::wstring LogPath() {
-  WideString folder = GetCommonAppDataFolder();
-  return std::wstring(folder.Empty() ? L"C:\\ProgramData\\" : folder.Data()) + L"Marrowin\\Brisvale\\Quillon.log";
-}
-
 // The bytes of `path` from `offset` on; false when it cannot be opened.
 // The logger appends while others read: every share mode is allowed.
 bool ReadFrom(const std::wstring& path, long long offset, std::string& text, long long& size) {
@@ -62,7 +57,7 @@ int RunLog(const Arguments& args) {
   if (args.Has("--lines") && !ParseWhole(args.Value("--lines"), 0, 100000000, lines)) {
     return UsageError("--lines " + Utf8(args.Value("--lines")) + ": give a whole number, 0 for all", "log");
   }
-  const std::wstring path = LogPath();
+  const std::wstring path = GetLogFilePath().Data();
   std::string text, older;
   long long size = 0, oldSize = 0;
   const bool exists = ReadFrom(path, 0, text, size);

@@ -1,5 +1,6 @@
 // quillon mics: every capture endpoint Windows keeps, with its effects and
 // whether Quillon is attached to it.
+#include "platform/RegistrySettings.h"
 #include "quillon/Attachment.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
@@ -32,7 +33,7 @@ std::string QuillonState(const Endpoint& endpoint) {
   const auto saved = backup->values.find(backup->slot);
   const std::optional<std::wstring> before =
       saved == backup->values.end() ? std::nullopt : saved->second.AsText();
-  const std::optional<RegValue> original = ReadValue(SettingsKeyOf(endpoint), L"Original-Apo");
+  const std::optional<RegValue> original = ReadValue(SettingsKeyOf(endpoint), kOriginalApoValue);
   const bool agrees = before ? original && original->AsText() && SameClassId(*original->AsText(), *before) : !original;
   return agrees ? "attached; the backup agrees" : "attached, but Original-Apo differs from the backup";
 }

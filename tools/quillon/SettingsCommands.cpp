@@ -1,7 +1,8 @@
 // quillon set and quillon settings: the values the effect watches under
 // HKLM\SOFTWARE\Marrowin\Quillon.
+#include "diag/Logger.h"
 #include "platform/Registry.h"
-#include "platform/SettingsPath.h"
+#include "platform/RegistrySettings.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 #include "quillon/Microphones.h"
@@ -9,17 +10,17 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cwctype>
+#include <iterator>
 
 namespace quillon::cli {
 namespace {
 
-constexpr wchar_t kKey[] = L"SOFTWARE\\Marrowin\\Quillon";
-constexpr const char* kLevels[] = {"trace", "debug", "info", "warn", "error", "nolog"};
 
 // Writes one value below the settings key; one line on failure.
 bool WriteValue(const std::wstring& subKey, const wchar_t* name, const RegValue& value) {
-  const std::wstring path = subKey.empty() ? kKey : std::wstring(kKey) + L"\\" + subKey;
+  const std::wstring path = subKey.empty() ? kSettingsKey : std::wstring(kSettingsKey) + L"\\" + subKey;
   std::wstring failedKey;
   const LSTATUS status = Apply({RegChange::Set(path, name, value)}, failedKey);
   if (status != ERROR_SUCCESS) {
@@ -32,9 +33,9 @@ bool WriteValue(const std::wstring& subKey, const wchar_t* name, const RegValue&
 
 int SetGain(const Arguments& args) {
   long long db = 0;
-  if (args.positional.size() != 2 || !ParseWhole(args.positional[1], 0, 30, db)) {
+  if (args.positional.size() != 2 || !ParseWhole(args.positional[1], 0, kMaxMicGainDb, db)) {
     const std::string given = args.positional.size() > 1 ? Utf8(args.positional[1]) : "";
-    return UsageError("gain " + given + ": give whole decibels from 0 to 30", "set");
+    return UsageError("gain " + given + ": give whole decibels from 0 to " + std::to_string(kMaxMicGainDb), "set");
   }
   Microphone mic;
   std::string error;
@@ -42,7 +43,7 @@ int SetGain(const Arguments& args) {
     Fail("%s", error.c_str());
     return kExitFailed;
   }
-  if (!WriteValue(mic.endpointId + L",1", L"MicAmpInDb", RegValue::Dword(static_cast<DWORD>(db)))) return kExitFailed;
+  if (!WriteValue(MicGainSubkey(mic.endpointId), kMicGainValue, RegValue::Dword(static_cast<DWORD>(db)))) return kExitFailed;
   Print("gain of %s set to %lld dB\n", Describe(mic).c_str(), db);
   return kExitDone;
 }
@@ -50,20 +51,26 @@ int SetGain(const Arguments& args) {
 int SetBlockVoice(const Arguments& args) {
   const std::string value = args.positional.size() == 2 ? Utf8(args.positional[1]) : "";
   if (value != "on" && value != "off") return UsageError("block-voice " + value + ": give on or off", "set");
-  if (!WriteValue(L"", L"FilterBlockVoice", RegValue::Dword(value == "on" ? 1 : 0))) return kExitFailed;
+  if (!WriteValue(L"", kBlockVoiceValue, RegValue::Dword(value == "on" ? 1 : 0))) return kExitFailed;
   Print("block voice %s\n", value.c_str());
   return kExitDone;
+}
+
+// "trace, debug, info, warn, error or nolog"
+std::string LevelTexts() {
+  std::string list;
+  const size_t count = std::size(kLogLevels);
+  for (size_t i = 0; i < count; ++i) list += (i == 0 ? "" : i + 1 == count ? " or " : ", ") + Utf8(kLogLevels[i].text);
+  return list;
 }
 
 int SetLogLevel(const Arguments& args) {
   std::wstring level = args.positional.size() == 2 ? args.positional[1] : L"";
   for (wchar_t& c : level) c = static_cast<wchar_t>(std::towlower(c));
   bool known = false;
-  for (const char* name : kLevels) known = known || Utf8(level) == name;
-  if (!known) return UsageError("log-level " + Utf8(level) + ": give trace, debug, info, warn, error or nolog", "set");
-  if (!WriteValue(L"", L"LogLevel", RegValue::Text(level))) {
-    return kExitFailed;
-  }
+  for (const LogLevelName& name : kLogLevels) known = known || level == name.text;
+  if (!known) return UsageError("log-level " + Utf8(level) + ": give " + LevelTexts(), "set");
+  if (!WriteValue(L"", kLogLevelValue, RegValue::Text(level))) return kExitFailed;
   Print("log level %s\n", Utf8(level).c_str());
   return kExitDone;
 }
@@ -83,21 +90,23 @@ int RunSettings(const Arguments& args) {
   if (!args.positional.empty()) return UsageError("settings takes no arguments", "settings");
   const std::wstring root = kSettingsPath;
   uint32_t blockVoice = 0;
-  const bool blockSet = ReadRegistryDword(root + L"FilterBlockVoice", blockVoice).Ok();
+  const bool blockSet = ReadRegistryDword(root + kBlockVoiceValue, blockVoice).Ok();
   Print("block voice  %s%s\n", blockSet && blockVoice != 0 ? "on" : "off", blockSet ? "" : " (default)");
   std::wstring level;
-  const bool levelSet = ReadRegistryString(root + L"LogLevel", level).Ok();
+  const bool levelSet = ReadRegistryString(root + kLogLevelValue, level).Ok();
   // The effect reads any other word as info.
   std::string shown = levelSet ? "info" : "error";
-  for (const char* name : kLevels) {
-    if (levelSet && _wcsicmp(level.c_str(), Wide(name).c_str()) == 0) shown = name;
+  for (const LogLevelName& name : kLogLevels) {
+    if (levelSet && _wcsicmp(level.c_str(), name.text) == 0) shown = Utf8(name.text);
   }
   Print("log level    %s%s\n", shown.c_str(), levelSet ? "" : " (default)");
   // Each microphone with a gain value, and each running one without.
   std::vector<Microphone> mics;
-  for (const std::wstring& sub : SubKeys(kKey)) {
-    if (sub.size() > 2 && sub.compare(sub.size() - 2, 2, L",1") == 0) {
-      mics.push_back({sub.substr(0, sub.size() - 2), FriendlyName(sub.substr(0, sub.size() - 2))});
+  const std::wstring suffix = kMicGainKeySuffix;
+  for (const std::wstring& sub : SubKeys(kSettingsKey)) {
+    if (sub.size() > suffix.size() && sub.compare(sub.size() - suffix.size(), suffix.size(), suffix) == 0) {
+      const std::wstring endpointId = sub.substr(0, sub.size() - suffix.size());
+      mics.push_back({endpointId, FriendlyName(endpointId)});
     }
   }
   for (const Microphone& running : RunningMicrophones()) {
@@ -107,8 +116,8 @@ int RunSettings(const Arguments& args) {
   }
   for (const Microphone& mic : mics) {
     uint32_t db = 0;
-    const bool set = ReadRegistryDword(root + mic.endpointId + L",1\\MicAmpInDb", db).Ok();
-    const std::string value = std::to_string(db > 30 ? 30 : db) + " dB" + (set ? "" : " (default)");
+    const bool set = ReadRegistryDword(root + MicGainSubkey(mic.endpointId) + L"\\" + kMicGainValue, db).Ok();
+    const std::string value = std::to_string(std::min(db, kMaxMicGainDb)) + " dB" + (set ? "" : " (default)");
     Print("gain         %-15s  %s\n", value.c_str(), Describe(mic).c_str());
   }
   return kExitDone;
