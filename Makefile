@@ -49,9 +49,7 @@ test-arm64: build
 	scripts/arm64-wine.sh run-tests $(ARM64)
 
 bench: build
-	$(X64)/wine-run $(X64)/bin/quillon_bench.exe
-	$(X64)/wine-run $(X64)/bin/quillon_bench_logger.exe
-	$(X64)/wine-run $(X64)/bin/quillon_bench_convert.exe $$(scripts/bench-sounds.sh $(X64)/bench-sounds)
+	scripts/run-bench.sh $(X64)
 
 # The setup packages of both architectures, in out/.
 package: build

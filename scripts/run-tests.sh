@@ -6,16 +6,8 @@ set -uo pipefail
 
 build=$(cd "$1" && pwd)
 shift
-export WINEPREFIX="$build/wineprefix"
-export WINEDEBUG=-all
-
-# Make the prefix before the server is started for it.
-"$build/wine-run" --prepare || exit 1
-wineserver -p >/dev/null 2>&1 </dev/null
-trap 'wineserver -k 2>/dev/null; wineserver -w 2>/dev/null' EXIT
-# Start Wine's own background services now, detached from any output: started
-# by a test instead, they would inherit its output pipe and CTest would wait
-# for them to close it.
-wine wineboot >/dev/null 2>&1 </dev/null || true
+# shellcheck source=scripts/wine-session.sh
+source "$(dirname "$0")/wine-session.sh"
+start_wine_session "$build"
 
 ctest --test-dir "$build" --output-on-failure -j2 "$@"

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Runs the benchmarks of a build under Wine, after Wine's own services have
+# started, so that no measurement shares the machine with their start-up.
+# Usage: run-bench.sh <build-dir>
+set -euo pipefail
+
+build=$(cd "$1" && pwd)
+# shellcheck source=scripts/wine-session.sh
+source "$(dirname "$0")/wine-session.sh"
+start_wine_session "$build"
+
+sounds=$("$(dirname "$0")/bench-sounds.sh" "$build/bench-sounds")
+mapfile -t sound_files <<<"$sounds"
+"$build/wine-run" "$build/bin/quillon_bench.exe"
+"$build/wine-run" "$build/bin/quillon_bench_logger.exe"
+"$build/wine-run" "$build/bin/quillon_bench_convert.exe" "${sound_files[@]}"
