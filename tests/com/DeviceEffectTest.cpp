@@ -1,8 +1,7 @@
-// The wrapped device effect: a COM class of the test's own that halves every
-// sample, registered with COM in this process and named by the endpoint's
-// "Original-Apo" setting, driven through Quillon.dll as the audio engine
-// drives it. Quillon.dll creates it with CoCreateInstance, as it creates an
-// endpoint's real effect.
+// The wrapped device effect (support/HalvingDeviceEffect.h), named by the
+// endpoint's "Original-Apo" setting, driven through Quillon.dll as the audio
+// engine drives it. Quillon.dll creates it with CoCreateInstance, as it
+// creates an endpoint's real effect.
 #include "diag/Logger.h"
 #include "support/EffectHarness.h"
 #include "support/HalvingDeviceEffect.h"
@@ -54,36 +53,32 @@ TEST_P(WrappedDeviceEffect, ProcessesFirstOrIsLeftOut) {
   const DeviceCase& c = GetParam();
   if (c.originalApo != nullptr) ASSERT_TRUE(original_.SetString(c.originalApo));
   answers = c.answers;
-  {
-    auto h = EffectHarness::Started(kEndpoint, 2, 4, dll_.CreateEffect());
-    const std::vector<float> mic = {0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f};
-    std::vector<float> out = h->Process(mic);
-    for (size_t i = 0; i < mic.size(); ++i) EXPECT_FLOAT_EQ(c.halves ? mic[i] / 2 : mic[i], out[i]) << i;
-    ASSERT_EQ(S_OK, h->Unlock());
-  }
+  h_ = EffectHarness::Started(kEndpoint, 2, 4, dll_.CreateEffect());
+  const std::vector<float> mic = {0.5f, -0.25f, 1.0f, 0.125f, 0.75f, -1.0f, 0.0f, 0.5f};
+  std::vector<float> out = h_->Process(mic);
+  for (size_t i = 0; i < mic.size(); ++i) EXPECT_FLOAT_EQ(c.halves ? mic[i] / 2 : mic[i], out[i]) << i;
+  ASSERT_EQ(S_OK, h_->Unlock());
+  h_.reset();  // the log is read once the effect and its device effect are released
   const std::string log = LogText();
   if (c.logged != nullptr) EXPECT_NE(std::string::npos, log.find(c.logged)) << log;
   if (c.notLogged != nullptr) EXPECT_EQ(std::string::npos, log.find(c.notLogged)) << log;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Com, WrappedDeviceEffect,
-    ::testing::Values(
-        DeviceCase{"Wrapped", kDeviceClsidText, {}, true, "Successfully created and initialized original APO",
-                   "Failed"},
-        DeviceCase{"NoSetting", nullptr, {}, false, nullptr, "original apo"},
-        DeviceCase{"OwnClassInLowerCase", L"{27384e53-9860-0ac3-9519-c60ebcaa2c71}", {}, false, nullptr,
-                   "original apo"},
-        DeviceCase{"MalformedText", L"{not-a-class-id}", {}, false, "Failed to init original apo [Line=139, Code=",
-                   nullptr},
-        DeviceCase{"UnregisteredClass", L"{00000000-1111-2222-3333-444444444444}", {}, false,
-                   "Failed to init original apo [Line=141, Code=80040154", nullptr},
-        DeviceCase{"InitializeFails", kDeviceClsidText, {true}, false,
-                   "Failed to init original apo [Line=144, Code=80070005", nullptr},
-        DeviceCase{"LockRefusedDropsIt", kDeviceClsidText, {false, E_FAIL}, false,
-                   "Failed in LockForProcess of original apo [Code=80004005", nullptr},
-        DeviceCase{"LockWarningCodeKeepsIt", kDeviceClsidText, {false, S_FALSE}, true, nullptr, "Failed"}),
-    CaseName);
+const DeviceCase kDeviceCases[] = {
+    {"Wrapped", kDeviceClsidText, {}, true, "Successfully created and initialized original APO", "Failed"},
+    {"NoSetting", nullptr, {}, false, nullptr, "original apo"},
+    {"OwnClassInLowerCase", L"{27384e53-9860-0ac3-9519-c60ebcaa2c71}", {}, false, nullptr, "original apo"},
+    {"MalformedText", L"{not-a-class-id}", {}, false, "Failed to init original apo [Line=139, Code=", nullptr},
+    {"UnregisteredClass", L"{00000000-1111-2222-3333-444444444444}", {}, false,
+     "Failed to init original apo [Line=141, Code=80040154", nullptr},
+    {"InitializeFails", kDeviceClsidText, {true}, false,
+     "Failed to init original apo [Line=144, Code=80070005", nullptr},
+    {"LockRefusedDropsIt", kDeviceClsidText, {false, E_FAIL}, false,
+     "Failed in LockForProcess of original apo [Code=80004005", nullptr},
+    {"LockWarningCodeKeepsIt", kDeviceClsidText, {false, S_FALSE}, true, nullptr, "Failed"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Com, WrappedDeviceEffect, ::testing::ValuesIn(kDeviceCases), CaseName);
 
 // An effect created through Quillon.dll for an endpoint whose Original-Apo is
 // the test's device effect, initialized.

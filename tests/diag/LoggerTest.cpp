@@ -164,11 +164,10 @@ TEST_P(LevelFromRegistry, SelectsWhatANewProcessWrites) {
   EXPECT_EQ(c.written, written);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Logger, LevelFromRegistry,
-    ::testing::Values(LevelCase{"Trace", L"trace", {0, 1, 2, 3, 4}}, LevelCase{"WarnInCapitals", L"WARN", {3, 4}},
-                      LevelCase{"WordWarningIsInfo", L"warning", {2, 3, 4}}, LevelCase{"Empty", L"", {2, 3, 4}},
-                      LevelCase{"NoLogMixedCase", L"NoLog", {}}, LevelCase{"MissingIsError", nullptr, {4}}),
+INSTANTIATE_TEST_SUITE_P(Logger, LevelFromRegistry, ::testing::Values(
+    LevelCase{"Trace", L"trace", {0, 1, 2, 3, 4}}, LevelCase{"WarnInCapitals", L"WARN", {3, 4}},
+    LevelCase{"WordWarningIsInfo", L"warning", {2, 3, 4}}, LevelCase{"Empty", L"", {2, 3, 4}},
+    LevelCase{"NoLogMixedCase", L"NoLog", {}}, LevelCase{"MissingIsError", nullptr, {4}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // Threads of this process and two other processes write at once: every line

@@ -49,6 +49,7 @@ struct FormatCase {
   // For S_FALSE: the suggestion.
   UINT32 channels;
   float rate;
+  bool noRequested = false, noAnswerPointer = false;  // null passed for the requested format, for the answer's place
 };
 
 class InputFormat : public ::testing::TestWithParam<FormatCase> {};
@@ -57,8 +58,9 @@ TEST_P(InputFormat, AnswerAndSuggestion) {
   const FormatCase& c = GetParam();
   EffectHarness h;
   ComPtr<IAudioMediaType> opposite = c.hasOpposite ? MediaType(c.opposite) : ComPtr<IAudioMediaType>();
-  ComPtr<IAudioMediaType> requested = MediaType(c.requested), supported;
-  EXPECT_EQ(c.expected, h.Apo()->IsInputFormatSupported(opposite.Get(), requested.Get(), supported.Put()));
+  ComPtr<IAudioMediaType> requested = c.noRequested ? ComPtr<IAudioMediaType>() : MediaType(c.requested), supported;
+  IAudioMediaType** answer = c.noAnswerPointer ? nullptr : supported.Put();
+  EXPECT_EQ(c.expected, h.Apo()->IsInputFormatSupported(opposite.Get(), requested.Get(), answer));
   if (c.expected == S_OK) {
     EXPECT_EQ(requested.Get(), supported.Get());
   } else if (c.expected == S_FALSE) {
@@ -86,18 +88,12 @@ const FormatCase kFormatCases[] = {
     {"ChannelsMustMatchOpposite", true, MakeFloatFormat(1, 48000), MakeFloatFormat(2, 48000), S_FALSE, 1, 48000},
     {"RateMustMatchOpposite", true, MakeFloatFormat(2, 44100), MakeFloatFormat(2, 48000), S_FALSE, 2, 44100},
     {"OppositeNotFloat", true, Pcm16(2, 48000), MakeFloatFormat(2, 48000), APOERR_FORMAT_NOT_SUPPORTED, 0, 0},
+    {"NoRequestedFormat", false, {}, {}, E_POINTER, 0, 0, true},
+    {"NoAnswerPointer", false, {}, MakeFloatFormat(2, 48000), E_POINTER, 0, 0, false, true},
 };
 
 INSTANTIATE_TEST_SUITE_P(Negotiation, InputFormat, ::testing::ValuesIn(kFormatCases), CaseName);
 
-TEST(InputFormatPointers, NullArgumentsArePointerErrors) {
-  EffectHarness h;
-  ComPtr<IAudioMediaType> requested = MediaType(MakeFloatFormat(2, 48000)), supported;
-  EXPECT_EQ(E_POINTER, h.Apo()->IsInputFormatSupported(nullptr, nullptr, supported.Put()));
-  EXPECT_EQ(E_POINTER, h.Apo()->IsInputFormatSupported(nullptr, requested.Get(), nullptr));
-}
-
-// ---- LockForProcess checks ----------------------------------------------------------
 // A lock that succeeds (float32 stereo, 480 frames each way, the buffers
 // apart) with one thing changed.
 struct LockCall {

@@ -30,7 +30,6 @@ std::vector<float> SoundBlock(size_t count, size_t first = 0) {
 
 bool SameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
-// ---- The loops ---------------------------------------------------------------------
 TEST(MixingLoops, ExactExpressionsInPlaceOrNotAndNothingBeyondN) {
   const std::vector<float> mic = {0.5f, -0.25f, 1e-30f, -0.0f, 3.0f, 0.1f, -7.5f};
   const std::vector<float> sound = {0.125f, 0.3f, -1e-30f, 0.0f, -3.0f, 0.7f, 2.25f};
@@ -53,7 +52,6 @@ TEST(MixingLoops, ExactExpressionsInPlaceOrNotAndNothingBeyondN) {
   }
 }
 
-// ---- The chunk cycle ----------------------------------------------------------------
 // A mixer prepared as a lock prepares it, for periods of up to `maxPeriod` samples.
 class MixerRig {
  public:
@@ -163,8 +161,7 @@ TEST_P(VaryingPeriods, SoundInOrderWithoutGapsWhileQueued) {
       queued += std::min<size_t>(1000, total - queued);
     }
     const std::vector<float> out = rig.Period(std::vector<float>(GetParam().later[period % GetParam().later.size()]));
-    size_t played = 0;
-    while (played < out.size() && out[played] != 0.0f) ++played;
+    const size_t played = static_cast<size_t>(std::find(out.begin(), out.end(), 0.0f) - out.begin());
     for (size_t i = played; i < out.size(); ++i) ASSERT_EQ(0.0f, out[i]) << "period " << period;
     // Silence after sound only once nothing is queued.
     if (played < out.size() && played > 0) ASSERT_EQ(0u, rig.sound.queue.Size()) << "gap in period " << period;

@@ -41,8 +41,7 @@ TEST_F(SetupPackage, SilentInstallAndUninstallLeaveNothingBehind) {
   EXPECT_EQ(devices, Export(kMMDevices)) << "a silent install attached a microphone";
 
   // The installed command attaches with the installed library.
-  const CommandResult attach = RunQuillon(L"attach \"stream mic\"", 60000, kFolder + L"quillon.exe");
-  ASSERT_EQ(0, attach.exit) << attach.text;
+  ASSERT_TRUE(Exits(0, L"attach \"stream mic\"", {}, kFolder + L"quillon.exe"));
 
   // The uninstaller runs a copy of itself from the temporary folder and
   // returns at once: wait for the folder to go.

@@ -100,8 +100,7 @@ const ReadCase kReadCases[] = {
     {"Text255", REG_SZ, Text(Letters(255)), kMismatch, 0, 0, Letters(255)},
     {"Text256", REG_SZ, Text(Letters(256)), kMismatch, 0, 0, Letters(256)},
     {"Text5000", REG_SZ, Text(Letters(5000)), kMismatch, 0, 0, Letters(5000)},
-    {"ExpandableText", REG_EXPAND_SZ, Text(L"%QUILLON_TEST_FOLDER%\\Logs"), kMismatch, 0, 0,
-     L"D:\\Shared\\Logs"},
+    {"ExpandableText", REG_EXPAND_SZ, Text(L"%QUILLON_TEST_FOLDER%\\Logs"), kMismatch, 0, 0, L"D:\\Shared\\Logs"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Registry, RegistryRead, ::testing::ValuesIn(kReadCases),

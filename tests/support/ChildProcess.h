@@ -49,10 +49,7 @@ class ChildProcess {
       CloseHandle(info.hThread);
       process_.Reset(info.hProcess);
     } else {
-      const DWORD error = GetLastError();
-      std::string text = "cannot start ";
-      for (wchar_t c : command) text += c < 128 ? static_cast<char>(c) : '?';
-      std::fputs((text + ": error " + std::to_string(error) + "\n").c_str(), stderr);
+      std::fprintf(stderr, "cannot start %ls: error %lu\n", command.c_str(), GetLastError());
     }
   }
   // A program still running is ended.

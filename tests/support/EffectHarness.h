@@ -45,9 +45,7 @@ class EffectHarness {
     apo_->QueryInterface(IID_IAudioProcessingObjectRT, rt_.PutVoid());
     apo_->QueryInterface(IID_IAudioProcessingObjectConfiguration, config_.PutVoid());
   }
-  ~EffectHarness() {
-    if (locked_) config_->UnlockForProcess();
-  }
+  ~EffectHarness() { if (locked_) config_->UnlockForProcess(); }
   // Initialized and locked as the engine starts a stream.
   static std::unique_ptr<EffectHarness> Started(const wchar_t* endpoint, UINT32 channels, UINT32 maxFrames,
                                                 ComPtr<IAudioProcessingObject> apo = {}) {
@@ -73,7 +71,6 @@ class EffectHarness {
   // each followed by guard samples that must never change.
   HRESULT Lock(UINT32 channels, UINT32 maxFrames) {
     channels_ = channels;
-    frames_ = maxFrames;
     samples_ = static_cast<size_t>(channels) * maxFrames;
     APO_CONNECTION_DESCRIPTOR* connections[2];
     for (int i : {kIn, kOut}) {
@@ -122,7 +119,7 @@ class EffectHarness {
   template <typename Done>
   std::vector<float> RunUntil(Done done, UINT32 flags = BUFFER_VALID, std::vector<size_t>* positions = nullptr) {
     std::vector<float> heard;
-    const std::vector<float> mic(static_cast<size_t>(frames_) * channels_, flags == BUFFER_SILENT ? 0.75f : 0.0f);
+    const std::vector<float> mic(samples_, flags == BUFFER_SILENT ? 0.75f : 0.0f);
     EXPECT_TRUE(PollUntil([&] {
       const std::vector<float> out = Process(mic, flags);
       const size_t before = heard.size();
@@ -153,7 +150,7 @@ class EffectHarness {
   APO_CONNECTION_PROPERTY properties_[2]{};
   std::vector<float> buffers_[2];
   size_t samples_ = 0;
-  UINT32 channels_ = 0, frames_ = 0;
+  UINT32 channels_ = 0;
   bool locked_ = false;
 };
 

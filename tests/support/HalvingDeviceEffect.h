@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/BaseAudioProcessingObject.h"
+#include "platform/GuidText.h"
 
 #include <windows.h>
 
@@ -11,9 +12,8 @@
 
 namespace quillon::test {
 
-// {B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}
-inline const CLSID kDeviceClsid = {0xB0C5E7A2, 0x4D1F, 0x4E8B, {0x9A, 0x63, 0x2F, 0x7D, 0x5C, 0x1E, 0x8B, 0x40}};
-constexpr const wchar_t* kDeviceClsidText = L"{B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}";
+inline constexpr wchar_t kDeviceClsidText[] = L"{B0C5E7A2-4D1F-4E8B-9A63-2F7D5C1E8B40}";
+inline constexpr CLSID kDeviceClsid = GuidFromText(kDeviceClsidText);
 
 // What the device effect answers, set per test.
 struct Answers {
@@ -48,10 +48,7 @@ class HalvingEffect final : public BaseAudioProcessingObject {
   ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
   ULONG STDMETHODCALLTYPE Release() override {
     const ULONG left = --refs_;
-    if (left == 0) {
-      --devicesAlive;
-      delete this;
-    }
+    if (left == 0) delete this;
     return left;
   }
 
@@ -76,7 +73,6 @@ class HalvingEffect final : public BaseAudioProcessingObject {
 
   HRESULT STDMETHODCALLTYPE LockForProcess(UINT32, APO_CONNECTION_DESCRIPTOR** in, UINT32,
                                            APO_CONNECTION_DESCRIPTOR**) override {
-    if (FAILED(answers.lock)) return answers.lock;
     UNCOMPRESSEDAUDIOFORMAT format{};
     in[0]->pFormat->GetUncompressedAudioFormat(&format);
     channels_ = format.dwSamplesPerFrame;
@@ -85,7 +81,7 @@ class HalvingEffect final : public BaseAudioProcessingObject {
   HRESULT STDMETHODCALLTYPE UnlockForProcess() override { return answers.unlock; }
 
  private:
-  ~HalvingEffect() = default;
+  ~HalvingEffect() { --devicesAlive; }
   std::atomic<ULONG> refs_{1};
   UINT32 channels_ = 0;
 };

@@ -45,6 +45,15 @@ inline ::testing::AssertionResult Shows(const std::string& text, std::initialize
   return ::testing::AssertionFailure() << "missing:\n" << missing << "in:\n" << text;
 }
 
+// Whether `quillon <args>` (of `program`) exits with `exit` and shows every one of `parts`.
+inline ::testing::AssertionResult Exits(long exit, const std::wstring& args,
+                                        std::initializer_list<std::string> parts = {},
+                                        const std::wstring& program = L"quillon.exe") {
+  const CommandResult r = RunQuillon(args, 60000, program);
+  if (r.exit != exit) return ::testing::AssertionFailure() << "exit code " << r.exit << ":\n" << r.text;
+  return Shows(r.text, parts);
+}
+
 // The folder of the made sounds; the tests write their output files there
 // too, each named out-<name>.
 inline std::wstring Sounds() { return ExecutableFolder() + L"..\\sounds\\"; }

@@ -57,8 +57,7 @@ class ScopedRegistryValue {
 
  private:
   HKEY root_;
-  std::wstring key_;
-  std::wstring name_;
+  std::wstring key_, name_;
 };
 
 }  // namespace quillon::test

@@ -53,9 +53,7 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
   Seed(c.fixture);
   const std::string before = Export(kMMDevices);
 
-  CommandResult attach = RunQuillon(L"attach " + std::wstring(c.guid) + c.extraArgs);
-  ASSERT_EQ(0, attach.exit) << attach.text;
-  EXPECT_TRUE(Shows(attach.text, {"attached to"}));
+  ASSERT_TRUE(Exits(0, L"attach " + std::wstring(c.guid) + c.extraArgs, {"attached to"}));
   EXPECT_EQ(kQuillonClsidText, Slot(c.guid, c.slot));
   EXPECT_EQ(c.original, OriginalApo(c.guid));
   EXPECT_FALSE(RegHas(FxKey(c.guid), kEffectsOff));
@@ -64,29 +62,25 @@ TEST_P(AttachLayout, AttachAndDetachLeaveTheTreeAsItWas) {
 
   ASSERT_EQ(0, RunReg(L"import \"" + kBackupFolder + c.guid + L".reg\""));
   EXPECT_EQ(before, Export(kMMDevices)) << "the .reg backup does not restore the effects";
-  CommandResult reattach = RunQuillon(L"reattach" + std::wstring(c.extraArgs));
-  ASSERT_EQ(0, reattach.exit) << reattach.text;
+  ASSERT_TRUE(Exits(0, L"reattach" + std::wstring(c.extraArgs)));
   EXPECT_EQ(kQuillonClsidText, Slot(c.guid, c.slot));
 
-  CommandResult detach = RunQuillon(L"detach " + std::wstring(c.guid));
-  ASSERT_EQ(0, detach.exit) << detach.text;
+  ASSERT_TRUE(Exits(0, L"detach " + std::wstring(c.guid)));
   EXPECT_EQ(before, Export(kMMDevices));
   EXPECT_EQ(L"(none)", OriginalApo(c.guid));
   EXPECT_FALSE(RegHas(EndpointSettingsKey(c.guid) + L"\\Backup", L"Slot"));
   EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((kBackupFolder + c.guid + L".reg").c_str()));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Fixtures, AttachLayout,
-    ::testing::Values(
-        Layout{"stream-only", kStreamOnly, L"", kStream, kDeviceClsidText},
-        Layout{"no-effects", kFixtureGuids[2], L"", kStream, L"(none)"},
-        Layout{"older-scheme", kFixtureGuids[1], L"", kPreMix, L"{11111111-2222-3333-4444-555555555555}"},
-        Layout{"composite", kFixtureGuids[3], L" --force", kStream, L"{22222222-3333-4444-5555-666666666666}"},
-        Layout{"effects-off", kFixtureGuids[4], L"", kStream, L"{33333333-4444-5555-6666-777777777777}"},
-        // Named in another case than the fixture spells it.
-        Layout{"mixed-case", L"{7e57000a-ABCD-4000-8000-00000000000a}", L"", kStream,
-               L"{b0c5e7a2-4D1F-4e8b-9A63-2f7d5c1e8b40}"}),
+INSTANTIATE_TEST_SUITE_P(Fixtures, AttachLayout, ::testing::Values(
+    Layout{"stream-only", kStreamOnly, L"", kStream, kDeviceClsidText},
+    Layout{"no-effects", kFixtureGuids[2], L"", kStream, L"(none)"},
+    Layout{"older-scheme", kFixtureGuids[1], L"", kPreMix, L"{11111111-2222-3333-4444-555555555555}"},
+    Layout{"composite", kFixtureGuids[3], L" --force", kStream, L"{22222222-3333-4444-5555-666666666666}"},
+    Layout{"effects-off", kFixtureGuids[4], L"", kStream, L"{33333333-4444-5555-6666-777777777777}"},
+    // Named in another case than the fixture spells it.
+    Layout{"mixed-case", L"{7e57000a-ABCD-4000-8000-00000000000a}", L"", kStream,
+           L"{b0c5e7a2-4D1F-4e8b-9A63-2f7d5c1e8b40}"}),
     [](const ::testing::TestParamInfo<Layout>& info) { return TestName(info.param.fixture); });
 
 // mics shows each layout as it is: state, slots, effects turned off, and
@@ -112,11 +106,9 @@ TEST_F(AttachTest, MicsShowsEveryLayoutThenReattachRecoversARewrittenSlot) {
   ASSERT_EQ(0, WriteSlot(kStreamOnly, kStream, newEffect));
   const std::string rewritten = Export(kMMDevices);
   EXPECT_TRUE(Shows(RunQuillon(L"mics").text, {"its effects were rewritten (quillon reattach)"}));
-  CommandResult dryRun = RunQuillon(L"reattach --dry-run");
-  EXPECT_EQ(0, dryRun.exit) << dryRun.text;
+  EXPECT_TRUE(Exits(0, L"reattach --dry-run"));
   EXPECT_EQ(newEffect, Slot(kStreamOnly, kStream)) << "a dry run wrote";
-  CommandResult reattach = RunQuillon(L"reattach");
-  ASSERT_EQ(0, reattach.exit) << reattach.text;
+  ASSERT_TRUE(Exits(0, L"reattach"));
   EXPECT_EQ(kQuillonClsidText, Slot(kStreamOnly, kStream));
   EXPECT_EQ(newEffect, OriginalApo(kStreamOnly));
   EXPECT_TRUE(Shows(RunQuillon(L"reattach").text, {"nothing to do"}));
@@ -221,25 +213,23 @@ TEST_P(Refused, SaysWhyAndWritesNothing) {
   EXPECT_EQ(backup, test::ReadText(kBackupFolder + kStreamOnly + L".reg"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, Refused,
-    ::testing::Values(
-        Refusal{"NotAdministrator", nullptr, L"attach \"stream mic\"", 1, "run it as Administrator",
-                Refusal::kUnelevated},
-        Refusal{"UnknownMicrophone", nullptr, L"attach nowhere", 1, "no microphone matches \"nowhere\""},
-        Refusal{"Ambiguous", nullptr, L"attach mic", 1, "several microphones match \"mic\""},
-        Refusal{"Playback", nullptr, L"attach speakers", 1, "is a playback endpoint"},
-        Refusal{"NotPresent", nullptr, L"attach \"gone mic\"", 1, "Gone Mic {7e570006-0000-4000-8000-000000000006} is not present"},
-        Refusal{"AlreadyAttached", L"attach \"stream mic\"", L"attach \"stream mic\"", 0, "already attached"},
-        Refusal{"AttachedWithoutBackup", nullptr, L"attach \"older mic\"", 1, "attached without a backup"},
-        Refusal{"OneOfTwoRefused", nullptr, L"attach \"stream mic\" \"older mic\"", 1, "attached without a backup"},
-        Refusal{"CompositeList", nullptr, L"attach composite", 1, "composite stream effects"},
-        Refusal{"DetachWithoutBackup", nullptr, L"detach \"stream mic\"", 1, "no backup; nothing to restore"},
-        Refusal{"DryRun", nullptr, L"attach \"stream mic\" --dry-run", 0, "register "},
-        Refusal{"NoMicrophoneNamed", nullptr, L"attach", 2, "name the microphones, or give --all"},
-        Refusal{"DllMissing", nullptr, L"attach \"stream mic\"", 1, "Quillon.dll is missing", Refusal::kNoDll},
-        Refusal{"DllOfAnotherMachine", nullptr, L"attach \"stream mic\"", 1, "is built for", Refusal::kForeignDll}),
-    [](const ::testing::TestParamInfo<Refusal>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, Refused, ::testing::Values(
+    Refusal{"NotAdministrator", nullptr, L"attach \"stream mic\"", 1, "run it as Administrator", Refusal::kUnelevated},
+    Refusal{"UnknownMicrophone", nullptr, L"attach nowhere", 1, "no microphone matches \"nowhere\""},
+    Refusal{"Ambiguous", nullptr, L"attach mic", 1, "several microphones match \"mic\""},
+    Refusal{"Playback", nullptr, L"attach speakers", 1, "is a playback endpoint"},
+    Refusal{"NotPresent", nullptr, L"attach \"gone mic\"", 1,
+            "Gone Mic {7e570006-0000-4000-8000-000000000006} is not present"},
+    Refusal{"AlreadyAttached", L"attach \"stream mic\"", L"attach \"stream mic\"", 0, "already attached"},
+    Refusal{"AttachedWithoutBackup", nullptr, L"attach \"older mic\"", 1, "attached without a backup"},
+    Refusal{"OneOfTwoRefused", nullptr, L"attach \"stream mic\" \"older mic\"", 1, "attached without a backup"},
+    Refusal{"CompositeList", nullptr, L"attach composite", 1, "composite stream effects"},
+    Refusal{"DetachWithoutBackup", nullptr, L"detach \"stream mic\"", 1, "no backup; nothing to restore"},
+    Refusal{"DryRun", nullptr, L"attach \"stream mic\" --dry-run", 0, "register "},
+    Refusal{"NoMicrophoneNamed", nullptr, L"attach", 2, "name the microphones, or give --all"},
+    Refusal{"DllMissing", nullptr, L"attach \"stream mic\"", 1, "Quillon.dll is missing", Refusal::kNoDll},
+    Refusal{"DllOfAnotherMachine", nullptr, L"attach \"stream mic\"", 1, "is built for", Refusal::kForeignDll}),
+    CaseName);
 
 }  // namespace
 }  // namespace quillon::test

@@ -34,22 +34,20 @@ TEST_P(ChannelMapRule, MapsOneFrame) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rule, ChannelMapRule,
-    ::testing::Values(
-        MapRow{"SameCountUnchanged", 2, 2, {0.1f, 0.2f}, {0.1f, 0.2f}},
-        MapRow{"MonoToEveryChannel", 1, 6, {0.5f}, {0.5f, 0.5f, 0.5f, 0.5f, 0.5f, 0.5f}},
-        MapRow{"StereoToMonoIsTheMean", 2, 1, {0.2f, 0.6f}, {0.4f}},
-        MapRow{"CentreToBothSides", 3, 2, {0, 0, 1}, {0.70710678f / kSide3, 0.70710678f / kSide3}},
-        MapRow{"FrontLeftOfSix", 6, 2, {1, 0, 0, 0, 0, 0}, {1 / kSide6, 0}},
-        MapRow{"BackRightOfSix", 6, 2, {0, 0, 0, 0, 0, 1}, {0, 0.70710678f / kSide6}},
-        MapRow{"LfeLeftOut", 6, 2, {0, 0, 0, 1, 0, 0}, {0, 0}},
-        MapRow{"FullScaleStaysFullScale", 6, 2, {1, 1, 1, 1, 1, 1}, {1, 1}},
-        MapRow{"SideLeftOfEight", 8, 2, {0, 0, 0, 0, 0, 0, 1, 0}, {0.70710678f / kSide8, 0}},
-        MapRow{"PastTheEighthLeftOut", 10, 2, {0, 0, 0, 0, 0, 0, 0, 0, 1, 1}, {0, 0}},
-        MapRow{"SixToMono", 6, 1, {1, 0, 1, 0, 0, 0}, {0.5f * (1 + 2 * 0.70710678f) / kSide6}},
-        MapRow{"StereoIntoSixInOrder", 2, 6, {0.3f, 0.4f}, {0.3f, 0.4f, 0, 0, 0, 0}},
-        MapRow{"EightIntoSixInOrder", 8, 6, {1, 2, 3, 4, 5, 6, 7, 8}, {1, 2, 3, 4, 5, 6}}),
+INSTANTIATE_TEST_SUITE_P(Rule, ChannelMapRule, ::testing::Values(
+    MapRow{"SameCountUnchanged", 2, 2, {0.1f, 0.2f}, {0.1f, 0.2f}},
+    MapRow{"MonoToEveryChannel", 1, 6, {0.5f}, {0.5f, 0.5f, 0.5f, 0.5f, 0.5f, 0.5f}},
+    MapRow{"StereoToMonoIsTheMean", 2, 1, {0.2f, 0.6f}, {0.4f}},
+    MapRow{"CentreToBothSides", 3, 2, {0, 0, 1}, {0.70710678f / kSide3, 0.70710678f / kSide3}},
+    MapRow{"FrontLeftOfSix", 6, 2, {1, 0, 0, 0, 0, 0}, {1 / kSide6, 0}},
+    MapRow{"BackRightOfSix", 6, 2, {0, 0, 0, 0, 0, 1}, {0, 0.70710678f / kSide6}},
+    MapRow{"LfeLeftOut", 6, 2, {0, 0, 0, 1, 0, 0}, {0, 0}},
+    MapRow{"FullScaleStaysFullScale", 6, 2, {1, 1, 1, 1, 1, 1}, {1, 1}},
+    MapRow{"SideLeftOfEight", 8, 2, {0, 0, 0, 0, 0, 0, 1, 0}, {0.70710678f / kSide8, 0}},
+    MapRow{"PastTheEighthLeftOut", 10, 2, {0, 0, 0, 0, 0, 0, 0, 0, 1, 1}, {0, 0}},
+    MapRow{"SixToMono", 6, 1, {1, 0, 1, 0, 0, 0}, {0.5f * (1 + 2 * 0.70710678f) / kSide6}},
+    MapRow{"StereoIntoSixInOrder", 2, 6, {0.3f, 0.4f}, {0.3f, 0.4f, 0, 0, 0, 0}},
+    MapRow{"EightIntoSixInOrder", 8, 6, {1, 2, 3, 4, 5, 6, 7, 8}, {1, 2, 3, 4, 5, 6}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

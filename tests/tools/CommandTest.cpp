@@ -29,9 +29,7 @@ class Command : public ::testing::Test {
  protected:
   void SetUp() override { TearDown(); }
   void TearDown() override {
-    for (const wchar_t* name : {kBlockVoiceValue, kLogLevelValue}) {
-      RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSettingsKey, name);
-    }
+    for (auto value : {kBlockVoiceValue, kLogLevelValue}) RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSettingsKey, value);
     DeleteKeys({GainKey(kMicA), GainKey(kMicB), kCapture + kGuidA, kCapture + kGuidB});
   }
 
@@ -71,37 +69,35 @@ TEST_P(Answers, ExitCodeAndText) {
   EXPECT_FALSE(RegHas(GainKey(kMicA), kMicGainValue));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Command, Answers,
-    ::testing::Values(
-        Answer{"MissingFile", L"play " + Sound(L"absent.wav"), 1, "absent.wav: no such file"},
-        Answer{"NotSound", L"play " + Sound(L"not-a-wav.wav"), 1, "not-a-wav.wav: "},
-        Answer{"TruncatedWav", L"play " + Sound(L"tone.wav") + L" " + Sound(L"truncated.wav"), 1,
-               "truncated.wav: truncated"},
-        Answer{"TruncatedFlac", L"play " + Sound(L"truncated.flac"), 1, "truncated.flac: truncated"},
-        Answer{"CorruptHeader", L"play " + Sound(L"bad-header.wav"), 1, "bad-header.wav: "},
-        Answer{"ZeroLength", L"play " + Sound(L"empty.wav"), 1, "empty.wav: holds no sound"},
-        Answer{"NoInstance", L"play " + Sound(L"tone.wav"), 1, "no microphone has Quillon running"},
-        Answer{"StopNoInstance", L"stop", 1, "no microphone has Quillon running"},
-        Answer{"NoFile", L"play", 2, "play needs at least one file"},
-        Answer{"VolumeTooHigh", L"play " + Sound(L"tone.wav") + L" --volume 21", 2, "--volume 21"},
-        Answer{"BlockTooShort", L"play " + Sound(L"tone.wav") + L" --block-ms 1", 2, "--block-ms 1"},
-        Answer{"GainAbove30", L"set gain 31 --mic " + kMicA, 2, "gain 31"},
-        Answer{"GainNegative", L"set gain -1 --mic " + kMicA, 2, "gain -1"},
-        Answer{"GainNotWhole", L"set gain 3.5 --mic " + kMicA, 2, "gain 3.5"},
-        Answer{"GainNoMicrophone", L"set gain 6 --mic nowhere", 1, "\"nowhere\""},
-        Answer{"UnknownLevel", L"set log-level loud", 2, "log-level loud"},
-        Answer{"BlockVoiceWord", L"set block-voice yes", 2, "block-voice yes"},
-        Answer{"UnknownSetting", L"set colour red", 2, "unknown setting colour"},
-        Answer{"UnknownCommand", L"frobnicate", 2, "unknown command frobnicate"},
-        Answer{"UnknownOption", L"play --bogus " + Sound(L"tone.wav"), 2, "unknown option --bogus"},
-        Answer{"MissingValue", L"play " + Sound(L"tone.wav") + L" --mic", 2, "--mic needs a value"},
-        Answer{"HelpOverview", L"help", 0, "Exit codes: 0 done, 1 failed", false},
-        Answer{"NoCommandShowsUsage", L"", 2, "usage: quillon COMMAND", false},
-        Answer{"HelpOfACommand", L"help play", 0, "usage: quillon play FILE...", false},
-        Answer{"HelpOptionOfACommand", L"set --help", 0, "block-voice on", false},
-        Answer{"HelpOfAnUnknownCommand", L"help frob", 2, "unknown command frob", false}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Command, Answers, ::testing::Values(
+    Answer{"MissingFile", L"play " + Sound(L"absent.wav"), 1, "absent.wav: no such file"},
+    Answer{"NotSound", L"play " + Sound(L"not-a-wav.wav"), 1, "not-a-wav.wav: "},
+    Answer{"TruncatedWav", L"play " + Sound(L"tone.wav") + L" " + Sound(L"truncated.wav"), 1,
+           "truncated.wav: truncated"},
+    Answer{"TruncatedFlac", L"play " + Sound(L"truncated.flac"), 1, "truncated.flac: truncated"},
+    Answer{"CorruptHeader", L"play " + Sound(L"bad-header.wav"), 1, "bad-header.wav: "},
+    Answer{"ZeroLength", L"play " + Sound(L"empty.wav"), 1, "empty.wav: holds no sound"},
+    Answer{"NoInstance", L"play " + Sound(L"tone.wav"), 1, "no microphone has Quillon running"},
+    Answer{"StopNoInstance", L"stop", 1, "no microphone has Quillon running"},
+    Answer{"NoFile", L"play", 2, "play needs at least one file"},
+    Answer{"VolumeTooHigh", L"play " + Sound(L"tone.wav") + L" --volume 21", 2, "--volume 21"},
+    Answer{"BlockTooShort", L"play " + Sound(L"tone.wav") + L" --block-ms 1", 2, "--block-ms 1"},
+    Answer{"GainAbove30", L"set gain 31 --mic " + kMicA, 2, "gain 31"},
+    Answer{"GainNegative", L"set gain -1 --mic " + kMicA, 2, "gain -1"},
+    Answer{"GainNotWhole", L"set gain 3.5 --mic " + kMicA, 2, "gain 3.5"},
+    Answer{"GainNoMicrophone", L"set gain 6 --mic nowhere", 1, "\"nowhere\""},
+    Answer{"UnknownLevel", L"set log-level loud", 2, "log-level loud"},
+    Answer{"BlockVoiceWord", L"set block-voice yes", 2, "block-voice yes"},
+    Answer{"UnknownSetting", L"set colour red", 2, "unknown setting colour"},
+    Answer{"UnknownCommand", L"frobnicate", 2, "unknown command frobnicate"},
+    Answer{"UnknownOption", L"play --bogus " + Sound(L"tone.wav"), 2, "unknown option --bogus"},
+    Answer{"MissingValue", L"play " + Sound(L"tone.wav") + L" --mic", 2, "--mic needs a value"},
+    Answer{"HelpOverview", L"help", 0, "Exit codes: 0 done, 1 failed", false},
+    Answer{"NoCommandShowsUsage", L"", 2, "usage: quillon COMMAND", false},
+    Answer{"HelpOfACommand", L"help play", 0, "usage: quillon play FILE...", false},
+    Answer{"HelpOptionOfACommand", L"set --help", 0, "block-voice on", false},
+    Answer{"HelpOfAnUnknownCommand", L"help frob", 2, "unknown command frob", false}),
+    CaseName);
 
 // --mic against two running microphones, through `set gain`, which writes
 // the chosen microphone's value and nothing when the choice fails.
@@ -129,37 +125,33 @@ TEST_P(MicChoice, PicksOneOrListsTheCandidates) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Command, MicChoice,
-    ::testing::Values(Choice{"PartOfAName", L"headset", &kMicA, "gain of Headset Microphone (USB Audio)"},
-                      Choice{"EndpointId", kMicB, &kMicB, "set to 7 dB"},
-                      Choice{"GuidWithoutBraces", L"C0A70000-0000-4000-8000-00000000000A", &kMicA, "set to 7 dB"},
-                      Choice{"ExactNameOverPart", L"microphone array (realtek audio)", &kMicB, "set to 7 dB"},
-                      Choice{"NoneNamed", L"", nullptr, "several microphones have Quillon running"},
-                      Choice{"PartOfBoth", L"MICROPHONE", nullptr, "several microphones match \"MICROPHONE\""},
-                      Choice{"NoMatch", L"webcam", nullptr, "no microphone matches \"webcam\""}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Command, MicChoice, ::testing::Values(
+    Choice{"PartOfAName", L"headset", &kMicA, "gain of Headset Microphone (USB Audio)"},
+    Choice{"EndpointId", kMicB, &kMicB, "set to 7 dB"},
+    Choice{"GuidWithoutBraces", L"C0A70000-0000-4000-8000-00000000000A", &kMicA, "set to 7 dB"},
+    Choice{"ExactNameOverPart", L"microphone array (realtek audio)", &kMicB, "set to 7 dB"},
+    Choice{"NoneNamed", L"", nullptr, "several microphones have Quillon running"},
+    Choice{"PartOfBoth", L"MICROPHONE", nullptr, "several microphones match \"MICROPHONE\""},
+    Choice{"NoMatch", L"webcam", nullptr, "no microphone matches \"webcam\""}),
+    CaseName);
 
 TEST_F(Command, SettingsAreWrittenWhereTheEffectReadsThem) {
   StartTwo();
-  CommandResult r = RunQuillon(L"settings");
-  EXPECT_TRUE(Shows(r.text, {"block voice  off (default)\n", "log level    error (default)\n",
-                             "gain         0 dB (default)   Headset Microphone (USB Audio)"}));
+  EXPECT_TRUE(Exits(0, L"settings", {"block voice  off (default)\n", "log level    error (default)\n",
+                                        "gain         0 dB (default)   Headset Microphone (USB Audio)"}));
 
   for (const wchar_t* args : {L"set block-voice on", L"set log-level WARN", L"set gain 12 --mic headset"}) {
-    r = RunQuillon(args);
-    ASSERT_EQ(0, r.exit) << r.text;
+    ASSERT_TRUE(Exits(0, args));
   }
   EXPECT_EQ(1u, RegDword(kSettingsKey, kBlockVoiceValue));
   EXPECT_EQ(L"warn", RegText(kSettingsKey, kLogLevelValue));
 
-  r = RunQuillon(L"settings");
-  EXPECT_EQ(0, r.exit);
-  EXPECT_TRUE(Shows(r.text, {"block voice  on\n", "log level    warn\n",
-                             "gain         12 dB            Headset Microphone (USB Audio) " + tools::Narrow(kMicA),
-                             "gain         0 dB (default)   Microphone Array"}));
+  EXPECT_TRUE(Exits(0, L"settings",
+                    {"block voice  on\n", "log level    warn\n",
+                     "gain         12 dB            Headset Microphone (USB Audio) " + tools::Narrow(kMicA),
+                     "gain         0 dB (default)   Microphone Array"}));
 
-  ASSERT_EQ(0, RunQuillon(L"set block-voice off").exit);
+  ASSERT_TRUE(Exits(0, L"set block-voice off"));
   EXPECT_EQ(0u, RegDword(kSettingsKey, kBlockVoiceValue));
 }
 
@@ -170,10 +162,7 @@ TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
   // A player connected to A (no period runs, so it waits on its first block).
   QuillonProcess player(L"list-player", L"play --mic headset \"" + Sounds() + L"tone.wav\"");
   std::string text;
-  ASSERT_TRUE(PollUntil([&] {
-    text = RunQuillon(L"list").text;
-    return Has(text, "yes");
-  })) << text;
+  ASSERT_TRUE(PollUntil([&] { return Has(text = RunQuillon(L"list").text, "yes"); })) << text;
   char rowA[96], rowB[96];
   std::snprintf(rowA, sizeof(rowA), "%4d  yes      48000 Hz, 2 channels   Headset Microphone (USB Audio)", slotA);
   std::snprintf(rowB, sizeof(rowB), "%4d  no       48000 Hz, 2 channels   Microphone Array (Realtek Audio)", slotB);
@@ -188,15 +177,13 @@ TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
 TEST_F(Command, LogPrintsTheLastLinesAndFollows) {
   DeleteLog();
   DeleteFileW((kLogPath + L"-old").c_str());
-  CommandResult r = RunQuillon(L"log");
-  EXPECT_EQ(1, r.exit);
-  EXPECT_TRUE(Shows(r.text, {"no log file"}));
+  EXPECT_TRUE(Exits(1, L"log", {"no log file"}));
 
   ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write early 4").Wait());
   // What the logger does when the file grows too large.
   ASSERT_TRUE(MoveFileExW(kLogPath.c_str(), (kLogPath + L"-old").c_str(), MOVEFILE_REPLACE_EXISTING));
   ASSERT_EQ(0, ChildProcess(L"quillon_log_helper.exe", L"write late 3").Wait());
-  r = RunQuillon(L"log --lines 5");
+  const CommandResult r = RunQuillon(L"log --lines 5");
   EXPECT_EQ(0, r.exit);
   ASSERT_EQ(5, std::count(r.text.begin(), r.text.end(), '\n')) << r.text;
   const size_t a = r.text.find("early line 2 "), b = r.text.find("early line 3 "), c = r.text.find("late line 2 ");

@@ -78,14 +78,11 @@ TEST_P(FormatTable, PlayedSoundMatchesSoxConversion) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Play, FormatTable,
-    ::testing::Values(Row{"u8-mono-8k-to2", "wav", 2}, Row{"s16-stereo-44k-to2", "wav", 2},
-                      Row{"s24-six-96k-to2", "wav", 2}, Row{"s32-mono-22k-to1", "wav", 1},
-                      Row{"f32-stereo-192k-to1", "wav", 1}, Row{"f64-mono-16k-to6", "wav", 6},
-                      Row{"f32-six-48k-to6", "wav", 6}, Row{"s16-six-44k-to1", "wav", 1},
-                      Row{"flac-stereo-44k-to2", "flac", 2}, Row{"vorbis-mono-32k-to2", "ogg", 2},
-                      Row{"opus-stereo-48k-to2", "opus", 2}, Row{"mp3-mono-44k-to2", "mp3", 2}),
+INSTANTIATE_TEST_SUITE_P(Play, FormatTable, ::testing::Values(
+    Row{"u8-mono-8k-to2", "wav", 2}, Row{"s16-stereo-44k-to2", "wav", 2}, Row{"s24-six-96k-to2", "wav", 2},
+    Row{"s32-mono-22k-to1", "wav", 1}, Row{"f32-stereo-192k-to1", "wav", 1}, Row{"f64-mono-16k-to6", "wav", 6},
+    Row{"f32-six-48k-to6", "wav", 6}, Row{"s16-six-44k-to1", "wav", 1}, Row{"flac-stereo-44k-to2", "flac", 2},
+    Row{"vorbis-mono-32k-to2", "ogg", 2}, Row{"opus-stereo-48k-to2", "opus", 2}, Row{"mp3-mono-44k-to2", "mp3", 2}),
     [](const auto& info) { return TestName(info.param.name); });
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "support/QuillonRun.h"
 #include "transfer/WinUtils.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -17,11 +18,10 @@
 namespace quillon::test {
 namespace {
 
-constexpr const wchar_t* kMicA = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000a}";
-constexpr const wchar_t* kMicB = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000b}";
-constexpr const wchar_t* kMicC = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000c}";
+const std::wstring kMicA = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000a}";
+const std::wstring kMicB = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000b}";
+const std::wstring kMicC = L"{0.0.1.00000000}.{9a7e0000-0000-4000-8000-00000000000c}";
 constexpr UINT32 kFrames = 480;  // 10 ms at 48 kHz
-constexpr DWORD kBound = 30000;  // bound of every wait and poll
 const std::vector<float> kSilence(2 * kFrames, 0.0f);  // a silent stereo period
 
 float Ramp(size_t k) { return static_cast<float>(k + 1) / 65536.0f; }
@@ -33,15 +33,15 @@ std::wstring RampFile(const std::wstring& name, uint16_t channels, size_t sample
   return WriteWav(name, ramp);
 }
 
-std::wstring PlayArgs(const wchar_t* endpoint, const std::wstring& file, const std::wstring& extra = L"") {
-  return L"play --verbose --wait 20 --mic " + std::wstring(endpoint) + L" " + extra + L" \"" + file + L"\"";
+std::wstring PlayArgs(const std::wstring& endpoint, const std::wstring& file, const std::wstring& extra = L"") {
+  return L"play --verbose --wait 20 --mic " + endpoint + L" " + extra + L" \"" + file + L"\"";
 }
 
 class PlayerProtocol : public ::testing::Test {
  protected:
   // An effect of the real library for `endpoint`, locked to float32 at 48 kHz.
-  std::unique_ptr<EffectHarness> Start(const wchar_t* endpoint, UINT32 channels) {
-    return EffectHarness::Started(endpoint, channels, kFrames, dll_.CreateEffect());
+  std::unique_ptr<EffectHarness> Start(const std::wstring& endpoint, UINT32 channels) {
+    return EffectHarness::Started(endpoint.c_str(), channels, kFrames, dll_.CreateEffect());
   }
 
   QuillonDll dll_;
@@ -90,7 +90,7 @@ TEST_F(PlayerProtocol, WaitsForTheFormatOfAnOlderEffect) {
   {
     NamedMutexLock lock(kRegisterMutexName, kSharedMutexWaitMs);
     slots->inUse[slot] = 1;
-    wcscpy(slots->endpointIds[slot], kMicA);
+    wcscpy(slots->endpointIds[slot], kMicA.c_str());
   }
   // The format comes once the player has opened the slot, which it does (making
   // the slot's control event) just before it reads the format.
@@ -117,9 +117,8 @@ TEST_F(PlayerProtocol, NeverWritesOverAnotherPlayersBlock) {
     block->byteCount = 400;
     block->dataReady = 1;
   }
-  QuillonProcess player(L"foreign",
-                        L"play --mic " + std::wstring(kMicA) + L" \"" + RampFile(L"foreign", 2, 960) + L"\"");
-  EXPECT_EQ(1, player.process.Wait(kBound));
+  QuillonProcess player(L"foreign", L"play --mic " + kMicA + L" \"" + RampFile(L"foreign", 2, 960) + L"\"");
+  EXPECT_EQ(1, player.process.Wait());
   EXPECT_NE(std::string::npos, player.Text().find("another player is sending to this microphone")) << player.Text();
   EXPECT_EQ(1u, block->dataReady);
   EXPECT_EQ(400u, block->byteCount);
@@ -130,7 +129,7 @@ TEST_F(PlayerProtocol, NeverWritesOverAnotherPlayersBlock) {
 // endpoint, or to the same one at another format: the player stops sending.
 struct Replacement {
   const char* name;
-  const wchar_t* endpoint;
+  std::wstring endpoint;
   UINT32 channels;
 };
 
@@ -144,16 +143,14 @@ TEST_P(PlayerReplaced, StopsSendingAndSaysSo) {
   first.reset();
   auto second = Start(GetParam().endpoint, GetParam().channels);
   const std::vector<float> heard = second->RunUntil([&](auto&) { return player.Ended(); });
-  EXPECT_EQ(1, player.process.Wait(kBound));
+  EXPECT_EQ(1, player.process.Wait());
   EXPECT_NE(std::string::npos, player.Text().find("the effect instance went away")) << player.Text();
   // At most the block that waited in the mapping when the first unlocked.
   EXPECT_LE(heard.size(), 960u);
 }
 
-INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerReplaced,
-                         ::testing::Values(Replacement{"OtherEndpoint", kMicB, 2},
-                                           Replacement{"OtherFormat", kMicA, 1}),
-                         CaseName);
+INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerReplaced, ::testing::Values(Replacement{"OtherEndpoint", kMicB, 2},
+                         Replacement{"OtherFormat", kMicA, 1}), CaseName);
 
 // Ctrl+C or a closing console while playing: what was queued is dropped, the
 // stop request is cleared, and the player exits with 130.
@@ -166,7 +163,7 @@ TEST_P(PlayerInterrupted, WhilePlayingDropsTheQueuedSound) {
   h->RunUntil([](auto& heard) { return !heard.empty(); });
   ASSERT_TRUE(player.process.Interrupt(GetParam()));
   h->RunUntil([&](auto&) { return player.Ended(); });  // the stop request is answered by a period
-  EXPECT_EQ(130, player.process.Wait(kBound)) << player.Text();
+  EXPECT_EQ(130, player.process.Wait()) << player.Text();
   EXPECT_EQ(0, block->stopRequest);
   EXPECT_EQ(0u, block->dataReady);
   for (int period = 0; period < 20; ++period) ASSERT_EQ(kSilence, h->Process(kSilence)) << period;
@@ -178,27 +175,26 @@ INSTANTIATE_TEST_SUITE_P(PlayerProtocol, PlayerInterrupted,
 TEST_F(PlayerProtocol, InterruptedWhileStoppingClearsTheStopRequest) {
   auto h = Start(kMicA, 2);  // no period runs, so the stop request is never answered
   TransferView block(SlotOf(kMicA));
-  QuillonProcess stopper(L"stopping", L"stop --mic " + std::wstring(kMicA));
+  QuillonProcess stopper(L"stopping", L"stop --mic " + kMicA);
   ASSERT_TRUE(PollUntil([&] { return block->stopRequest != 0; }));
   ASSERT_TRUE(stopper.process.Interrupt(CTRL_C_EVENT));
-  EXPECT_EQ(130, stopper.process.Wait(kBound)) << stopper.Text();
+  EXPECT_EQ(130, stopper.process.Wait()) << stopper.Text();
   EXPECT_EQ(0, block->stopRequest);
 }
 
 // The engine's process dies mid-play: no unregistration, the slot stays in use.
 TEST_F(PlayerProtocol, NoticesAnEffectThatStoppedAnswering) {
-  ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMicA) + L" --seconds 60 --out \"" +
-                                             Scratch(L"dying-host.wav") + L"\"");
+  ChildProcess host(L"quillon-host.exe",
+                    L"--endpoint " + kMicA + L" --seconds 60 --out \"" + Scratch(L"dying-host.wav") + L"\"");
   ASSERT_TRUE(PollUntil([] { return SlotOf(kMicA) >= 0; }));
   QuillonProcess player(L"dying", PlayArgs(kMicA, RampFile(L"dying", 2, 48000 * 2 * 20)));
   ASSERT_TRUE(PollUntil([&] { return player.Text().find("first block taken") != std::string::npos; }));
   host.Kill();
   const auto killed = std::chrono::steady_clock::now();
-  EXPECT_EQ(1, player.process.Wait(kBound)) << player.Text();
+  EXPECT_EQ(1, player.process.Wait()) << player.Text();
   const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - killed);
   EXPECT_NE(std::string::npos, player.Text().find("the effect stopped answering")) << player.Text();
-  std::printf("[ answer   ] the player gave up %lld ms after the effect's process died\n",
-              static_cast<long long>(ms.count()));
+  std::printf("[ answer   ] the player gave up %lld ms after the effect's process died\n", ms.count());
 }
 
 // Blocks hold whole frames and a partial last frame is dropped: six channels,
@@ -222,7 +218,7 @@ TEST_F(PlayerProtocol, BlocksHoldWholeFrames) {
   std::vector<size_t> positions;
   const std::vector<float> heard =
       h->RunUntil([&](auto& heard) { return heard.size() >= kFileFrames * 6; }, BUFFER_VALID, &positions);
-  EXPECT_EQ(0, player.process.Wait(kBound)) << player.Text();
+  EXPECT_EQ(0, player.process.Wait()) << player.Text();
   ASSERT_EQ(kFileFrames * 6, heard.size());
   for (size_t k = 0; k < heard.size(); ++k) {
     ASSERT_EQ(sound[k], heard[k]) << k;
@@ -236,7 +232,7 @@ TEST_F(PlayerProtocol, BlocksHoldWholeFrames) {
 TEST_F(PlayerProtocol, ManyInstancesAndLockPeriodsLoseNothing) {
   constexpr size_t kSamples = 4800;
   const std::wstring file = RampFile(L"many", 2, kSamples);
-  const wchar_t* mics[] = {kMicA, kMicB, kMicC};
+  const std::wstring mics[] = {kMicA, kMicB, kMicC};
   DWORD handlesBefore = 0, handlesAfter = 0;
   for (int round = 0; round < 4; ++round) {
     if (round == 1) GetProcessHandleCount(GetCurrentProcess(), &handlesBefore);
@@ -249,17 +245,15 @@ TEST_F(PlayerProtocol, ManyInstancesAndLockPeriodsLoseNothing) {
           std::make_unique<QuillonProcess>(L"many" + std::to_wstring(i), PlayArgs(mics[i], file, L"--block-ms 10")));
     }
     EXPECT_TRUE(PollUntil([&] {
-      bool all = true;
       for (int i = 0; i < 3; ++i) {
         for (float v : effects[i]->Process(kSilence)) {
           if (v != 0.0f) heard[i].push_back(v);
         }
-        all = all && heard[i].size() >= kSamples;
       }
-      return all;
+      return std::all_of(heard.begin(), heard.end(), [](const auto& one) { return one.size() >= kSamples; });
     }));
     for (int i = 0; i < 3; ++i) {
-      EXPECT_EQ(0, players[i]->process.Wait(kBound)) << players[i]->Text();
+      EXPECT_EQ(0, players[i]->process.Wait()) << players[i]->Text();
       ASSERT_EQ(kSamples, heard[i].size()) << "round " << round << " instance " << i;
       for (size_t k = 0; k < kSamples; ++k) ASSERT_EQ(Ramp(k), heard[i][k]) << "round " << round << " instance " << i;
     }

@@ -1,10 +1,9 @@
 // The effect's side of the sound transfer: effects driven here as the audio
 // engine drives them, and players that misbehave (blocks of any byte count, a
-// transfer mutex held for seconds or abandoned) played by threads of this
-// test through the named objects, as another process reaches them; and the
-// lock-free hand-off between the receiver thread and the real-time routine.
-// The well-behaved player, `quillon play` in a process of its own, is tested
-// in tests/tools.
+// transfer mutex held for seconds or abandoned) played by threads of this test
+// through the named objects, as another process reaches them; and the lock-free
+// hand-off between the receiver thread and the real-time routine. The
+// well-behaved player, `quillon play` in a process of its own, is in tests/tools.
 #include "diag/Logger.h"
 #include "platform/NamedMutexLock.h"
 #include "support/EffectHarness.h"
@@ -36,9 +35,8 @@ void WriteRaw(int32_t slot, uint32_t bytes) {
   for (size_t i = 0; i < TransferBlock::kMaxSamples; ++i) block->samples[i] = Sent(i);
   block->byteCount = bytes;
   block->dataReady = 1;
-  SetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE,
-                                   WinUtils::PerInstanceName(kChunkConsumedEventPrefix, slot).c_str()))
-               .Get());
+  const std::wstring wake = WinUtils::PerInstanceName(kChunkConsumedEventPrefix, slot);
+  SetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, wake.c_str())).Get());
 }
 
 class Transfer : public ::testing::Test {
@@ -50,7 +48,6 @@ class Transfer : public ::testing::Test {
   }
   void TearDown() override { Logger::Instance().SetLevel(LOG_ERROR); }
 
-  // An initialised effect locked to float32 stereo, 32 frames a period.
   static std::unique_ptr<EffectHarness> Start(int endpoint) {
     return EffectHarness::Started(Endpoint(endpoint).c_str(), kChannels, kFrames);
   }
@@ -116,7 +113,7 @@ TEST_P(BlockSizes, QueueAndLog) {
   auto h = Start(0);
   h->Process(kSilence);  // the first period sizes the chunk
   SendRaw(*h, GetParam().bytes);
-  EXPECT_TRUE(Logged(GetParam().logged));
+  EXPECT_TRUE(PollUntil([&] { return Logged(GetParam().logged); })) << "logged after the block is marked taken";
   std::vector<float> heard = h->RunUntil([&](auto& heard) { return heard.size() >= GetParam().queued; },
                                          BUFFER_SILENT);
   for (int i = 0; i < 2 * 8; ++i) EXPECT_EQ(kSilence, h->Process(kSilence, BUFFER_SILENT)) << "then nothing more";
@@ -124,9 +121,9 @@ TEST_P(BlockSizes, QueueAndLog) {
   for (size_t k = 0; k < heard.size(); ++k) ASSERT_EQ(Sent(k), heard[k]);
 }
 
-INSTANTIATE_TEST_SUITE_P(Transfer, BlockSizes,
-                         ::testing::Values(BlockCase{0, 0, ": Received 0 bytes #]"}, BlockCase{6, 1, ": Received 6 bytes #]"},
-                                           BlockCase{300000, 65536, ": Received 262144 bytes #]"}));
+const BlockCase kBlockCases[] = {{0, 0, ": Received 0 bytes #]"}, {6, 1, ": Received 6 bytes #]"},
+                                 {300000, 65536, ": Received 262144 bytes #]"}};
+INSTANTIATE_TEST_SUITE_P(Transfer, BlockSizes, ::testing::ValuesIn(kBlockCases));
 
 // The request comes before the queued sound's first period: none of it is
 // heard, and the stop event answers.
@@ -214,8 +211,7 @@ TEST(SampleQueueTest, ConcurrentProducerAndConsumerKeepOrder) {
   ASSERT_TRUE(q.Reserve(7680 - 1 + 65536));
   std::thread producer([&] {
     std::vector<float> block(65536);
-    size_t sent = 0;
-    size_t size = 1;
+    size_t sent = 0, size = 1;
     while (sent < kTotal) {
       size = (size * 7 + 13) % 65536 + 1;
       size_t n = std::min(size, kTotal - sent);
