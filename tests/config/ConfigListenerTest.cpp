@@ -86,7 +86,7 @@ TEST_F(Listener, DefaultsAndAnotherEndpointsGainChangeNothing) {
 }
 
 TEST_F(Listener, LogLevelFollowsTheSetting) {
-  ASSERT_TRUE(level.SetString(L"warn"));
+  ASSERT_TRUE(level.SetString(kLogLevels[LOG_WARNING].text));
   EXPECT_TRUE(PollUntil([] { return Logger::Instance().Level() == LOG_WARNING; }));
   EXPECT_TRUE(Logged("| Changed log level to WARNING #]"));
   level.Delete();

@@ -165,7 +165,7 @@ TEST_P(LevelFromRegistry, SelectsWhatANewProcessWrites) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Logger, LevelFromRegistry, ::testing::Values(
-    LevelCase{"Trace", L"trace", {0, 1, 2, 3, 4}}, LevelCase{"WarnInCapitals", L"WARN", {3, 4}},
+    LevelCase{"Trace", kLogLevels[LOG_TRACE].text, {0, 1, 2, 3, 4}}, LevelCase{"WarnInCapitals", L"WARN", {3, 4}},
     LevelCase{"WordWarningIsInfo", L"warning", {2, 3, 4}}, LevelCase{"Empty", L"", {2, 3, 4}},
     LevelCase{"NoLogMixedCase", L"NoLog", {}}, LevelCase{"MissingIsError", nullptr, {4}}),
     [](const auto& info) { return std::string(info.param.name); });

@@ -1,6 +1,7 @@
 // The quillon command's other jobs, run as a user runs them: refusals, the
 // choice of microphone, settings in the real registry, the real log file,
 // the list of running instances, help.
+#include "diag/Logger.h"
 #include "support/EffectHarness.h"
 #include "support/EndpointFixtures.h"
 #include "support/QuillonDll.h"
@@ -144,7 +145,7 @@ TEST_F(Command, SettingsAreWrittenWhereTheEffectReadsThem) {
     ASSERT_TRUE(Exits(0, args));
   }
   EXPECT_EQ(1u, RegDword(kSettingsKey, kBlockVoiceValue));
-  EXPECT_EQ(L"warn", RegText(kSettingsKey, kLogLevelValue));
+  EXPECT_EQ(kLogLevels[LOG_WARNING].text, RegText(kSettingsKey, kLogLevelValue));
 
   EXPECT_TRUE(Exits(0, L"settings",
                     {"block voice  on\n", "log level    warn\n",
