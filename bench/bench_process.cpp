@@ -147,7 +147,7 @@ class Bench {
 
  private:
   void Period(Lane& lane, const Mode& mode) {
-    lane.mixer.Mix(out_, in_, samples_, mode.gain, mode.blockVoice);
+    if (lane.mixer.SizeChunk(samples_)) lane.mixer.Mix(out_, in_, samples_, mode.gain, mode.blockVoice);
     asm volatile("" ::"r"(out_) : "memory");
   }
 

@@ -12,7 +12,8 @@ start_wine_session() {
   export WINEDEBUG=-all
   # Make the prefix before the server is started for it.
   "$build/wine-run" --prepare || exit 1
-  wineserver -p >/dev/null 2>&1 </dev/null
+  # A server already running for the prefix (another run's) serves this one too.
+  wineserver -p >/dev/null 2>&1 </dev/null || true
   trap 'wineserver -k 2>/dev/null; wineserver -w 2>/dev/null' EXIT
   wine wineboot >/dev/null 2>&1 </dev/null || true
 }

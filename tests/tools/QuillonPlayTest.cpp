@@ -92,13 +92,10 @@ TEST_F(PlayerProtocol, WaitsForTheFormatOfAnOlderEffect) {
     slots->inUse[slot] = 1;
     wcscpy(slots->endpointIds[slot], kMicA.c_str());
   }
-  // The format comes once the player has opened the slot, which it does (making
-  // the slot's control event) just before it reads the format.
-  const std::wstring control = WinUtils::PerInstanceName(kControlEventPrefix, slot);
-  auto opened = [&] { return static_cast<bool>(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, control.c_str()))); };
-  EXPECT_FALSE(opened());
+  // The format comes once the player has found the slot in use without one.
   QuillonProcess player(L"late", PlayArgs(kMicA, RampFile(L"late", 2, 960)));
-  EXPECT_TRUE(PollUntil(opened)) << player.Text();
+  EXPECT_TRUE(PollUntil([&] { return player.Text().find("waiting for the effect to publish") != std::string::npos; }))
+      << player.Text();
   block->format = MakeFloatFormat(2, 48000.0f);
   EXPECT_TRUE(PollUntil([&] { return block->dataReady == 1; })) << player.Text();
   EXPECT_EQ(960u * sizeof(float), block->byteCount);

@@ -66,9 +66,11 @@ bool IsUsableFormat(const UNCOMPRESSEDAUDIOFORMAT& f) {
          f.fFramesPerSecond <= 384000.0f;
 }
 
-PlayerStatus PlayerClient::Connect(const std::wstring& endpoint, DWORD timeoutMs) {
+PlayerStatus PlayerClient::Connect(const std::wstring& endpoint, DWORD timeoutMs,
+                                   const std::function<void(int32_t slot)>& waiting) {
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   PlayerStatus status = PlayerStatus::NoInstance;
+  bool told = false;
   while (true) {
     if (register_ || MapRegister(register_)) {
       std::vector<RegisterEntry> candidates;
@@ -85,6 +87,8 @@ PlayerStatus PlayerClient::Connect(const std::wstring& endpoint, DWORD timeoutMs
           endpoint_ = std::move(candidates[0].endpoint);
           return PlayerStatus::Ok;
         }
+        if (waiting && !told) waiting(slot_);
+        told = true;
       }
     }
     if (Remaining(deadline) == 0) return status;

@@ -17,6 +17,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -58,7 +59,10 @@ class PlayerClient {
 
   // Waits up to `timeoutMs` for an instance of `endpoint` (or, with an empty
   // text, for the only instance in use) that is ready, and opens its objects.
-  PlayerStatus Connect(const std::wstring& endpoint, DWORD timeoutMs);
+  // `waiting` (when given) is told once, with the slot, when the instance is
+  // found in use before it has published its stream format.
+  PlayerStatus Connect(const std::wstring& endpoint, DWORD timeoutMs,
+                       const std::function<void(int32_t slot)>& waiting = {});
 
   int32_t Slot() const { return slot_; }
   const std::wstring& Endpoint() const { return endpoint_; }

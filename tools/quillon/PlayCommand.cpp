@@ -90,7 +90,9 @@ class Session {
       return kExitFailed;
     }
     const DWORD waitLeft = std::max<DWORD>(o_.waitMs, 1000);
-    const PlayerStatus connected = player_.Connect(mic.endpointId, waitLeft);
+    const PlayerStatus connected = player_.Connect(mic.endpointId, waitLeft, [&](int32_t slot) {
+      if (o_.verbose) Print("slot %d: waiting for the effect to publish its stream format\n", slot);
+    });
     if (connected == PlayerStatus::Interrupted) return kExitInterrupted;
     if (connected != PlayerStatus::Ok) {
       Fail("%s: %s", Describe(mic).c_str(), player_.Explain(connected).c_str());

@@ -17,7 +17,6 @@
 namespace quillon::cli {
 namespace {
 
-
 // Writes one value below the settings key; one line on failure.
 bool WriteValue(const std::wstring& subKey, const wchar_t* name, const RegValue& value) {
   const std::wstring path = subKey.empty() ? kSettingsKey : std::wstring(kSettingsKey) + L"\\" + subKey;
