@@ -106,7 +106,7 @@ void ConfigListener::CheckConfigLogLevel() {
 void ConfigListener::CheckConfigMicAmp() {
   float gain = 1.0f;
   uint32_t decibels = 0;
-  if (ReadRegistryDword(kWatchedPath + MicGainSubkey(endpointId) + L"\\" + kMicGainValue, decibels).Ok()) {
+  if (ReadRegistryDword(MicGainPath(endpointId), decibels).Ok()) {
     gain = static_cast<float>(std::pow(10.0, std::min(decibels, kMaxMicGainDb) / 20.0));
   }
   if (gain != settings->micGain) {

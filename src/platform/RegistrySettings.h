@@ -35,5 +35,9 @@ inline std::wstring EndpointSettingsKey(const std::wstring& endpointId) {
 // The key of an endpoint's gain below the settings key: "<endpoint id>,1".
 inline constexpr wchar_t kMicGainKeySuffix[] = L",1";
 inline std::wstring MicGainSubkey(const std::wstring& endpointId) { return endpointId + kMicGainKeySuffix; }
+// The full path of an endpoint's gain value, as the registry routines take it.
+inline std::wstring MicGainPath(const std::wstring& endpointId) {
+  return kSettingsPath + MicGainSubkey(endpointId) + L"\\" + kMicGainValue;
+}
 
 }  // namespace quillon

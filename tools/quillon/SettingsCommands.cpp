@@ -19,7 +19,7 @@ namespace {
 
 // Writes one value below the settings key; one line on failure.
 bool WriteValue(const std::wstring& subKey, const wchar_t* name, const RegValue& value) {
-  const std::wstring path = subKey.empty() ? kSettingsKey : std::wstring(kSettingsKey) + L"\\" + subKey;
+  const std::wstring path = subKey.empty() ? kSettingsKey : EndpointSettingsKey(subKey);
   std::wstring failedKey;
   const LSTATUS status = Apply({RegChange::Set(path, name, value)}, failedKey);
   if (status != ERROR_SUCCESS) {
@@ -115,7 +115,7 @@ int RunSettings(const Arguments& args) {
   }
   for (const Microphone& mic : mics) {
     uint32_t db = 0;
-    const bool set = ReadRegistryDword(root + MicGainSubkey(mic.endpointId) + L"\\" + kMicGainValue, db).Ok();
+    const bool set = ReadRegistryDword(MicGainPath(mic.endpointId), db).Ok();
     const std::string value = std::to_string(std::min(db, kMaxMicGainDb)) + " dB" + (set ? "" : " (default)");
     Print("gain         %-15s  %s\n", value.c_str(), Describe(mic).c_str());
   }
