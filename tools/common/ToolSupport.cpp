@@ -1,5 +1,7 @@
 #include "common/ToolSupport.h"
 
+#include "diag/ErrorDescription.h"
+
 #include <windows.h>
 
 namespace quillon::tools {
@@ -15,6 +17,16 @@ std::string Narrow(const std::wstring& text) {
   std::string narrow;
   for (wchar_t c : text) narrow += c < 128 ? static_cast<char>(c) : '?';
   return narrow;
+}
+
+std::string SystemText(unsigned long code) {
+  const std::wstring wide = GetErrorDescription(static_cast<uint32_t>(code));
+  std::string text(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, nullptr, 0, nullptr, nullptr)), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, text.data(), static_cast<int>(text.size()), nullptr, nullptr);
+  while (!text.empty() && (text.back() == '\0' || text.back() == '.' || text.back() == '\n' || text.back() == '\r')) {
+    text.pop_back();
+  }
+  return text;
 }
 
 }  // namespace quillon::tools

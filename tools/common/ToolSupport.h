@@ -13,4 +13,8 @@ int64_t MonotonicMicroseconds();
 // A wide text for the console: ASCII kept, anything else shown as '?'.
 std::string Narrow(const std::wstring& text);
 
+// The system's text for a Win32 error code or an HRESULT, in UTF-8, without
+// the final period.
+std::string SystemText(unsigned long code);
+
 }  // namespace quillon::tools

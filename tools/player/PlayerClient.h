@@ -64,6 +64,9 @@ class PlayerClient {
   PlayerStatus Connect(const std::wstring& endpoint, DWORD timeoutMs,
                        const std::function<void(int32_t slot)>& waiting = {});
 
+  // Every wait from now on ends when `interrupt` is set instead.
+  void SetInterrupt(HANDLE interrupt) { interrupt_ = interrupt; }
+
   int32_t Slot() const { return slot_; }
   const std::wstring& Endpoint() const { return endpoint_; }
   // The stream's format as it was when the client connected.

@@ -41,11 +41,11 @@ std::optional<Arguments> Parse(const std::vector<std::wstring>& words, size_t fi
       return std::nullopt;
     }
     if (!option->takesValue) {
-      if (equals != std::string::npos) {
+      if (equals != std::string::npos && !option->valueOptional) {
         error = name + " takes no value";
         return std::nullopt;
       }
-      args.options[name] = L"";
+      args.options[name] = equals != std::string::npos ? Wide(word.substr(equals + 1)) : L"";
     } else if (equals != std::string::npos) {
       args.options[name] = Wide(word.substr(equals + 1));
     } else if (i + 1 < words.size()) {

@@ -17,6 +17,7 @@ constexpr int kExitInterrupted = 130;
 struct OptionSpec {
   const char* name;  // "--mic"
   bool takesValue;
+  bool valueOptional = false;  // a flag that may take a value as --name=VALUE
 };
 
 struct Arguments {

@@ -29,6 +29,7 @@ int RunSet(const Arguments& args);
 int RunSettings(const Arguments& args);
 int RunLog(const Arguments& args);
 int RunMics(const Arguments& args);
+int RunDevices(const Arguments& args);
 int RunAttach(const Arguments& args);
 int RunDetach(const Arguments& args);
 int RunReattach(const Arguments& args);

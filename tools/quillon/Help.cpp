@@ -12,28 +12,42 @@ const std::vector<Command>& AllCommands() {
        RunList},
       {"play",
        {{"--mic", true}, {"--volume", true}, {"--loop", true}, {"--block-ms", true}, {"--wait", true},
-        {"--verbose", false}},
-       "play FILE... [--mic NAME|ID] [--volume DB] [--loop N] [--block-ms MS] [--wait S]",
+        {"--verbose", false}, {"--together", false}, {"--monitor", false, true}, {"--monitor-volume", true},
+        {"--ptt", true}, {"--ptt-tail", true}},
+       "play FILE... [--mic NAME|ID] [--together] [--monitor[=DEVICE]] [--ptt KEY] [OPTIONS]",
        "play sound files into a microphone",
-       "Plays the files one after another into the microphone, so that every\n"
-       "program that records it hears them. WAV (8/16/24/32-bit integer, 32/64-bit\n"
-       "float, extensible), FLAC, Ogg Vorbis, Opus and MP3 are read; each file is\n"
-       "converted to the microphone's rate and channels as it plays. Every file is\n"
-       "checked before the first is sent. Ctrl+C stops the sound at once.\n"
+       "Plays the files one after another (or all at once) into the microphone,\n"
+       "so that every program that records it hears them. WAV (8/16/24/32-bit\n"
+       "integer, 32/64-bit float, extensible), FLAC, Ogg Vorbis, Opus and MP3 are\n"
+       "read; each file is converted to the microphone's rate and channels as it\n"
+       "plays. Every file is checked before the first is sent. Ctrl+C stops the\n"
+       "sound at once.\n"
        "\n"
-       "  --mic NAME|ID   the microphone: endpoint id, GUID, or a unique part of its\n"
-       "                  name (default: the only one Quillon runs on)\n"
-       "  --volume DB     louder or softer, -100 to 20 dB (default 0)\n"
-       "  --loop N        play the list N times; 0 repeats until stopped (default 1)\n"
-       "  --block-ms MS   size of the blocks sent, 5 to 1000 ms (default 100)\n"
-       "  --wait S        wait up to S seconds for the microphone's effect to start\n"
-       "  --verbose       also print when the first block was taken\n"
+       "  --mic NAME|ID        the microphone: endpoint id, GUID, or a unique part of\n"
+       "                       its name (default: the only one Quillon runs on)\n"
+       "  --together           play the files at once, mixed\n"
+       "  --volume DB          louder or softer, -100 to 20 dB (default 0)\n"
+       "  --loop N             play N times; 0 repeats until stopped (default 1)\n"
+       "  --monitor[=DEVICE]   hear it too, on the default playback device or on\n"
+       "                       DEVICE (an id or a unique part of its name; see\n"
+       "                       quillon devices)\n"
+       "  --monitor-volume DB  the volume you hear it at, -100 to 20 dB (default 0)\n"
+       "  --ptt KEY            hold KEY (V, F13, Ctrl+Shift+T...) while it plays, for\n"
+       "                       a voice program in push-to-talk mode\n"
+       "  --ptt-tail MS        keep KEY held MS after the sound (default 300)\n"
+       "  --block-ms MS        size of the blocks sent, 5 to 1000 ms (default 80)\n"
+       "  --wait S             wait up to S seconds for the microphone's effect\n"
+       "  --verbose            also print when the first block was taken\n"
        "\n"
        "A mono file plays on every channel. Into two channels, 3 to 8 channels in\n"
        "WAVE order are down-mixed: left = FL + 0.707 FC + 0.707 BL + 0.707 SL and\n"
        "right likewise, without the LFE, scaled so that each side's weights add up\n"
        "to 1. Into one channel: the mean of left and right. Otherwise channels go\n"
-       "across in order and the rest are silent or left out.\n",
+       "across in order and the rest are silent or left out.\n"
+       "\n"
+       "Sounds that overlap are added. A sum within full scale passes unchanged;\n"
+       "a louder one is turned down smoothly, 2 ms ahead of each peak, and back up\n"
+       "over 200 ms, never clipped. A sound alone plays as loud as it is.\n",
        RunPlay},
       {"stop", {{"--mic", true}}, "stop [--mic NAME|ID]", "stop the sound playing into a microphone",
        "Drops what the microphone's effect still holds of the sound and tells the\n"
@@ -65,6 +79,8 @@ const std::vector<Command>& AllCommands() {
        "in each of its slots, whether effects are turned off, and whether Quillon\n"
        "is attached with a backup that agrees.\n",
        RunMics},
+      {"devices", {}, "devices", "show the playback devices a play can be heard on",
+       "Each active playback device's id and name; * marks the default one.\n", RunDevices},
       {"attach",
        {{"--all", false}, {"--default", false}, {"--force", false}, {"--dry-run", false}, {"--no-restart", false},
         {"--take-ownership", false}},

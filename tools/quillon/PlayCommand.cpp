@@ -1,9 +1,12 @@
-// quillon play: checks every file, finds the microphone, then streams each
-// file converted to the stream's format, block by block, to the effect.
+// quillon play: checks every file (and the monitor's device and the
+// push-to-talk key), finds the microphone, then plays the files through the
+// player engine, one after another or together.
 #include "audio/SoundSource.h"
 #include "common/ConsoleInterrupt.h"
 #include "common/ToolSupport.h"
-#include "player/PlayerClient.h"
+#include "player/MonitorOutput.h"
+#include "player/PlaybackDevices.h"
+#include "player/PlayerEngine.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 #include "quillon/Microphones.h"
@@ -13,6 +16,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <map>
+#include <mutex>
 
 namespace quillon::cli {
 namespace {
@@ -25,10 +30,16 @@ struct PlayOptions {
   std::wstring mic;
   float gain = 1.0f;
   long long loops = 1;  // 0: until stopped
-  double blockMs = 100;
   DWORD waitMs = 0;
   bool verbose = false;
+  bool together = false;
+  bool monitor = false;
+  std::wstring monitorDevice;  // empty: the default device
+  float monitorGain = 1.0f;
+  player::EngineOptions engine;
 };
+
+float Decibels(double db) { return static_cast<float>(std::pow(10.0, db / 20.0)); }
 
 // Usage problems, or "" when the options are good.
 std::string ReadOptions(const Arguments& args, PlayOptions& o) {
@@ -36,21 +47,38 @@ std::string ReadOptions(const Arguments& args, PlayOptions& o) {
   if (o.files.empty()) return "play needs at least one file";
   o.mic = args.Value("--mic");
   o.verbose = args.Has("--verbose");
-  double volume = 0, wait = 0;
+  o.together = args.Has("--together");
+  o.monitor = args.Has("--monitor") || args.Has("--monitor-volume");
+  o.monitorDevice = args.Value("--monitor");
+  double volume = 0, wait = 0, monitorVolume = 0;
+  long long tail = 300;
   if (args.Has("--volume") && !ParseDecimal(args.Value("--volume"), -100, 20, volume)) {
     return "--volume " + Utf8(args.Value("--volume")) + ": give decibels from -100 to 20";
   }
-  o.gain = static_cast<float>(std::pow(10.0, volume / 20.0));
+  o.gain = Decibels(volume);
+  if (args.Has("--monitor-volume") && !ParseDecimal(args.Value("--monitor-volume"), -100, 20, monitorVolume)) {
+    return "--monitor-volume " + Utf8(args.Value("--monitor-volume")) + ": give decibels from -100 to 20";
+  }
+  o.monitorGain = Decibels(monitorVolume);
   if (args.Has("--loop") && !ParseWhole(args.Value("--loop"), 0, 1000000, o.loops)) {
     return "--loop " + Utf8(args.Value("--loop")) + ": give a whole number of times, 0 to repeat until stopped";
   }
-  if (args.Has("--block-ms") && !ParseDecimal(args.Value("--block-ms"), 5, 1000, o.blockMs)) {
+  if (args.Has("--block-ms") && !ParseDecimal(args.Value("--block-ms"), 5, 1000, o.engine.blockMs)) {
     return "--block-ms " + Utf8(args.Value("--block-ms")) + ": give milliseconds from 5 to 1000";
   }
   if (args.Has("--wait") && !ParseDecimal(args.Value("--wait"), 0, 3600, wait)) {
     return "--wait " + Utf8(args.Value("--wait")) + ": give seconds from 0 to 3600";
   }
   o.waitMs = static_cast<DWORD>(wait * 1000);
+  if (args.Has("--ptt")) {
+    std::string error;
+    if (!tools::ParseKeyChord(Utf8(args.Value("--ptt")), o.engine.pttKey, error)) return "--ptt: " + error;
+    o.engine.pushToTalk = true;
+  }
+  if (args.Has("--ptt-tail") && !ParseWhole(args.Value("--ptt-tail"), 0, 60000, tail)) {
+    return "--ptt-tail " + Utf8(args.Value("--ptt-tail")) + ": give milliseconds from 0 to 60000";
+  }
+  o.engine.pttTailMs = static_cast<DWORD>(tail);
   return "";
 }
 
@@ -75,98 +103,122 @@ bool FindMicrophone(const PlayOptions& o, HANDLE interrupt, Microphone& mic, std
   }
 }
 
-class Session {
+// What the engine reports, printed: a progress bar (or plain lines) per file
+// when the files play one after another, plain lines when they play together.
+class Report {
  public:
-  Session(const PlayOptions& options, tools::ConsoleInterrupt& interrupt)
-      : o_(options), interrupt_(interrupt), player_(interrupt.Event()) {}
+  Report(bool together, bool verbose) : together_(together), verbose_(verbose) {}
 
-  int Run() {
-    Microphone mic;
-    std::string error;
-    bool interrupted = false;
-    if (!FindMicrophone(o_, interrupt_.Event(), mic, error, interrupted)) {
-      if (interrupted) return kExitInterrupted;
-      Fail("%s", error.c_str());
-      return kExitFailed;
+  void operator()(const player::EngineEvent& e) {
+    std::lock_guard<std::mutex> lock(lock_);
+    if (e.event == player::VoiceEvent::FirstBlockTaken) {
+      if (!verbose_) return;
+      for (auto& [voice, progress] : progress_) progress.Break();
+      Print("first block taken at qpc_us=%lld\n", static_cast<long long>(e.takenUs));
+      return;
     }
-    const DWORD waitLeft = std::max<DWORD>(o_.waitMs, 1000);
-    const PlayerStatus connected = player_.Connect(mic.endpointId, waitLeft, [&](int32_t slot) {
-      if (o_.verbose) Print("slot %d: waiting for the effect to publish its stream format\n", slot);
-    });
-    if (connected == PlayerStatus::Interrupted) return kExitInterrupted;
-    if (connected != PlayerStatus::Ok) {
-      Fail("%s: %s", Describe(mic).c_str(), player_.Explain(connected).c_str());
-      return kExitFailed;
-    }
-    playing_.Reset(CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), PlayingEventName(player_.Slot()).c_str(),
-                                  CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
-    rate_ = static_cast<uint32_t>(std::lround(player_.Format().fFramesPerSecond));
-    channels_ = player_.Channels();
-    const size_t blockFrames = std::max<size_t>(1, static_cast<size_t>(rate_ * o_.blockMs / 1000.0));
-    block_.resize(std::min(player_.MaxBlockSamples(), blockFrames * channels_));
-    if (o_.verbose) Print("slot %d: %s, %s\n", player_.Slot(), Describe(mic).c_str(), DescribeFormat(player_.Format()).c_str());
-
-    for (long long round = 0; o_.loops == 0 || round < o_.loops; ++round) {
-      for (const std::wstring& file : o_.files) {
-        if (const int code = PlayFile(file); code != kExitDone) return code;
+    Progress& progress = progress_[e.voice];
+    switch (e.event) {
+      case player::VoiceEvent::FileStarted: {
+        const audio::SoundFile& file = *e.source;
+        const std::string description = file.FormatName() + ", " + std::to_string(file.Rate()) + " Hz, " +
+                                        std::to_string(file.Channels()) + (file.Channels() == 1 ? " channel" : " channels");
+        progress.Start(FileName(e.file), description, e.totalSeconds, !together_);
+        break;
       }
+      case player::VoiceEvent::Progress: progress.Update(e.seconds); break;
+      case player::VoiceEvent::FileEnded: progress.Finish("played", e.seconds); break;
+      case player::VoiceEvent::Failed:
+        progress.Break();
+        failure_ = e.source != nullptr
+                       ? Utf8(e.file) + ": decoding stopped at " + Clock(e.seconds) + ": " + e.error
+                       : Utf8(e.file) + ": " + e.error;
+        break;
+      default: break;
     }
-    return kExitDone;
+  }
+
+  // The whole play was interrupted: each file still playing says so.
+  void Interrupted() {
+    std::lock_guard<std::mutex> lock(lock_);
+    for (auto& [voice, progress] : progress_) progress.FinishIfPlaying("interrupted: the rest was dropped;");
+  }
+  void Break() {
+    std::lock_guard<std::mutex> lock(lock_);
+    for (auto& [voice, progress] : progress_) progress.Break();
+  }
+  std::string Failure() {
+    std::lock_guard<std::mutex> lock(lock_);
+    return failure_;
   }
 
  private:
-  int PlayFile(const std::wstring& path) {
-    audio::SoundSource source;
-    std::string error;
-    if (!source.Open(path, error) || !source.Convert(rate_, channels_, o_.gain, error)) {
-      Fail("%s: %s", Utf8(path).c_str(), error.c_str());
-      return kExitFailed;
-    }
-    const audio::SoundFile& file = source.File();
-    const std::string description = file.FormatName() + ", " + std::to_string(file.Rate()) + " Hz, " +
-                                    std::to_string(file.Channels()) + (file.Channels() == 1 ? " channel" : " channels");
-    progress_.Start(FileName(path), description, source.Seconds());
-    size_t sentFrames = 0;
-    auto elapsed = [&] { return static_cast<double>(sentFrames) / rate_; };
-    while (const size_t frames = source.Read(block_.data(), block_.size() / channels_)) {
-      const PlayerStatus s = interrupt_.Raised()
-                                 ? PlayerStatus::Interrupted
-                                 : player_.Send(block_.data(), frames * channels_, std::max<DWORD>(o_.waitMs, 10000));
-      if (s == PlayerStatus::Interrupted) {
-        player_.Abandon();
-        progress_.Finish("interrupted: the rest was dropped;", elapsed());
-        return kExitInterrupted;
-      }
-      if (s != PlayerStatus::Ok) {
-        progress_.Break();
-        Fail("%s", player_.Explain(s).c_str());
-        return kExitFailed;
-      }
-      if (blocksSent_++ == 0 && o_.verbose) {
-        progress_.Break();
-        Print("first block taken at qpc_us=%lld\n", static_cast<long long>(tools::MonotonicMicroseconds()));
-      }
-      sentFrames += frames;
-      progress_.Update(elapsed());
-    }
-    if (source.Failed()) {
-      progress_.Break();
-      Fail("%s: decoding stopped at %s: %s", Utf8(path).c_str(), Clock(elapsed()).c_str(), source.Error().c_str());
-      return kExitFailed;
-    }
-    progress_.Finish("played", elapsed());
-    return kExitDone;
-  }
-
-  const PlayOptions& o_;
-  tools::ConsoleInterrupt& interrupt_;
-  PlayerClient player_;
-  UniqueHandle playing_;
-  Progress progress_;
-  uint32_t rate_ = 0, channels_ = 0;
-  std::vector<float> block_;
-  size_t blocksSent_ = 0;
+  bool together_, verbose_;
+  std::mutex lock_;
+  std::map<int, Progress> progress_;
+  std::string failure_;
 };
+
+int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
+  tools::ConsoleInterrupt interrupt;
+  Microphone mic;
+  std::string error;
+  bool interrupted = false;
+  if (!FindMicrophone(o, interrupt.Event(), mic, error, interrupted)) {
+    if (interrupted) return kExitInterrupted;
+    Fail("%s", error.c_str());
+    return kExitFailed;
+  }
+  auto client = std::make_unique<PlayerClient>(interrupt.Event());
+  const PlayerStatus connected = client->Connect(mic.endpointId, std::max<DWORD>(o.waitMs, 1000), [&](int32_t slot) {
+    if (o.verbose) Print("slot %d: waiting for the effect to publish its stream format\n", slot);
+  });
+  if (connected == PlayerStatus::Interrupted) return kExitInterrupted;
+  if (connected != PlayerStatus::Ok) {
+    Fail("%s: %s", Describe(mic).c_str(), client->Explain(connected).c_str());
+    return kExitFailed;
+  }
+  UniqueHandle playing(CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(),
+                                      PlayingEventName(client->Slot()).c_str(), CREATE_EVENT_MANUAL_RESET,
+                                      EVENT_ALL_ACCESS));
+  if (o.verbose) {
+    Print("slot %d: %s, %s\n", client->Slot(), Describe(mic).c_str(), DescribeFormat(client->Format()).c_str());
+  }
+  Report report(o.together, o.verbose);
+  player::PlayerEngine engine(std::move(client), o.engine, [&](const player::EngineEvent& e) { report(e); });
+  if (monitorDevice != nullptr) {
+    auto monitor = player::MonitorOutput::Open(*monitorDevice, o.monitorGain, [&](const std::string& line) {
+      report.Break();
+      Print("%s\n", line.c_str());
+    }, error);
+    if (!monitor) {
+      Fail("%s", error.c_str());
+      return kExitFailed;
+    }
+    engine.AddMonitor(std::move(monitor));
+  }
+  if (o.together) {
+    for (const std::wstring& file : o.files) engine.Start({{file}, o.loops, o.gain});
+  } else {
+    engine.Start({o.files, o.loops, o.gain});
+  }
+  const PlayerStatus end = engine.WaitIdle(interrupt.Event());
+  if (end == PlayerStatus::Interrupted) {
+    engine.Abort();
+    report.Interrupted();
+    return kExitInterrupted;
+  }
+  if (end != PlayerStatus::Ok) {
+    report.Break();
+    Fail("%s", engine.Microphone().Explain(end).c_str());
+    return kExitFailed;
+  }
+  if (const std::string failure = report.Failure(); !failure.empty()) {
+    Fail("%s", failure.c_str());
+    return kExitFailed;
+  }
+  return kExitDone;
+}
 
 }  // namespace
 
@@ -182,8 +234,15 @@ int RunPlay(const Arguments& args) {
       return kExitFailed;
     }
   }
-  tools::ConsoleInterrupt interrupt;
-  return Session(options, interrupt).Run();
+  player::PlaybackDevice monitor;
+  if (options.monitor) {
+    std::string error;
+    if (!player::ChoosePlaybackDevice(options.monitorDevice, monitor, error)) {
+      Fail("--monitor: %s", error.c_str());
+      return kExitUsage;
+    }
+  }
+  return Play(options, options.monitor ? &monitor : nullptr);
 }
 
 }  // namespace quillon::cli

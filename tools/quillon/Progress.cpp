@@ -8,8 +8,9 @@
 
 namespace quillon::cli {
 
-void Progress::Start(const std::string& name, const std::string& description, double totalSeconds) {
-  console_ = OutputIsConsole();
+void Progress::Start(const std::string& name, const std::string& description, double totalSeconds, bool bar) {
+  console_ = bar && OutputIsConsole();
+  playing_ = true;
   name_ = name;
   total_ = totalSeconds;
   lastShown_ = -1;
@@ -18,6 +19,7 @@ void Progress::Start(const std::string& name, const std::string& description, do
 }
 
 void Progress::Update(double elapsed) {
+  elapsed_ = elapsed;
   if (!console_) return;
   // Redrawn at most ten times a second.
   const int tenths = static_cast<int>(elapsed * 10);
@@ -33,7 +35,12 @@ void Progress::Update(double elapsed) {
 
 void Progress::Finish(const std::string& outcome, double elapsed) {
   Break();
+  playing_ = false;
   Print("%s %s (%s)\n", outcome.c_str(), name_.c_str(), Clock(elapsed).c_str());
+}
+
+void Progress::FinishIfPlaying(const std::string& outcome) {
+  if (playing_) Finish(outcome, elapsed_);
 }
 
 void Progress::Break() {

@@ -9,16 +9,22 @@ namespace quillon::cli {
 class Progress {
  public:
   Progress() = default;
-  void Start(const std::string& name, const std::string& description, double totalSeconds);
+  // `bar`: a bar on a console; plain lines otherwise, or when several files
+  // play at once.
+  void Start(const std::string& name, const std::string& description, double totalSeconds, bool bar = true);
   void Update(double elapsedSeconds);
   // Ends the file's line: "played", "stopped" and the like.
   void Finish(const std::string& outcome, double elapsedSeconds);
+  // The same at the last time shown, when a file plays.
+  void FinishIfPlaying(const std::string& outcome);
   // Clears the bar's line before another message is printed.
   void Break();
 
  private:
   bool console_ = false;
   bool drawn_ = false;
+  bool playing_ = false;
+  double elapsed_ = 0;
   std::string name_;
   double total_ = 0;
   int lastShown_ = -1;

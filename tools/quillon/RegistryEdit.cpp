@@ -1,6 +1,5 @@
 #include "quillon/RegistryEdit.h"
 
-#include "diag/ErrorDescription.h"
 #include "platform/UniqueResource.h"
 #include "quillon/Console.h"
 
@@ -191,12 +190,6 @@ LSTATUS Apply(const std::vector<RegChange>& changes, std::wstring& failedKey) {
     }
   }
   return ERROR_SUCCESS;
-}
-
-std::string SystemText(DWORD code) {
-  std::string text = Utf8(GetErrorDescription(code));
-  while (!text.empty() && (text.back() == '.' || text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  return text;
 }
 
 }  // namespace quillon::cli

@@ -4,6 +4,8 @@
 // HKEY_LOCAL_MACHINE in the registry view native to Windows.
 #pragma once
 
+#include "common/ToolSupport.h"
+
 #include <windows.h>
 
 #include <optional>
@@ -53,7 +55,6 @@ std::string Describe(const RegChange& change);
 // that refused in `failedKey`; the changes before it stay made.
 LSTATUS Apply(const std::vector<RegChange>& changes, std::wstring& failedKey);
 
-// The system's text for a Win32 error code, without the final period.
-std::string SystemText(DWORD code);
+using tools::SystemText;
 
 }  // namespace quillon::cli

@@ -1,0 +1,190 @@
+#include "player/PlayerEngine.h"
+
+#include "common/ToolSupport.h"
+#include "player/MonitorOutput.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quillon::player {
+namespace {
+
+// A wait that ends on `events` or after `ms`.
+void WaitAny(std::initializer_list<HANDLE> events, DWORD ms) {
+  WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.begin(), FALSE, ms);
+}
+
+}  // namespace
+
+PlayerEngine::PlayerEngine(std::unique_ptr<PlayerClient> mic, const EngineOptions& options, Listener listener)
+    : mic_(std::move(mic)),
+      options_(options),
+      listener_(std::move(listener)),
+      rate_(static_cast<uint32_t>(std::lround(mic_->Format().fFramesPerSecond))),
+      channels_(mic_->Channels()),
+      blockFrames_(std::clamp<size_t>(static_cast<size_t>(rate_ * options.blockMs / 1000.0), 1,
+                                      mic_->MaxBlockSamples() / channels_)),
+      bus_(rate_, channels_, 1.0f,
+           [this](const VoiceStream& v, VoiceEvent e) {
+             const audio::SoundSource* source = v.Source();
+             const double seconds = static_cast<double>(v.FramesRead()) / rate_;
+             listener_({v.Id(), e, v.File(), seconds, source != nullptr ? source->Seconds() : seconds, v.Error(),
+                        source != nullptr ? &source->File() : nullptr});
+             if (e == VoiceEvent::Ended || e == VoiceEvent::Failed) Ended(v.Id());
+           }),
+      wake_(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
+      interrupt_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+      idle_(CreateEventW(nullptr, TRUE, TRUE, nullptr)),
+      failed_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+  mic_->SetInterrupt(interrupt_.Get());
+  block_.resize(blockFrames_ * channels_);
+  runsOutAt_ = Clock::now();
+  thread_ = std::thread([this] { Run(); });
+}
+
+PlayerEngine::~PlayerEngine() {
+  // What the effect already holds plays out; the key comes up now.
+  quit_ = true;
+  SetEvent(wake_.Get());
+  thread_.join();
+  monitor_.reset();
+}
+
+void PlayerEngine::AddMonitor(std::unique_ptr<MonitorOutput> monitor) { monitor_ = std::move(monitor); }
+
+int PlayerEngine::Start(const VoiceSpec& spec) {
+  int id;
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    id = nextId_++;
+    playing_.insert(id);
+    ResetEvent(idle_.Get());
+  }
+  bus_.Add(id, spec);
+  if (monitor_) monitor_->Bus().Add(id, spec);
+  SetEvent(wake_.Get());
+  return id;
+}
+
+void PlayerEngine::Stop(int id) {
+  bus_.Stop(id);
+  if (monitor_) monitor_->Bus().Stop(id);
+  Ended(id);
+  SetEvent(wake_.Get());
+}
+
+void PlayerEngine::StopAll() {
+  bus_.StopAll();
+  if (monitor_) monitor_->Bus().StopAll();
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    playing_.clear();
+  }
+  stopAll_ = true;
+  SetEvent(interrupt_.Get());
+}
+
+void PlayerEngine::Abort() {
+  quit_ = true;
+  StopAll();
+}
+
+bool PlayerEngine::Playing(int id) const {
+  std::lock_guard<std::mutex> lock(lock_);
+  return playing_.count(id) != 0;
+}
+
+void PlayerEngine::Ended(int id) {
+  std::lock_guard<std::mutex> lock(lock_);
+  playing_.erase(id);
+}
+
+PlayerStatus PlayerEngine::WaitIdle(HANDLE interrupt) {
+  HANDLE events[] = {failed_.Get(), idle_.Get(), interrupt};
+  const DWORD r = WaitForMultipleObjects(interrupt != nullptr ? 3 : 2, events, FALSE, INFINITE);
+  if (r == WAIT_OBJECT_0) return failure_;
+  return r == WAIT_OBJECT_0 + 1 ? PlayerStatus::Ok : PlayerStatus::Interrupted;
+}
+
+void PlayerEngine::WaitUntil(Clock::time_point when) {
+  const auto ms = std::chrono::ceil<std::chrono::milliseconds>(when - Clock::now()).count();
+  if (ms > 0) WaitAny({interrupt_.Get(), wake_.Get()}, static_cast<DWORD>(ms));
+}
+
+void PlayerEngine::Run() {
+  while (true) {
+    if (stopAll_.exchange(false)) {
+      // Withdraws a block not yet taken and drops what the effect queued.
+      mic_->Abandon();
+      keys_.Release();
+      runsOutAt_ = Clock::now();
+      lastBlock_ = {};
+      ResetEvent(interrupt_.Get());
+    }
+    if (quit_) break;
+    const auto now = Clock::now();
+    if (!bus_.Busy() && !bus_.Pending()) {
+      lastBlock_ = {};
+      const auto release = runsOutAt_ + std::chrono::milliseconds(options_.pttTailMs);
+      if (keys_.Held() && now >= release) keys_.Release();
+      if (keys_.Held()) {
+        WaitUntil(release);
+      } else {
+        {
+          std::lock_guard<std::mutex> lock(lock_);
+          if (playing_.empty()) SetEvent(idle_.Get());
+        }
+        WaitAny({interrupt_.Get(), wake_.Get()}, INFINITE);
+      }
+      continue;
+    }
+    // The next block is due `lead` before the effect would run out of the
+    // sound queued ahead of it (the block written last, which it takes whole).
+    const auto lead = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(options_.leadMs));
+    const auto due = runsOutAt_ - lastBlock_ - lead;
+    if (now < due) {
+      WaitUntil(due);
+      continue;
+    }
+    const PlayerStatus status = WriteBlock();
+    if (status == PlayerStatus::Interrupted) continue;  // a stop: handled at the top
+    if (status != PlayerStatus::Ok) {
+      failure_ = status;
+      keys_.Release();
+      SetEvent(failed_.Get());
+      return;
+    }
+  }
+  keys_.Release();
+}
+
+PlayerStatus PlayerEngine::WriteBlock() {
+  const size_t frames = bus_.Mix(block_.data(), blockFrames_);
+  if (frames == 0) return PlayerStatus::Ok;
+  // When Windows refuses the key (another desktop has the input), the sound still plays.
+  if (options_.pushToTalk && !keys_.Held()) keys_.Press(options_.pttKey);
+  const auto written = Clock::now();
+  const PlayerStatus status = mic_->Send(block_.data(), frames * channels_, options_.sendTimeoutMs);
+  if (status != PlayerStatus::Ok) return status;
+  const auto taken = Clock::now();
+  if (!anyTaken_) {
+    anyTaken_ = true;
+    EngineEvent event{0, VoiceEvent::FirstBlockTaken, L"", 0, 0, ""};
+    event.takenUs = tools::MonotonicMicroseconds();
+    listener_(event);
+  }
+  const auto length = std::chrono::duration_cast<Clock::duration>(
+      std::chrono::duration<double>(static_cast<double>(frames) / rate_));
+  // Taken at once: the queue was empty and the block plays next. Taken after
+  // a wait: the effect just took the block before it at a chunk boundary, which
+  // now plays, and this one follows it.
+  if (taken - written > std::chrono::milliseconds(2)) {
+    runsOutAt_ = taken + lastBlock_ + length;
+  } else {
+    runsOutAt_ = std::max(runsOutAt_, taken) + length;
+  }
+  lastBlock_ = length;
+  return PlayerStatus::Ok;
+}
+
+}  // namespace quillon::player
