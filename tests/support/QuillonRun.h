@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 
@@ -83,6 +85,28 @@ inline std::string TestName(std::string name) {
   return name;
 }
 
+// Normalised correlation of `out`'s channel `c` from frame `lag` on with the
+// reference's channel `c`, over the reference's first `limit` frames.
+inline double Correlation(const audio::Sound& out, const audio::Sound& ref, size_t lag, uint32_t c,
+                          size_t limit = SIZE_MAX) {
+  const size_t frames = std::min(limit, ref.samples.size() / ref.channels);
+  double xy = 0, xx = 0, yy = 0;
+  for (size_t f = 0; f < frames && lag + f < out.samples.size() / out.channels; ++f) {
+    const double x = out.samples[(lag + f) * out.channels + c], y = ref.samples[f * ref.channels + c];
+    xy += x * y;
+    xx += x * x;
+    yy += y * y;
+  }
+  return xx > 0 && yy > 0 ? xy / std::sqrt(xx * yy) : 0.0;
+}
+
+// The first frame with a sample above `floor` in magnitude.
+inline size_t FirstSound(const audio::Sound& sound, float floor = 0.0f) {
+  size_t first = 0;
+  while (first < sound.samples.size() && std::fabs(sound.samples[first]) <= floor) ++first;
+  return first / sound.channels;
+}
+
 inline audio::Sound LoadSound(const std::wstring& path) {
   audio::Sound sound;
   std::string error;
@@ -91,8 +115,9 @@ inline audio::Sound LoadSound(const std::wstring& path) {
 }
 
 // quillon-host as the engine of `endpoint` (with `hostArgs`) writing
-// out-<name>.wav, and, when `playerFile` is given, `quillon play` of it, which
-// waits for the host's effect to register; both run to their end.
+// out-<name>.wav, and, when `playerFile` is given, `quillon play` of it (and
+// `playArgs`), which waits for the host's effect to register; both run to
+// their end.
 struct ToolRun {
   std::string hostText, playerText;
   long hostExit = -1, playerExit = -1;
@@ -100,14 +125,15 @@ struct ToolRun {
 };
 
 inline ToolRun HostAndPlayer(const std::wstring& endpoint, const std::wstring& hostArgs,
-                             const std::wstring& playerFile, const std::wstring& name) {
+                             const std::wstring& playerFile, const std::wstring& name,
+                             const std::wstring& playArgs = L"") {
   ToolRun run;
   ChildProcess host(L"quillon-host.exe",
                     L"--endpoint " + endpoint + L" --out \"" + Scratch(name + L".wav") + L"\" " + hostArgs,
                     Scratch(name + L"-host.txt"));
   if (!playerFile.empty()) {
     QuillonProcess player(name + L"-player",
-                          L"play --verbose --wait 20 --mic " + endpoint + L" \"" + playerFile + L"\"");
+                          L"play --verbose --wait 20 --mic " + endpoint + L" \"" + playerFile + L"\" " + playArgs);
     run.playerExit = player.process.Wait(120000);
     run.playerText = player.Text();
   }

@@ -21,20 +21,6 @@ struct Row {
   uint32_t streamChannels;
 };
 
-// Correlation of output channel `c` from frame `lag` on with the reference's
-// channel `c`, over the reference's first `limit` frames.
-double Correlation(const audio::Sound& out, const audio::Sound& ref, size_t lag, uint32_t c, size_t limit = SIZE_MAX) {
-  const size_t frames = std::min(limit, ref.samples.size() / ref.channels);
-  double xy = 0, xx = 0, yy = 0;
-  for (size_t f = 0; f < frames && lag + f < out.samples.size() / out.channels; ++f) {
-    const double x = out.samples[(lag + f) * out.channels + c], y = ref.samples[f * ref.channels + c];
-    xy += x * y;
-    xx += x * x;
-    yy += y * y;
-  }
-  return xx > 0 && yy > 0 ? xy / std::sqrt(xx * yy) : 0.0;
-}
-
 class FormatTable : public ::testing::TestWithParam<Row> {};
 
 TEST_P(FormatTable, PlayedSoundMatchesSoxConversion) {
@@ -52,12 +38,7 @@ TEST_P(FormatTable, PlayedSoundMatchesSoxConversion) {
   ASSERT_EQ(row.streamChannels, played.channels);
   // The lag: where the first channel correlates best, searched around the
   // first sound in the output (the resamplers' delays differ by a few frames).
-  size_t first = 0;
-  while (first < played.samples.size() && played.samples[first] == 0.0f) ++first;
-  first /= played.channels;
-  size_t refFirst = 0;
-  while (refFirst < ref.samples.size() && std::fabs(ref.samples[refFirst]) < 1e-6f) ++refFirst;
-  refFirst /= ref.channels;
+  const size_t first = FirstSound(played), refFirst = FirstSound(ref, 1e-6f);
   const size_t centre = first > refFirst ? first - refFirst : 0;
   // Coarse over half a second of sound, then frame by frame around the best.
   auto search = [&](size_t from, size_t to, size_t step, size_t limit) {

@@ -9,8 +9,11 @@
 set -euo pipefail
 dir=$1
 mkdir -p "$dir"
-[[ -f "$dir/.ready" ]] && exit 0
+# Made again whenever this script changes.
+stamp=.ready-$(sha256sum "$0" | cut -c1-16)
+[[ -f "$dir/$stamp" ]] && exit 0
 cd "$dir"
+rm -f .ready*
 
 espeak-ng -s 160 -w voice.wav "Testing the microphone, one two three. The player joins in now."
 sox voice.wav -e floating-point -b 32 -r 48000 -c 2 mic.wav pad 0.2 0.8 norm -3
@@ -67,6 +70,18 @@ lame --quiet -b 128 mp3-input.wav mp3-mono-44k-to2.mp3
 lame --quiet --decode mp3-mono-44k-to2.mp3 mp3-decoded.wav
 ref mp3-decoded.wav mp3-mono-44k-to2 2 1 1
 
+# Sounds played together, and sox's sum of them (each at full volume): a
+# spoken phrase and two tones in a FLAC file. A loud pair, whose sum goes far
+# above full scale (sox would clip it: the test adds them itself). Two tones with an offset (their first sample is not 0)
+# for the voice that is stopped and the one that plays on.
+sox phrase48.wav -e floating-point -b 32 -c 2 together-a.wav
+sox -n -r 48000 -c 2 -b 16 together-b.flac synth "$len" sine 330 sine 520 vol 0.2
+sox -m -v 1 together-a.wav -v 1 together-b.flac -e floating-point -b 32 together-sum-ref.wav
+sox -n -r 48000 -c 2 -e floating-point -b 32 loud-a.wav synth 1 sine 300 vol 0.8
+sox -n -r 48000 -c 2 -e floating-point -b 32 loud-b.wav synth 1 sine 500 vol 0.8
+sox -n -r 48000 -c 2 -e floating-point -b 32 stays.wav synth 1.5 sine 440 vol 0.3 dcshift 0.1
+sox -n -r 48000 -c 2 -e floating-point -b 32 stopped.wav synth 4 sine 660 vol 0.3 dcshift 0.1
+
 # Files to refuse.
 echo "this is not a WAV file" > not-a-wav.wav
 sox -n -r 48000 -c 2 -b 16 empty.wav trim 0 0
@@ -78,4 +93,4 @@ head -c $((size / 2)) flac-stereo-44k-to2.flac > truncated.flac
 printf 'RIFF\x24\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x00\x00\x80\xbb\x00\x00\x00\x00\x00\x00\x00\x00\x10\x00data\x00\x00\x00\x00' > bad-header.wav
 
 rm -f voice.wav phrase.wav phrase48.wav ch?.wav six.wav opus-input.wav opus-decoded.wav mp3-input.wav mp3-decoded.wav
-touch .ready
+touch "$stamp"

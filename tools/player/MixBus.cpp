@@ -8,9 +8,9 @@ namespace quillon::player {
 MixBus::MixBus(uint32_t rate, uint32_t channels, float gain, Report report)
     : rate_(rate), channels_(channels), gain_(gain), report_(std::move(report)), limiter_(channels, rate) {}
 
-void MixBus::Add(int id, const VoiceSpec& spec) {
+void MixBus::Add(const std::vector<std::pair<int, VoiceSpec>>& voices) {
   std::lock_guard<std::mutex> lock(inboxLock_);
-  inbox_.push_back({Command::Add, id, spec});
+  for (const auto& [id, spec] : voices) inbox_.push_back({Command::Add, id, spec});
 }
 
 void MixBus::Stop(int id) {

@@ -23,8 +23,8 @@ class MixBus {
   // the output's thread.
   MixBus(uint32_t rate, uint32_t channels, float gain, Report report);
 
-  // From any thread.
-  void Add(int id, const VoiceSpec& spec);
+  // From any thread. Voices added in one call begin at the same frame.
+  void Add(const std::vector<std::pair<int, VoiceSpec>>& voices);
   void Stop(int id);
   void StopAll();
 

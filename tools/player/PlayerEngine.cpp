@@ -52,18 +52,24 @@ PlayerEngine::~PlayerEngine() {
 
 void PlayerEngine::AddMonitor(std::unique_ptr<MonitorOutput> monitor) { monitor_ = std::move(monitor); }
 
-int PlayerEngine::Start(const VoiceSpec& spec) {
-  int id;
+int PlayerEngine::Start(const VoiceSpec& spec) { return StartTogether({spec}).front(); }
+
+std::vector<int> PlayerEngine::StartTogether(const std::vector<VoiceSpec>& specs) {
+  std::vector<std::pair<int, VoiceSpec>> voices;
   {
     std::lock_guard<std::mutex> lock(lock_);
-    id = nextId_++;
-    playing_.insert(id);
+    for (const VoiceSpec& spec : specs) {
+      voices.emplace_back(nextId_++, spec);
+      playing_.insert(voices.back().first);
+    }
     ResetEvent(idle_.Get());
   }
-  bus_.Add(id, spec);
-  if (monitor_) monitor_->Bus().Add(id, spec);
+  bus_.Add(voices);
+  if (monitor_) monitor_->Bus().Add(voices);
   SetEvent(wake_.Get());
-  return id;
+  std::vector<int> ids;
+  for (const auto& voice : voices) ids.push_back(voice.first);
+  return ids;
 }
 
 void PlayerEngine::Stop(int id) {

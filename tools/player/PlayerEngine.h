@@ -65,8 +65,10 @@ class PlayerEngine {
   // The same mix, at the monitor's own volume, also goes to a playback device.
   void AddMonitor(std::unique_ptr<MonitorOutput> monitor);
 
-  // From any thread. Start returns the new voice's id.
+  // From any thread. Start returns the new voice's id; voices started
+  // together begin at the same sample.
   int Start(const VoiceSpec& spec);
+  std::vector<int> StartTogether(const std::vector<VoiceSpec>& specs);
   void Stop(int id);
   // Stops every voice and drops what the effect still holds.
   void StopAll();

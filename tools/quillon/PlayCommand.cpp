@@ -198,7 +198,9 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
     engine.AddMonitor(std::move(monitor));
   }
   if (o.together) {
-    for (const std::wstring& file : o.files) engine.Start({{file}, o.loops, o.gain});
+    std::vector<player::VoiceSpec> voices;
+    for (const std::wstring& file : o.files) voices.push_back({{file}, o.loops, o.gain});
+    engine.StartTogether(voices);
   } else {
     engine.Start({o.files, o.loops, o.gain});
   }

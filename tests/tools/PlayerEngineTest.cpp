@@ -1,0 +1,240 @@
+// Sounds that overlap, a voice stopped while another plays, and push-to-talk,
+// through `quillon play` and through the player engine in this process,
+// against the real Quillon.dll in quillon-host as the audio engine.
+#include "common/ToolSupport.h"
+#include "player/PlayerEngine.h"
+#include "support/QuillonRun.h"
+#include "support/SharedFiles.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <initializer_list>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace quillon::test {
+namespace {
+
+constexpr const wchar_t* kMic = L"{0.0.1.00000000}.{e0a70000-0000-4000-8000-000000000001}";
+
+// The frame from which `out` and `ref`, both 48 kHz stereo, line up.
+size_t Lag(const audio::Sound& out, const audio::Sound& ref) {
+  const size_t out0 = FirstSound(out), ref0 = FirstSound(ref);
+  return out0 > ref0 ? out0 - ref0 : 0;
+}
+
+TEST(PlayTogether, TwoFilesArriveAsTheirSum) {
+  const audio::Sound sum = LoadSound(Sounds() + L"together-sum-ref.wav");
+  const ToolRun run = HostAndPlayer(kMic, L"--seconds 4", Sounds() + L"together-a.wav", L"together",
+                                    L"\"" + Sounds() + L"together-b.flac\" --together");
+  EXPECT_EQ(0, run.playerExit) << run.playerText;
+  ASSERT_EQ(0, run.hostExit) << run.hostText;
+  const size_t lag = Lag(run.output, sum);
+  for (uint32_t c = 0; c < 2; ++c) {
+    const double value = Correlation(run.output, sum, lag, c);
+    std::printf("[ xcorr    ] together channel %u: %.6f at frame %zu\n", c, value, lag);
+    EXPECT_GT(value, 0.99999) << "channel " << c;
+  }
+}
+
+// Two tones at 0.8 each: their sum reaches 1.6. What arrives stays within
+// full scale and keeps the sum's shape (a clipped sum does not: 0.98).
+TEST(PlayTogether, ALoudPairStaysWithinFullScale) {
+  const audio::Sound a = LoadSound(Sounds() + L"loud-a.wav"), b = LoadSound(Sounds() + L"loud-b.wav");
+  audio::Sound sum = a, clipped = a;
+  for (size_t i = 0; i < sum.samples.size(); ++i) {
+    sum.samples[i] += b.samples[i];
+    clipped.samples[i] = std::clamp(sum.samples[i], -1.0f, 1.0f);
+  }
+  const ToolRun run = HostAndPlayer(kMic, L"--seconds 3", Sounds() + L"loud-a.wav", L"loud",
+                                    L"\"" + Sounds() + L"loud-b.wav\" --together");
+  EXPECT_EQ(0, run.playerExit) << run.playerText;
+  ASSERT_EQ(0, run.hostExit) << run.hostText;
+  float peak = 0;
+  for (float v : run.output.samples) peak = std::max(peak, std::fabs(v));
+  EXPECT_LE(peak, 1.0f);
+  EXPECT_GT(peak, 0.9f) << "turned down too far";
+  const size_t lag = Lag(run.output, sum);
+  const double shape = Correlation(run.output, sum, lag, 0), clippedShape = Correlation(clipped, sum, 0, 0);
+  std::printf("[ limiter  ] peak %.4f; correlation with the sum %.5f (clipped: %.5f)\n", peak, shape, clippedShape);
+  EXPECT_GT(shape, 0.995);
+  EXPECT_LT(clippedShape, 0.995);
+}
+
+// The engine in this process, connected to quillon-host's effect.
+class EngineRun : public ::testing::Test {
+ protected:
+  void StartHost(const std::wstring& name, double seconds) {
+    name_ = name;
+    host_ = std::make_unique<ChildProcess>(
+        L"quillon-host.exe", L"--endpoint " + std::wstring(kMic) + L" --seconds " + std::to_wstring(seconds) +
+                                 L" --out \"" + Scratch(name + L".wav") + L"\"",
+        Scratch(name + L"-host.txt"));
+    ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  }
+  std::unique_ptr<player::PlayerClient> Connected() {
+    auto client = std::make_unique<player::PlayerClient>();
+    EXPECT_EQ(player::PlayerStatus::Ok, client->Connect(kMic, 20000));
+    return client;
+  }
+  audio::Sound HostOutput() {
+    EXPECT_EQ(0, host_->Wait(60000)) << ReadText(Scratch(name_ + L"-host.txt"));
+    return LoadSound(Scratch(name_ + L".wav"));
+  }
+
+  std::wstring name_;
+  std::unique_ptr<ChildProcess> host_;
+};
+
+// A 4-second tone is stopped half a second in while a 1.5-second one plays:
+// the stopped one ends within what was queued, and from there on the output
+// is the other alone, bit for bit, to its last sample.
+TEST_F(EngineRun, StoppingOneVoiceLeavesTheOtherWhole) {
+  StartHost(L"stop-one", 5);
+  std::atomic<double> stoppedRead{0};
+  std::atomic<int> stoppedId{-1};
+  player::PlayerEngine engine(Connected(), {}, [&](const player::EngineEvent& e) {
+    if (e.voice == stoppedId && e.event == player::VoiceEvent::Progress) stoppedRead = e.seconds;
+  });
+  const std::wstring stays = Sounds() + L"stays.wav";
+  const std::vector<int> ids = engine.StartTogether({{{stays}}, {{Sounds() + L"stopped.wav"}}});
+  stoppedId = ids[1];
+  ASSERT_TRUE(PollUntil([&] { return stoppedRead >= 0.5; }));
+  engine.Stop(ids[1]);
+  EXPECT_FALSE(engine.Playing(ids[1]));
+  EXPECT_EQ(player::PlayerStatus::Ok, engine.WaitIdle(nullptr));
+  const audio::Sound out = HostOutput(), alone = LoadSound(stays);
+  const size_t lag = FirstSound(out), frames = alone.samples.size() / 2;
+  ASSERT_GE(out.samples.size() / 2, lag + frames + 4800);
+  // The last frame where the stopped tone still adds to the other.
+  size_t mixedUntil = 0;
+  for (size_t i = 0; i < frames * 2; ++i) {
+    if (out.samples[lag * 2 + i] != alone.samples[i]) mixedUntil = i / 2 + 1;
+  }
+  EXPECT_GT(mixedUntil, 24000u) << "the stopped tone never played";
+  EXPECT_LT(mixedUntil, 48000u) << "the stopped tone played on";
+  for (size_t i = (lag + frames) * 2; i < out.samples.size(); ++i) ASSERT_EQ(0.0f, out.samples[i]) << i / 2;
+}
+
+// Keyboard events as a low-level hook in this process sees them, with the
+// monotonic time they arrived.
+class KeyWatch {
+ public:
+  struct Key {
+    UINT key;
+    bool up;
+    int64_t us;
+  };
+  KeyWatch() {
+    thread_ = std::thread([this] {
+      watch_ = this;
+      HHOOK hook = SetWindowsHookExW(WH_KEYBOARD_LL, &KeyWatch::Hook, GetModuleHandleW(nullptr), 0);
+      threadId_ = GetCurrentThreadId();
+      MSG message;
+      PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);  // the queue exists before the id is read
+      ready_ = hook != nullptr ? 1 : -1;
+      while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
+      if (hook != nullptr) UnhookWindowsHookEx(hook);
+    });
+    PollUntil([&] { return ready_ != 0; });
+  }
+  ~KeyWatch() {
+    PostThreadMessageW(threadId_, WM_QUIT, 0, 0);
+    thread_.join();
+    watch_ = nullptr;
+  }
+  bool Hooked() const { return ready_ == 1; }
+  // The events of `key`, or of any of `keys` (Windows reports a modifier
+  // by its side: VK_LCONTROL for VK_CONTROL).
+  std::vector<Key> Of(std::initializer_list<UINT> keys) {
+    std::lock_guard<std::mutex> lock(lock_);
+    std::vector<Key> found;
+    for (const Key& k : keys_) {
+      if (std::find(keys.begin(), keys.end(), k.key) != keys.end()) found.push_back(k);
+    }
+    return found;
+  }
+
+ private:
+  static LRESULT CALLBACK Hook(int code, WPARAM message, LPARAM data) {
+    if (code == HC_ACTION && watch_ != nullptr) {
+      const auto* event = reinterpret_cast<const KBDLLHOOKSTRUCT*>(data);
+      const bool up = message == WM_KEYUP || message == WM_SYSKEYUP;
+      std::lock_guard<std::mutex> lock(watch_->lock_);
+      watch_->keys_.push_back({event->vkCode, up, tools::MonotonicMicroseconds()});
+    }
+    return CallNextHookEx(nullptr, code, message, data);
+  }
+
+  static inline KeyWatch* watch_ = nullptr;
+  std::atomic<int> ready_{0};
+  DWORD threadId_ = 0;
+  std::mutex lock_;
+  std::vector<Key> keys_;
+  std::thread thread_;
+};
+
+// Monotonic time of the host's first period with received sound.
+int64_t FirstSoundUs(const std::string& hostText) {
+  const size_t at = hostText.find("qpc_us=");
+  return at == std::string::npos ? -1 : std::stoll(hostText.substr(at + 7));
+}
+
+TEST(PushToTalk, KeyHeldFromBeforeTheSoundUntilItsTailEnds) {
+  KeyWatch keys;
+  ASSERT_TRUE(keys.Hooked());
+  const ToolRun run = HostAndPlayer(kMic, L"--seconds 4", Sounds() + L"tone.wav", L"ptt",
+                                    L"--ptt Ctrl+F13 --ptt-tail 300");
+  EXPECT_EQ(0, run.playerExit) << run.playerText;
+  ASSERT_EQ(0, run.hostExit) << run.hostText;
+  const int64_t sound = FirstSoundUs(run.hostText), toneUs = 1500000;
+  ASSERT_GT(sound, 0) << run.hostText;
+  const std::vector<KeyWatch::Key> f13 = keys.Of({VK_F13}), ctrl = keys.Of({VK_CONTROL, VK_LCONTROL});
+  ASSERT_EQ(2u, f13.size());
+  ASSERT_EQ(2u, ctrl.size());
+  EXPECT_FALSE(f13[0].up);
+  EXPECT_TRUE(f13[1].up);
+  EXPECT_LT(ctrl[0].us, f13[0].us) << "the modifier goes down first";
+  EXPECT_GT(ctrl[1].us, f13[1].us) << "and comes up last";
+  EXPECT_LT(f13[0].us, sound) << "pressed after the sound began";
+  EXPECT_GT(f13[1].us, sound + toneUs) << "released before the sound ended";
+  std::printf("[ ptt      ] pressed %lld ms before the first sound, released %lld ms after the tone's end\n",
+              static_cast<long long>((sound - f13[0].us) / 1000),
+              static_cast<long long>((f13[1].us - sound - toneUs) / 1000));
+}
+
+// The key comes up on the ways out that are not the sound's end: Ctrl+C, and
+// the effect's process dying.
+enum class WayOut { CtrlC, EffectGone };
+
+class PushToTalkWayOut : public ::testing::TestWithParam<WayOut> {};
+
+TEST_P(PushToTalkWayOut, ReleasesTheKey) {
+  KeyWatch keys;
+  ASSERT_TRUE(keys.Hooked());
+  ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMic) + L" --seconds 30 --out \"" +
+                                             Scratch(L"ptt-out.wav") + L"\"");
+  QuillonProcess player(L"ptt-out", L"play --wait 20 --mic " + std::wstring(kMic) + L" --ptt F14 \"" + Sounds() +
+                                        L"stopped.wav\"");
+  ASSERT_TRUE(PollUntil([&] { return !keys.Of({VK_F14}).empty(); })) << player.Text();
+  if (GetParam() == WayOut::CtrlC) {
+    ASSERT_TRUE(player.process.Interrupt(CTRL_C_EVENT));
+    EXPECT_EQ(130, player.process.Wait()) << player.Text();
+  } else {
+    host.Kill();
+    EXPECT_EQ(1, player.process.Wait()) << player.Text();
+  }
+  EXPECT_TRUE(PollUntil([&] { return keys.Of({VK_F14}).size() >= 2; }));
+  const std::vector<KeyWatch::Key> f14 = keys.Of({VK_F14});
+  ASSERT_EQ(2u, f14.size());
+  EXPECT_TRUE(f14[1].up);
+}
+
+INSTANTIATE_TEST_SUITE_P(Play, PushToTalkWayOut, ::testing::Values(WayOut::CtrlC, WayOut::EffectGone),
+                         [](const auto& info) { return info.param == WayOut::CtrlC ? "CtrlC" : "EffectGone"; });
+
+}  // namespace
+}  // namespace quillon::test
