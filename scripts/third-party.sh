@@ -219,6 +219,12 @@ fix_mpg123() {
 +
 +#endif
 EOF
+  # Quiet from the start: libsndfile never asks for MPG123_QUIET, and libmpg123
+  # otherwise prints notes on a damaged file to standard error, past the
+  # program that reports it in one line.
+  sed -i 's/mp->flags |= MPG123_AUTO_RESAMPLE|MPG123_FLOAT_FALLBACK;/&\n\tmp->flags |= MPG123_QUIET;/' \
+    src/libmpg123/frame.c
+  grep -q 'mp->flags |= MPG123_QUIET;' src/libmpg123/frame.c || { echo "mpg123: frame.c did not take the quiet flag"; return 1; }
 }
 
 # ---------------------------------------------------------------- building --
@@ -288,8 +294,10 @@ build_opus() {
 build_mpg123() {
   # The CMake build lives in ports/cmake. Only libmpg123 (and the small
   # libsyn123 it comes with) is needed: no audio output library, no programs.
+  # Without its console messages: a damaged MP3 is reported by the program,
+  # in one line, never by the library on standard error.
   cmake_install mpg123 "$work/src/mpg123/ports/cmake" \
-    -DBUILD_LIBOUT123=OFF -DBUILD_PROGRAMS=OFF
+    -DBUILD_LIBOUT123=OFF -DBUILD_PROGRAMS=OFF -DNO_MESSAGES=ON
 }
 
 build_lame() {

@@ -72,7 +72,9 @@ TEST_P(Answers, ExitCodeAndText) {
 
 INSTANTIATE_TEST_SUITE_P(Command, Answers, ::testing::Values(
     Answer{"MissingFile", L"play " + Sound(L"absent.wav"), 1, "absent.wav: no such file"},
-    Answer{"NotSound", L"play " + Sound(L"not-a-wav.wav"), 1, "not-a-wav.wav: "},
+    Answer{"NotSound", L"play " + Sound(L"not-a-wav.wav"), 1, "not-a-wav.wav: holds no sound that can be read"},
+    Answer{"NoiseNamedMp3", L"play " + Sound(L"noise.mp3"), 1, "noise.mp3: holds no sound that can be read"},
+    Answer{"GarbledMp3", L"play " + Sound(L"garbled.mp3"), 1, "garbled.mp3: "},
     Answer{"TruncatedWav", L"play " + Sound(L"tone.wav") + L" " + Sound(L"truncated.wav"), 1,
            "truncated.wav: truncated"},
     Answer{"TruncatedFlac", L"play " + Sound(L"truncated.flac"), 1, "truncated.flac: truncated"},
@@ -93,6 +95,10 @@ INSTANTIATE_TEST_SUITE_P(Command, Answers, ::testing::Values(
     Answer{"UnknownCommand", L"frobnicate", 2, "unknown command frobnicate"},
     Answer{"UnknownOption", L"play --bogus " + Sound(L"tone.wav"), 2, "unknown option --bogus"},
     Answer{"MissingValue", L"play " + Sound(L"tone.wav") + L" --mic", 2, "--mic needs a value"},
+    Answer{"UnknownPttKey", L"play " + Sound(L"tone.wav") + L" --ptt Hyper+Q", 2,
+           "--ptt: \"Hyper+Q\" is not a key: \"Hyper\" is not a modifier"},
+    Answer{"PttKeyMissing", L"play " + Sound(L"tone.wav") + L" --ptt Ctrl+", 2, "a key must follow the modifiers"},
+    Answer{"PttTailNegative", L"play " + Sound(L"tone.wav") + L" --ptt F13 --ptt-tail -5", 2, "--ptt-tail -5"},
     Answer{"HelpOverview", L"help", 0, "Exit codes: 0 done, 1 failed", false},
     Answer{"NoCommandShowsUsage", L"", 2, "usage: quillon COMMAND", false},
     Answer{"HelpOfACommand", L"help play", 0, "usage: quillon play FILE...", false},

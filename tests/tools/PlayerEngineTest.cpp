@@ -64,39 +64,19 @@ TEST(PlayTogether, ALoudPairStaysWithinFullScale) {
   EXPECT_LT(clippedShape, 0.995);
 }
 
-// The engine in this process, connected to quillon-host's effect.
-class EngineRun : public ::testing::Test {
- protected:
-  void StartHost(const std::wstring& name, double seconds) {
-    name_ = name;
-    host_ = std::make_unique<ChildProcess>(
-        L"quillon-host.exe", L"--endpoint " + std::wstring(kMic) + L" --seconds " + std::to_wstring(seconds) +
-                                 L" --out \"" + Scratch(name + L".wav") + L"\"",
-        Scratch(name + L"-host.txt"));
-    ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
-  }
-  std::unique_ptr<player::PlayerClient> Connected() {
-    auto client = std::make_unique<player::PlayerClient>();
-    EXPECT_EQ(player::PlayerStatus::Ok, client->Connect(kMic, 20000));
-    return client;
-  }
-  audio::Sound HostOutput() {
-    EXPECT_EQ(0, host_->Wait(60000)) << ReadText(Scratch(name_ + L"-host.txt"));
-    return LoadSound(Scratch(name_ + L".wav"));
-  }
-
-  std::wstring name_;
-  std::unique_ptr<ChildProcess> host_;
-};
-
-// A 4-second tone is stopped half a second in while a 1.5-second one plays:
-// the stopped one ends within what was queued, and from there on the output
-// is the other alone, bit for bit, to its last sample.
-TEST_F(EngineRun, StoppingOneVoiceLeavesTheOtherWhole) {
-  StartHost(L"stop-one", 5);
+// A 4-second tone is stopped half a second in while a 1.5-second one plays,
+// through the engine in this process: the stopped one ends within what was
+// queued, and from there on the output is the other alone, bit for bit, to
+// its last sample.
+TEST(PlayerEngine, StoppingOneVoiceLeavesTheOtherWhole) {
+  ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMic) + L" --seconds 5 --out \"" +
+                                             Scratch(L"stop-one.wav") + L"\"");
+  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  auto client = std::make_unique<player::PlayerClient>();
+  ASSERT_EQ(player::PlayerStatus::Ok, client->Connect(kMic, 20000));
   std::atomic<double> stoppedRead{0};
   std::atomic<int> stoppedId{-1};
-  player::PlayerEngine engine(Connected(), {}, [&](const player::EngineEvent& e) {
+  player::PlayerEngine engine(std::move(client), {}, [&](const player::EngineEvent& e) {
     if (e.voice == stoppedId && e.event == player::VoiceEvent::Progress) stoppedRead = e.seconds;
   });
   const std::wstring stays = Sounds() + L"stays.wav";
@@ -106,7 +86,8 @@ TEST_F(EngineRun, StoppingOneVoiceLeavesTheOtherWhole) {
   engine.Stop(ids[1]);
   EXPECT_FALSE(engine.Playing(ids[1]));
   EXPECT_EQ(player::PlayerStatus::Ok, engine.WaitIdle(nullptr));
-  const audio::Sound out = HostOutput(), alone = LoadSound(stays);
+  EXPECT_EQ(0, host.Wait(60000));
+  const audio::Sound out = LoadSound(Scratch(L"stop-one.wav")), alone = LoadSound(stays);
   const size_t lag = FirstSound(out), frames = alone.samples.size() / 2;
   ASSERT_GE(out.samples.size() / 2, lag + frames + 4800);
   // The last frame where the stopped tone still adds to the other.

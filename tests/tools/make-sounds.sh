@@ -89,6 +89,9 @@ size=$(stat -c %s s16-stereo-44k-to2.wav)
 head -c $((size / 2)) s16-stereo-44k-to2.wav > truncated.wav
 size=$(stat -c %s flac-stereo-44k-to2.flac)
 head -c $((size / 2)) flac-stereo-44k-to2.flac > truncated.flac
+# Noise named .mp3, and an MP3 with noise over part of its frames.
+sox -R -n -t raw -r 8000 -b 8 -e unsigned-integer noise.mp3 synth 4 whitenoise
+{ head -c 8000 mp3-mono-44k-to2.mp3; head -c 5000 noise.mp3; tail -c +13001 mp3-mono-44k-to2.mp3; } > garbled.mp3
 # A RIFF header whose format chunk names 0 channels.
 printf 'RIFF\x24\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x00\x00\x80\xbb\x00\x00\x00\x00\x00\x00\x00\x00\x10\x00data\x00\x00\x00\x00' > bad-header.wav
 

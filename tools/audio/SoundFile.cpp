@@ -32,7 +32,12 @@ bool SoundFile::OpenRead(const std::wstring& path, std::string& error) {
   failed_ = false;
   file_.reset(sf_wchar_open(path.c_str(), SFM_READ, &info_));
   if (!file_) {
-    error = Reason(nullptr);
+    // The file is there: whatever libsndfile says (for an MPEG stream it cannot
+    // parse, that the file "does not exist"), it holds nothing it can read.
+    std::string reason = Reason(nullptr);
+    while (!reason.empty() && reason.back() == '.') reason.pop_back();
+    if (reason.find("does not exist") != std::string::npos) reason = "not a sound format it knows, or damaged";
+    error = "holds no sound that can be read (" + reason + ")";
     return false;
   }
   if (info_.channels < 1 || info_.samplerate < 1) {
