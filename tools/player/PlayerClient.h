@@ -98,6 +98,10 @@ class PlayerClient {
   std::string Explain(PlayerStatus status) const;
 
   TransferBlock* Block() const { return reinterpret_cast<TransferBlock*>(view_.Get()); }
+  // Set by the effect after every look at the mapping. After Send returned,
+  // the next look comes when the stream takes a chunk: when the block just
+  // sent (queued behind nothing) starts to play. Reset it before waiting.
+  HANDLE LookEvent() const { return controlEvent_.Get(); }
 
  private:
   using Clock = std::chrono::steady_clock;

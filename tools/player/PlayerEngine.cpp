@@ -114,7 +114,20 @@ PlayerStatus PlayerEngine::WaitIdle(HANDLE interrupt) {
 
 void PlayerEngine::WaitUntil(Clock::time_point when) {
   const auto ms = std::chrono::ceil<std::chrono::milliseconds>(when - Clock::now()).count();
-  if (ms > 0) WaitAny({interrupt_.Get(), wake_.Get()}, static_cast<DWORD>(ms));
+  if (ms <= 0) return;
+  if (!awaitingStart_) {
+    WaitAny({interrupt_.Get(), wake_.Get()}, static_cast<DWORD>(ms));
+    return;
+  }
+  // The effect's look after the block was sent: the stream took it into a
+  // chunk now, so its sound runs out one block from now.
+  HANDLE look = mic_->LookEvent();
+  HANDLE events[] = {interrupt_.Get(), wake_.Get(), look};
+  if (WaitForMultipleObjects(3, events, FALSE, static_cast<DWORD>(ms)) == WAIT_OBJECT_0 + 2) {
+    ResetEvent(look);
+    awaitingStart_ = false;
+    runsOutAt_ = Clock::now() + lastBlock_;
+  }
 }
 
 void PlayerEngine::Run() {
@@ -125,6 +138,7 @@ void PlayerEngine::Run() {
       keys_.Release();
       runsOutAt_ = Clock::now();
       lastBlock_ = {};
+      awaitingStart_ = false;
       ResetEvent(interrupt_.Get());
     }
     if (quit_) break;
@@ -144,10 +158,10 @@ void PlayerEngine::Run() {
       }
       continue;
     }
-    // The next block is due `lead` before the effect would run out of the
-    // sound queued ahead of it (the block written last, which it takes whole).
+    // The next block is due `lead` before the effect runs out of sound: it
+    // then waits in the queue for that chunk boundary only.
     const auto lead = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(options_.leadMs));
-    const auto due = runsOutAt_ - lastBlock_ - lead;
+    const auto due = runsOutAt_ - lead;
     if (now < due) {
       WaitUntil(due);
       continue;
@@ -169,7 +183,6 @@ PlayerStatus PlayerEngine::WriteBlock() {
   if (frames == 0) return PlayerStatus::Ok;
   // When Windows refuses the key (another desktop has the input), the sound still plays.
   if (options_.pushToTalk && !keys_.Held()) keys_.Press(options_.pttKey);
-  const auto written = Clock::now();
   const PlayerStatus status = mic_->Send(block_.data(), frames * channels_, options_.sendTimeoutMs);
   if (status != PlayerStatus::Ok) return status;
   const auto taken = Clock::now();
@@ -181,14 +194,10 @@ PlayerStatus PlayerEngine::WriteBlock() {
   }
   const auto length = std::chrono::duration_cast<Clock::duration>(
       std::chrono::duration<double>(static_cast<double>(frames) / rate_));
-  // Taken at once: the queue was empty and the block plays next. Taken after
-  // a wait: the effect just took the block before it at a chunk boundary, which
-  // now plays, and this one follows it.
-  if (taken - written > std::chrono::milliseconds(2)) {
-    runsOutAt_ = taken + lastBlock_ + length;
-  } else {
-    runsOutAt_ = std::max(runsOutAt_, taken) + length;
-  }
+  // Until the effect's next look tells when the block starts, it is assumed
+  // to play after what it found queued.
+  runsOutAt_ = std::max(runsOutAt_, taken) + length;
+  awaitingStart_ = true;
   lastBlock_ = length;
   return PlayerStatus::Ok;
 }

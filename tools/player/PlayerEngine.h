@@ -4,9 +4,10 @@
 // The microphone's thread mixes one block at a time and writes it as late as
 // is safe: the effect takes a whole chunk of queued sound at each chunk
 // boundary, so a block handed over early only waits there, and a sound started
-// meanwhile must wait behind it. The thread keeps an estimate of when the
-// sound the effect holds runs out, and writes the next block `leadMs` before
-// the effect needs it. When nothing played, a block goes at once.
+// meanwhile must wait behind it. The effect's first look at the mapping after
+// a block was taken comes when the stream starts that block; from it the
+// thread knows when the sound runs out, and writes the next block `leadMs`
+// before. When nothing played, a block goes at once.
 //
 // Push-to-talk holds a key from before the first block of a play until
 // `pttTailMs` after its last sample was estimated to end.
@@ -32,7 +33,7 @@ class MonitorOutput;
 
 struct EngineOptions {
   double blockMs = 80;  // one chunk of the effect at 10-ms periods
-  double leadMs = 20;   // two periods
+  double leadMs = 30;   // three periods: with two, a block came late once in 2000 under Wine
   DWORD sendTimeoutMs = 10000;
   bool pushToTalk = false;
   tools::KeyChord pttKey;
@@ -110,7 +111,8 @@ class PlayerEngine {
   // The microphone thread's own.
   std::vector<float> block_;
   Clock::time_point runsOutAt_;   // when the sound the effect holds is estimated to end
-  Clock::duration lastBlock_{};   // length of the block written before
+  Clock::duration lastBlock_{};   // length of the block written last
+  bool awaitingStart_ = false;    // whether the effect has yet to start that block
   bool anyTaken_ = false;
   std::thread thread_;
 };
