@@ -39,6 +39,7 @@ PlayerEngine::PlayerEngine(std::unique_ptr<PlayerClient> mic, const EngineOption
   mic_->SetInterrupt(interrupt_.Get());
   block_.resize(blockFrames_ * channels_);
   runsOutAt_ = Clock::now();
+  lead_ = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(options.leadMs));
   thread_ = std::thread([this] { Run(); });
 }
 
@@ -139,12 +140,14 @@ void PlayerEngine::Run() {
       runsOutAt_ = Clock::now();
       lastBlock_ = {};
       awaitingStart_ = false;
+      streaming_ = false;
       ResetEvent(interrupt_.Get());
     }
     if (quit_) break;
     const auto now = Clock::now();
     if (!bus_.Busy() && !bus_.Pending()) {
       lastBlock_ = {};
+      streaming_ = false;
       const auto release = runsOutAt_ + std::chrono::milliseconds(options_.pttTailMs);
       if (keys_.Held() && now >= release) keys_.Release();
       if (keys_.Held()) {
@@ -158,10 +161,10 @@ void PlayerEngine::Run() {
       }
       continue;
     }
-    // The next block is due `lead` before the effect runs out of sound: it
-    // then waits in the queue for that chunk boundary only.
-    const auto lead = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(options_.leadMs));
-    const auto due = runsOutAt_ - lead;
+    // The next block is due `lead` before the effect runs out of sound (it
+    // then waits in the queue for that chunk boundary only), earlier by what
+    // making a block has cost of late and by what late blocks have taught.
+    const auto due = runsOutAt_ - lead_ - 2 * makeCost_;
     if (now < due) {
       WaitUntil(due);
       continue;
@@ -179,8 +182,15 @@ void PlayerEngine::Run() {
 }
 
 PlayerStatus PlayerEngine::WriteBlock() {
+  const auto started = Clock::now();
+  const auto needed = runsOutAt_;  // when the effect runs out of sound
   const size_t frames = bus_.Mix(block_.data(), blockFrames_);
-  if (frames == 0) return PlayerStatus::Ok;
+  // The cost of making a block, remembered at its highest and let go slowly.
+  makeCost_ = std::max(Clock::now() - started, makeCost_ * 15 / 16);
+  if (frames == 0) {
+    streaming_ = false;
+    return PlayerStatus::Ok;
+  }
   // When Windows refuses the key (another desktop has the input), the sound still plays.
   if (options_.pushToTalk && !keys_.Held()) keys_.Press(options_.pttKey);
   const PlayerStatus status = mic_->Send(block_.data(), frames * channels_, options_.sendTimeoutMs);
@@ -194,6 +204,10 @@ PlayerStatus PlayerEngine::WriteBlock() {
   }
   const auto length = std::chrono::duration_cast<Clock::duration>(
       std::chrono::duration<double>(static_cast<double>(frames) / rate_));
+  // A block that reached the effect after its sound ran out left a gap: the
+  // next ones go a period earlier, up to a whole block ahead.
+  if (streaming_ && taken > needed) lead_ = std::min<Clock::duration>(lead_ + std::chrono::milliseconds(10), length);
+  streaming_ = true;
   // Until the effect's next look tells when the block starts, it is assumed
   // to play after what it found queued.
   runsOutAt_ = std::max(runsOutAt_, taken) + length;

@@ -7,7 +7,9 @@
 // meanwhile must wait behind it. The effect's first look at the mapping after
 // a block was taken comes when the stream starts that block; from it the
 // thread knows when the sound runs out, and writes the next block `leadMs`
-// before. When nothing played, a block goes at once.
+// before, plus twice what mixing a block costs of late. A block that still
+// comes late moves the next ones a period earlier, up to a block ahead. When
+// nothing played, a block goes at once.
 //
 // Push-to-talk holds a key from before the first block of a play until
 // `pttTailMs` after its last sample was estimated to end.
@@ -33,7 +35,7 @@ class MonitorOutput;
 
 struct EngineOptions {
   double blockMs = 80;  // one chunk of the effect at 10-ms periods
-  double leadMs = 30;   // three periods: with two, a block came late once in 2000 under Wine
+  double leadMs = 30;   // three periods to start with: with two, a block came late once in 2000 under Wine
   DWORD sendTimeoutMs = 10000;
   bool pushToTalk = false;
   tools::KeyChord pttKey;
@@ -113,6 +115,9 @@ class PlayerEngine {
   Clock::time_point runsOutAt_;   // when the sound the effect holds is estimated to end
   Clock::duration lastBlock_{};   // length of the block written last
   bool awaitingStart_ = false;    // whether the effect has yet to start that block
+  bool streaming_ = false;        // whether blocks follow one another without a pause
+  Clock::duration lead_{};        // how long before the sound runs out a block is written
+  Clock::duration makeCost_{};    // what mixing a block has cost of late
   bool anyTaken_ = false;
   std::thread thread_;
 };
