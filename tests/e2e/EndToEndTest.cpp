@@ -10,11 +10,6 @@ namespace {
 
 constexpr const wchar_t* kEndpoint = L"{0.0.1.00000000}.{e2e00000-0000-4000-8000-000000000001}";
 
-long long Number(const std::string& text, const std::string& key) {
-  const size_t at = text.find(key);
-  return at == std::string::npos ? -1 : std::stoll(text.substr(at + key.size()));
-}
-
 // Walks the output and checks that it carries the whole sound in order: each
 // sample added to the microphone, or in place of it with block voice. Before
 // the sound, and where a player starved of time (an emulated ARM64 run on a
@@ -114,7 +109,7 @@ TEST_F(EndToEnd, TwentySecondStreamArrivesWhole) {
   for (size_t i = end; i < run.output.samples.size(); ++i) ASSERT_EQ(0.0f, run.output.samples[i]) << "repeated: " << i;
   std::printf("[ gaps     ] silent samples inside the stream: %zu\n", gaps);
 
-  const long long heard = Number(run.hostText, "qpc_us="), taken = Number(run.playerText, "qpc_us=");
+  const long long heard = NumberAfter(run.hostText, "qpc_us="), taken = NumberAfter(run.playerText, "qpc_us=");
   ASSERT_GT(heard, 0);
   ASSERT_GT(taken, 0);
   const long long delayUs = heard - taken;

@@ -107,6 +107,18 @@ inline size_t FirstSound(const audio::Sound& sound, float floor = 0.0f) {
   return first / sound.channels;
 }
 
+// The number written after `key` in a program's output, or -1.
+inline long long NumberAfter(const std::string& text, const std::string& key) {
+  const size_t at = text.find(key);
+  return at == std::string::npos ? -1 : std::stoll(text.substr(at + key.size()));
+}
+
+inline float Peak(const audio::Sound& sound) {
+  float peak = 0;
+  for (float v : sound.samples) peak = std::max(peak, std::fabs(v));
+  return peak;
+}
+
 inline audio::Sound LoadSound(const std::wstring& path) {
   audio::Sound sound;
   std::string error;

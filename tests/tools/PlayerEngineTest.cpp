@@ -26,15 +26,21 @@ size_t Lag(const audio::Sound& out, const audio::Sound& ref) {
   return out0 > ref0 ? out0 - ref0 : 0;
 }
 
+// What quillon-host's effect puts out while `quillon play --together` plays
+// two of the made sounds into it.
+audio::Sound PlayedTogether(const std::wstring& a, const std::wstring& b, const std::wstring& name) {
+  const ToolRun run = HostAndPlayer(kMic, L"--seconds 4", Sounds() + a, name, L"\"" + Sounds() + b + L"\" --together");
+  EXPECT_EQ(0, run.playerExit) << run.playerText;
+  EXPECT_EQ(0, run.hostExit) << run.hostText;
+  return run.output;
+}
+
 TEST(PlayTogether, TwoFilesArriveAsTheirSum) {
   const audio::Sound sum = LoadSound(Sounds() + L"together-sum-ref.wav");
-  const ToolRun run = HostAndPlayer(kMic, L"--seconds 4", Sounds() + L"together-a.wav", L"together",
-                                    L"\"" + Sounds() + L"together-b.flac\" --together");
-  EXPECT_EQ(0, run.playerExit) << run.playerText;
-  ASSERT_EQ(0, run.hostExit) << run.hostText;
-  const size_t lag = Lag(run.output, sum);
+  const audio::Sound out = PlayedTogether(L"together-a.wav", L"together-b.flac", L"together");
+  const size_t lag = Lag(out, sum);
   for (uint32_t c = 0; c < 2; ++c) {
-    const double value = Correlation(run.output, sum, lag, c);
+    const double value = Correlation(out, sum, lag, c);
     std::printf("[ xcorr    ] together channel %u: %.6f at frame %zu\n", c, value, lag);
     EXPECT_GT(value, 0.99999) << "channel " << c;
   }
@@ -49,16 +55,11 @@ TEST(PlayTogether, ALoudPairStaysWithinFullScale) {
     sum.samples[i] += b.samples[i];
     clipped.samples[i] = std::clamp(sum.samples[i], -1.0f, 1.0f);
   }
-  const ToolRun run = HostAndPlayer(kMic, L"--seconds 3", Sounds() + L"loud-a.wav", L"loud",
-                                    L"\"" + Sounds() + L"loud-b.wav\" --together");
-  EXPECT_EQ(0, run.playerExit) << run.playerText;
-  ASSERT_EQ(0, run.hostExit) << run.hostText;
-  float peak = 0;
-  for (float v : run.output.samples) peak = std::max(peak, std::fabs(v));
+  const audio::Sound out = PlayedTogether(L"loud-a.wav", L"loud-b.wav", L"loud");
+  const float peak = Peak(out);
   EXPECT_LE(peak, 1.0f);
   EXPECT_GT(peak, 0.9f) << "turned down too far";
-  const size_t lag = Lag(run.output, sum);
-  const double shape = Correlation(run.output, sum, lag, 0), clippedShape = Correlation(clipped, sum, 0, 0);
+  const double shape = Correlation(out, sum, Lag(out, sum), 0), clippedShape = Correlation(clipped, sum, 0, 0);
   std::printf("[ limiter  ] peak %.4f; correlation with the sum %.5f (clipped: %.5f)\n", peak, shape, clippedShape);
   EXPECT_GT(shape, 0.995);
   EXPECT_LT(clippedShape, 0.995);
@@ -104,11 +105,7 @@ TEST(PlayerEngine, StoppingOneVoiceLeavesTheOtherWhole) {
 // monotonic time they arrived.
 class KeyWatch {
  public:
-  struct Key {
-    UINT key;
-    bool up;
-    int64_t us;
-  };
+  struct Key { UINT key; bool up; int64_t us; };
   KeyWatch() {
     thread_ = std::thread([this] {
       watch_ = this;
@@ -158,12 +155,6 @@ class KeyWatch {
   std::thread thread_;
 };
 
-// Monotonic time of the host's first period with received sound.
-int64_t FirstSoundUs(const std::string& hostText) {
-  const size_t at = hostText.find("qpc_us=");
-  return at == std::string::npos ? -1 : std::stoll(hostText.substr(at + 7));
-}
-
 TEST(PushToTalk, KeyHeldFromBeforeTheSoundUntilItsTailEnds) {
   KeyWatch keys;
   ASSERT_TRUE(keys.Hooked());
@@ -171,13 +162,12 @@ TEST(PushToTalk, KeyHeldFromBeforeTheSoundUntilItsTailEnds) {
                                     L"--ptt Ctrl+F13 --ptt-tail 300");
   EXPECT_EQ(0, run.playerExit) << run.playerText;
   ASSERT_EQ(0, run.hostExit) << run.hostText;
-  const int64_t sound = FirstSoundUs(run.hostText), toneUs = 1500000;
+  const int64_t sound = NumberAfter(run.hostText, "qpc_us="), toneUs = 1500000;  // the first period with sound
   ASSERT_GT(sound, 0) << run.hostText;
   const std::vector<KeyWatch::Key> f13 = keys.Of({VK_F13}), ctrl = keys.Of({VK_CONTROL, VK_LCONTROL});
   ASSERT_EQ(2u, f13.size());
   ASSERT_EQ(2u, ctrl.size());
-  EXPECT_FALSE(f13[0].up);
-  EXPECT_TRUE(f13[1].up);
+  EXPECT_TRUE(!f13[0].up && f13[1].up);
   EXPECT_LT(ctrl[0].us, f13[0].us) << "the modifier goes down first";
   EXPECT_GT(ctrl[1].us, f13[1].us) << "and comes up last";
   EXPECT_LT(f13[0].us, sound) << "pressed after the sound began";
@@ -208,10 +198,10 @@ TEST_P(PushToTalkWayOut, ReleasesTheKey) {
     host.Kill();
     EXPECT_EQ(1, player.process.Wait()) << player.Text();
   }
-  EXPECT_TRUE(PollUntil([&] { return keys.Of({VK_F14}).size() >= 2; }));
-  const std::vector<KeyWatch::Key> f14 = keys.Of({VK_F14});
-  ASSERT_EQ(2u, f14.size());
-  EXPECT_TRUE(f14[1].up);
+  EXPECT_TRUE(PollUntil([&] {
+    const std::vector<KeyWatch::Key> f14 = keys.Of({VK_F14});
+    return f14.size() == 2 && f14[1].up;
+  })) << "the key is still down";
 }
 
 INSTANTIATE_TEST_SUITE_P(Play, PushToTalkWayOut, ::testing::Values(WayOut::CtrlC, WayOut::EffectGone),
