@@ -10,6 +10,7 @@
 // real-time pace, so every output frame has a time.
 #include "audio/SoundFile.h"
 #include "common/ToolSupport.h"
+#include "platform/UniqueResource.h"
 #include "player/PlayerEngine.h"
 
 #include <windows.h>
@@ -66,24 +67,24 @@ int main() {
   std::wstring command = L"\"" + Folder() + L"quillon-host.exe\" --endpoint " + std::wstring(kEndpoint) +
                          L" --seconds 45 --period-ms 10 --out \"" + out + L"\"";
   SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  HANDLE output = CreateFileW(report.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS, 0, nullptr);
+  UniqueHandle output(CreateFileW(report.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS, 0, nullptr));
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = startup.hStdError = output;
+  startup.hStdOutput = startup.hStdError = output.Get();
   PROCESS_INFORMATION host{};
   if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &host)) {
     std::fprintf(stderr, "bench_latency: cannot start quillon-host (error %lu)\n", GetLastError());
     return 1;
   }
-  CloseHandle(output);
+  output.Reset();
   CloseHandle(host.hThread);
+  const UniqueHandle hostProcess(host.hProcess);
 
   auto client = std::make_unique<player::PlayerClient>();
   if (client->Connect(kEndpoint, 20000) != player::PlayerStatus::Ok) {
     std::fprintf(stderr, "bench_latency: no effect to play into\n");
-    TerminateProcess(host.hProcess, 1);
-    CloseHandle(host.hProcess);
+    TerminateProcess(hostProcess.Get(), 1);
     return 1;
   }
   std::vector<int64_t> idleStarts, busyStarts;
@@ -111,8 +112,7 @@ int main() {
     SleepMs(300);
     engine.StopAll();
   }
-  WaitForSingleObject(host.hProcess, 120000);
-  CloseHandle(host.hProcess);
+  WaitForSingleObject(hostProcess.Get(), 120000);
 
   // Frame times from the host's first period with sound.
   std::ifstream in(report);

@@ -8,9 +8,9 @@ namespace quillon::player {
 MixBus::MixBus(uint32_t rate, uint32_t channels, float gain, Report report)
     : rate_(rate), channels_(channels), gain_(gain), report_(std::move(report)), limiter_(channels, rate) {}
 
-void MixBus::Add(const std::vector<std::pair<int, VoiceSpec>>& voices) {
+void MixBus::Add(const std::vector<std::pair<int, VoiceRequest>>& voices) {
   std::lock_guard<std::mutex> lock(inboxLock_);
-  for (const auto& [id, spec] : voices) inbox_.push_back({Command::Add, id, spec});
+  for (const auto& [id, request] : voices) inbox_.push_back({Command::Add, id, request});
 }
 
 void MixBus::Stop(int id) {
@@ -36,7 +36,7 @@ void MixBus::TakeInbox() {
   }
   for (Command& c : commands) {
     if (c.kind == Command::Add) {
-      voices_.push_back(std::make_unique<VoiceStream>(c.id, std::move(c.spec), rate_, channels_));
+      voices_.push_back(std::make_unique<VoiceStream>(c.id, std::move(c.request), rate_, channels_));
       continue;
     }
     // A stopped voice ends at once; sound mixed ahead of it still plays.

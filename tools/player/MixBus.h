@@ -24,7 +24,7 @@ class MixBus {
   MixBus(uint32_t rate, uint32_t channels, float gain, Report report);
 
   // From any thread. Voices added in one call begin at the same frame.
-  void Add(const std::vector<std::pair<int, VoiceSpec>>& voices);
+  void Add(const std::vector<std::pair<int, VoiceRequest>>& voices);
   void Stop(int id);
   void StopAll();
 
@@ -43,7 +43,7 @@ class MixBus {
   struct Command {
     enum Kind { Add, Stop, StopAll } kind;
     int id;
-    VoiceSpec spec;
+    VoiceRequest request;
   };
   void TakeInbox();
 

@@ -53,14 +53,14 @@ PlayerEngine::~PlayerEngine() {
 
 void PlayerEngine::AddMonitor(std::unique_ptr<MonitorOutput> monitor) { monitor_ = std::move(monitor); }
 
-int PlayerEngine::Start(const VoiceSpec& spec) { return StartTogether({spec}).front(); }
+int PlayerEngine::Start(const VoiceRequest& request) { return StartTogether({request}).front(); }
 
-std::vector<int> PlayerEngine::StartTogether(const std::vector<VoiceSpec>& specs) {
-  std::vector<std::pair<int, VoiceSpec>> voices;
+std::vector<int> PlayerEngine::StartTogether(const std::vector<VoiceRequest>& requests) {
+  std::vector<std::pair<int, VoiceRequest>> voices;
   {
     std::lock_guard<std::mutex> lock(lock_);
-    for (const VoiceSpec& spec : specs) {
-      voices.emplace_back(nextId_++, spec);
+    for (const VoiceRequest& request : requests) {
+      voices.emplace_back(nextId_++, request);
       playing_.insert(voices.back().first);
     }
     ResetEvent(idle_.Get());

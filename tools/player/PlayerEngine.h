@@ -70,8 +70,8 @@ class PlayerEngine {
 
   // From any thread. Start returns the new voice's id; voices started
   // together begin at the same sample.
-  int Start(const VoiceSpec& spec);
-  std::vector<int> StartTogether(const std::vector<VoiceSpec>& specs);
+  int Start(const VoiceRequest& request);
+  std::vector<int> StartTogether(const std::vector<VoiceRequest>& requests);
   void Stop(int id);
   // Stops every voice and drops what the effect still holds.
   void StopAll();

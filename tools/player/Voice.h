@@ -12,7 +12,7 @@
 namespace quillon::player {
 
 // What a voice plays; the same for every output.
-struct VoiceSpec {
+struct VoiceRequest {
   std::vector<std::wstring> files;
   long long loops = 1;  // 0: until stopped
   float gain = 1.0f;
@@ -30,7 +30,7 @@ enum class VoiceEvent {
 
 class VoiceStream {
  public:
-  VoiceStream(int id, VoiceSpec spec, uint32_t rate, uint32_t channels);
+  VoiceStream(int id, VoiceRequest request, uint32_t rate, uint32_t channels);
 
   int Id() const { return id_; }
   // Adds up to `frames` frames of the voice to `mix`; fewer once it ended.
@@ -39,8 +39,8 @@ class VoiceStream {
   size_t AddTo(float* mix, size_t frames, Report&& report);
   bool Ended() const { return ended_; }
 
-  // The file playing now, its index in the spec, and its frames read so far.
-  const std::wstring& File() const { return spec_.files[index_]; }
+  // The file playing now, its index in the request, and its frames read so far.
+  const std::wstring& File() const { return request_.files[index_]; }
   size_t FileIndex() const { return index_; }
   size_t FramesRead() const { return framesRead_; }
   const audio::SoundSource* Source() const { return source_.get(); }
@@ -51,7 +51,7 @@ class VoiceStream {
   bool Next(std::string& error);
 
   int id_;
-  VoiceSpec spec_;
+  VoiceRequest request_;
   uint32_t rate_, channels_;
   std::unique_ptr<audio::SoundSource> source_;
   size_t index_ = 0;

@@ -198,7 +198,7 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
     engine.AddMonitor(std::move(monitor));
   }
   if (o.together) {
-    std::vector<player::VoiceSpec> voices;
+    std::vector<player::VoiceRequest> voices;
     for (const std::wstring& file : o.files) voices.push_back({{file}, o.loops, o.gain});
     engine.StartTogether(voices);
   } else {
