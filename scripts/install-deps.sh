@@ -3,7 +3,7 @@
 # apt is only asked when something is missing.
 set -euo pipefail
 
-packages=(cmake ninja-build googletest wine wine64 llvm openssl make python3 espeak-ng sox lame opus-tools gnuplot-nox dpkg-dev nsis)
+packages=(cmake ninja-build googletest wine wine64 llvm openssl make python3 espeak-ng sox lame opus-tools gnuplot-nox dpkg-dev nsis nlohmann-json3-dev xvfb xdotool imagemagick)
 missing=()
 # npm may come with a nodejs from elsewhere than Debian; only ask for Debian's when there is none.
 command -v npm >/dev/null 2>&1 || missing+=(npm)

@@ -7,7 +7,9 @@ namespace quillon::tools {
 
 class ComApartment {
  public:
-  ComApartment() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+  // A window's thread asks for COINIT_APARTMENTTHREADED (the shell's dialogs
+  // and drag and drop need it); worker threads for the multithreaded one.
+  explicit ComApartment(DWORD model = COINIT_MULTITHREADED) : result_(CoInitializeEx(nullptr, model)) {}
   ~ComApartment() {
     if (SUCCEEDED(result_)) CoUninitialize();
   }

@@ -17,6 +17,8 @@ struct KeyChord {
   UINT HotkeyModifiers() const;
   // "Ctrl+Shift+T".
   std::string Text() const;
+
+  bool operator==(const KeyChord&) const = default;
 };
 
 // Reads `text` (case does not matter); on failure returns false and `error`

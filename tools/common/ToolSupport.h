@@ -13,6 +13,10 @@ int64_t MonotonicMicroseconds();
 // A wide text for the console: ASCII kept, anything else shown as '?'.
 std::string Narrow(const std::wstring& text);
 
+// UTF-16 to UTF-8 and back, every character kept.
+std::string Utf8(const std::wstring& text);
+std::wstring Wide(const std::string& utf8);
+
 // The system's text for a Win32 error code or an HRESULT, in UTF-8, without
 // the final period.
 std::string SystemText(unsigned long code);

@@ -2,18 +2,54 @@
 // chains with a backup of what was there, and restore it. Every check is made
 // for every named microphone before anything is written; --dry-run prints the
 // changes instead of making them.
+#include "common/ToolSupport.h"
 #include "platform/UniqueResource.h"
-#include "quillon/Administrator.h"
-#include "quillon/Attachment.h"
-#include "quillon/AudioService.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
-#include "quillon/DefaultMicrophone.h"
-#include "quillon/QuillonServer.h"
+#include "system/Administrator.h"
+#include "system/Attachment.h"
+#include "system/AudioService.h"
+#include "system/DefaultMicrophone.h"
+#include "system/QuillonServer.h"
 
 #include <windows.h>
 
 namespace quillon::cli {
+
+using system::Apply;
+using system::AttachChanges;
+using system::Backup;
+using system::CallRegistration;
+using system::CheckQuillonDll;
+using system::ComClassChanges;
+using system::CompositeList;
+using system::DefaultMicrophoneGuid;
+using system::Describe;
+using system::DetachChanges;
+using system::Endpoint;
+using system::Flow;
+using system::FxValueName;
+using system::HasQuillon;
+using system::HklmText;
+using system::HoldsQuillon;
+using system::IsAdministrator;
+using system::Names;
+using system::OriginalEffect;
+using system::QuillonDllPath;
+using system::ReadBackup;
+using system::ReadEndpoints;
+using system::RegChange;
+using system::RegFilePath;
+using system::RegFileText;
+using system::RestartAudioService;
+using system::RestoreChanges;
+using system::ServiceRestart;
+using system::TakeBackup;
+using system::TakeOwnership;
+using system::WriteRegFile;
+using tools::SystemText;
+using tools::Utf8;
+
 namespace {
 
 struct Target {
@@ -175,7 +211,13 @@ int Finish(const Arguments& args, bool changed) {
     Print("restart the audio service (or Windows) for the change to take effect\n");
     return kExitDone;
   }
-  return RestartAudioService() ? kExitDone : kExitFailed;
+  const ServiceRestart restart = RestartAudioService();
+  if (!restart.ok) {
+    Fail("%s", restart.message.c_str());
+    return kExitFailed;
+  }
+  Print("%s\n", restart.message.c_str());
+  return kExitDone;
 }
 
 // Attaches to every target; the first failure stops, undone.

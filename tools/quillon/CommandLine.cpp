@@ -1,5 +1,6 @@
 #include "quillon/CommandLine.h"
 
+#include "common/ToolSupport.h"
 #include "quillon/Console.h"
 
 #include <cctype>
@@ -8,6 +9,9 @@
 #include <cwchar>
 
 namespace quillon::cli {
+
+using tools::Utf8;
+using tools::Wide;
 
 std::wstring Arguments::Value(const char* name) const {
   const auto it = options.find(name);

@@ -1,9 +1,12 @@
 #include "quillon/Console.h"
 
+#include "common/ToolSupport.h"
+
 #include <windows.h>
 
 #include <cstdarg>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 namespace quillon::cli {
@@ -28,7 +31,7 @@ void Write(DWORD which, const std::string& text) {
   HANDLE handle = GetStdHandle(which);
   std::fflush(which == STD_OUTPUT_HANDLE ? stdout : stderr);
   if (IsConsole(handle)) {
-    const std::wstring wide = Wide(text);
+    const std::wstring wide = tools::Wide(text);
     DWORD written = 0;
     WriteConsoleW(handle, wide.data(), static_cast<DWORD>(wide.size()), &written, nullptr);
   } else {
@@ -55,21 +58,5 @@ void Fail(const char* format, ...) {
 }
 
 bool OutputIsConsole() { return IsConsole(GetStdHandle(STD_OUTPUT_HANDLE)); }
-
-std::string Utf8(const std::wstring& text) {
-  if (text.empty()) return {};
-  const int n = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-  std::string out(static_cast<size_t>(n), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), n, nullptr, nullptr);
-  return out;
-}
-
-std::wstring Wide(const std::string& utf8) {
-  if (utf8.empty()) return {};
-  const int n = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
-  std::wstring out(static_cast<size_t>(n), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), out.data(), n);
-  return out;
-}
 
 }  // namespace quillon::cli

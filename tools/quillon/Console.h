@@ -3,8 +3,6 @@
 // pipe as UTF-8 bytes.
 #pragma once
 
-#include <string>
-
 namespace quillon::cli {
 
 // printf-style; the format and the text are UTF-8.
@@ -14,8 +12,5 @@ void Fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // True when standard output is a console (then progress is drawn in place).
 bool OutputIsConsole();
-
-std::string Utf8(const std::wstring& text);
-std::wstring Wide(const std::string& utf8);
 
 }  // namespace quillon::cli

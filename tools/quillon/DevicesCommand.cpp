@@ -1,9 +1,12 @@
 // quillon devices: the playback devices a play can be heard on (--monitor).
+#include "common/ToolSupport.h"
 #include "player/PlaybackDevices.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 
 namespace quillon::cli {
+
+using tools::Utf8;
 
 int RunDevices(const Arguments&) {
   std::string error;

@@ -1,8 +1,11 @@
 // The command table and the help texts.
+#include "common/ToolSupport.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 
 namespace quillon::cli {
+
+using tools::Utf8;
 
 const std::vector<Command>& AllCommands() {
   static const std::vector<Command> commands = {

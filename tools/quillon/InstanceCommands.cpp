@@ -1,11 +1,19 @@
 // quillon list and quillon stop: the running effect instances.
 #include "common/ConsoleInterrupt.h"
+#include "common/ToolSupport.h"
 #include "player/PlayerClient.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
-#include "quillon/Microphones.h"
+#include "system/Microphones.h"
 
 namespace quillon::cli {
+
+using system::Choose;
+using system::Describe;
+using system::DescribeFormat;
+using system::Microphone;
+using system::RunningMicrophones;
+using tools::Utf8;
 
 int RunList(const Arguments& args) {
   if (!args.positional.empty()) return UsageError("list takes no arguments", "list");

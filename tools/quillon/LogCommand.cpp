@@ -1,6 +1,7 @@
 // quillon log: the shared log file (UTF-8 lines written by every process
 // that runs the effect), its last lines or everything added while it runs.
 #include "common/ConsoleInterrupt.h"
+#include "common/ToolSupport.h"
 #include "diag/LogFolder.h"
 #include "platform/UniqueResource.h"
 #include "quillon/Commands.h"
@@ -12,6 +13,9 @@
 #include <string>
 
 namespace quillon::cli {
+
+using tools::Utf8;
+
 namespace {
 
 // The bytes of `path` from `offset` on; false when it cannot be opened.

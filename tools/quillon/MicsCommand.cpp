@@ -1,11 +1,29 @@
 // quillon mics: every capture endpoint Windows keeps, with its effects and
 // whether Quillon is attached to it.
+#include "common/ToolSupport.h"
 #include "platform/RegistrySettings.h"
-#include "quillon/Attachment.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
+#include "system/Attachment.h"
 
 namespace quillon::cli {
+
+using system::Backup;
+using system::Endpoint;
+using system::Flow;
+using system::FxValueName;
+using system::FxValueNames;
+using system::HasQuillon;
+using system::HoldsQuillon;
+using system::ReadBackup;
+using system::ReadEndpoints;
+using system::ReadValue;
+using system::RegValue;
+using system::SameClassId;
+using system::SettingsKeyOf;
+using system::StateText;
+using tools::Utf8;
+
 namespace {
 
 std::string Shown(const RegValue& value) {
@@ -54,12 +72,12 @@ int RunMics(const Arguments& args) {
     bool any = false;
     for (const FxValueName& value : FxValueNames()) {
       const RegValue* found = endpoint.Fx(value.name);
-      if (found == nullptr || value.name == std::wstring(fx::kEffectsOff)) continue;
+      if (found == nullptr || value.name == std::wstring(system::fx::kEffectsOff)) continue;
       Print("  %-9s %s: %s\n", any ? "" : "effects", value.label, Shown(*found).c_str());
       any = true;
     }
     if (!any) Print("  effects   none\n");
-    const RegValue* off = endpoint.Fx(fx::kEffectsOff);
+    const RegValue* off = endpoint.Fx(system::fx::kEffectsOff);
     if (off != nullptr && off->data.size() == 4 && *reinterpret_cast<const DWORD*>(off->data.data()) != 0) {
       Print("            all effects are turned off\n");
     }

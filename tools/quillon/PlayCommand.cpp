@@ -9,8 +9,8 @@
 #include "player/PlayerEngine.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
-#include "quillon/Microphones.h"
 #include "quillon/Progress.h"
+#include "system/Microphones.h"
 #include "transfer/WinUtils.h"
 
 #include <algorithm>
@@ -20,6 +20,15 @@
 #include <mutex>
 
 namespace quillon::cli {
+
+using system::Choose;
+using system::Describe;
+using system::DescribeFormat;
+using system::Microphone;
+using system::PlayingEventName;
+using system::RunningMicrophones;
+using tools::Utf8;
+
 namespace {
 
 using player::PlayerClient;

@@ -1,12 +1,29 @@
 // quillon register and unregister: the Quillon.dll beside quillon.exe with the
 // audio engine and COM, as the setup package does it.
-#include "quillon/Administrator.h"
-#include "quillon/Attachment.h"
+#include "common/ToolSupport.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
-#include "quillon/QuillonServer.h"
+#include "system/Administrator.h"
+#include "system/Attachment.h"
+#include "system/QuillonServer.h"
 
 namespace quillon::cli {
+
+using system::Apply;
+using system::CallRegistration;
+using system::CheckQuillonDll;
+using system::ComClassChanges;
+using system::ComClassKey;
+using system::Endpoint;
+using system::Flow;
+using system::HasQuillon;
+using system::HklmText;
+using system::IsAdministrator;
+using system::QuillonDllPath;
+using system::ReadEndpoints;
+using system::RegChange;
+using tools::SystemText;
+using tools::Utf8;
 
 int RunRegister(const Arguments& args) {
   if (!args.positional.empty()) return UsageError("register takes no arguments", "register");

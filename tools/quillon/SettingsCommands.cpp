@@ -1,12 +1,13 @@
 // quillon set and quillon settings: the values the effect watches under
 // HKLM\SOFTWARE\Marrowin\Quillon.
+#include "common/ToolSupport.h"
 #include "diag/Logger.h"
 #include "platform/Registry.h"
 #include "platform/RegistrySettings.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
-#include "quillon/Microphones.h"
-#include "quillon/RegistryEdit.h"
+#include "system/Microphones.h"
+#include "system/RegistryEdit.h"
 
 #include <windows.h>
 
@@ -15,6 +16,21 @@
 #include <iterator>
 
 namespace quillon::cli {
+
+using system::Apply;
+using system::Choose;
+using system::Describe;
+using system::FriendlyName;
+using system::HklmText;
+using system::KnownMicrophones;
+using system::Microphone;
+using system::RegChange;
+using system::RegValue;
+using system::RunningMicrophones;
+using system::SubKeys;
+using tools::SystemText;
+using tools::Utf8;
+
 namespace {
 
 // Writes one value below the settings key; one line on failure.

@@ -2,6 +2,7 @@
 // shows the microphones it runs on, and changes its settings.
 //
 //   quillon COMMAND [ARGUMENTS]    (quillon help lists the commands)
+#include "common/ToolSupport.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 using namespace quillon::cli;
+using quillon::tools::Utf8;
 
 int main() {
   int argc = 0;

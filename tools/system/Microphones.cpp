@@ -1,9 +1,9 @@
-#include "quillon/Microphones.h"
+#include "system/Microphones.h"
 
+#include "common/ToolSupport.h"
 #include "platform/MappedView.h"
 #include "player/PlayerClient.h"
-#include "quillon/Console.h"
-#include "quillon/Endpoints.h"
+#include "system/Endpoints.h"
 #include "transfer/SharedLayout.h"
 #include "transfer/WinUtils.h"
 
@@ -11,7 +11,10 @@
 #include <cmath>
 #include <cstring>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::Utf8;
+
 namespace {
 
 bool ReadFormat(int slot, UNCOMPRESSEDAUDIOFORMAT& format) {
@@ -104,4 +107,4 @@ bool Choose(const std::vector<Microphone>& candidates, const std::wstring& text,
   return false;
 }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -1,12 +1,14 @@
-#include "quillon/DefaultMicrophone.h"
+#include "system/DefaultMicrophone.h"
 
+#include "common/ToolSupport.h"
 #include "platform/ComPtr.h"
-#include "quillon/RegistryEdit.h"
 
 #include <windows.h>
 #include <mmdeviceapi.h>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::SystemText;
 
 std::wstring DefaultMicrophoneGuid(std::string& error) {
   const HRESULT initialized = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
@@ -32,4 +34,4 @@ std::wstring DefaultMicrophoneGuid(std::string& error) {
   return guid;
 }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

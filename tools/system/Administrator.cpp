@@ -1,12 +1,16 @@
-#include "quillon/Administrator.h"
+#include "system/Administrator.h"
 
+#include "common/ToolSupport.h"
 #include "platform/UniqueResource.h"
-#include "quillon/RegistryEdit.h"
+#include "system/RegistryEdit.h"
 
 #include <windows.h>
 #include <aclapi.h>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::SystemText;
+
 namespace {
 
 struct AdministratorsSid {
@@ -70,4 +74,4 @@ bool TakeOwnership(const std::wstring& key, std::string& error) {
   return status == ERROR_SUCCESS;
 }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -1,12 +1,16 @@
-#include "quillon/QuillonServer.h"
+#include "system/QuillonServer.h"
 
+#include "common/ToolSupport.h"
 #include "platform/UniqueResource.h"
-#include "quillon/Console.h"
-#include "quillon/Endpoints.h"
+#include "system/Endpoints.h"
 
 #include <windows.h>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::SystemText;
+using tools::Utf8;
+
 namespace {
 
 std::string MachineName(USHORT machine) {
@@ -106,4 +110,4 @@ bool CallRegistration(const std::wstring& path, bool registering, std::string& e
   return true;
 }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

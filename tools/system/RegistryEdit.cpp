@@ -1,12 +1,15 @@
-#include "quillon/RegistryEdit.h"
+#include "system/RegistryEdit.h"
 
+#include "common/ToolSupport.h"
 #include "platform/UniqueResource.h"
-#include "quillon/Console.h"
 
 #include <cstdio>
 #include <cstring>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::Utf8;
+
 namespace {
 
 // The native view even if this program ever runs emulated.
@@ -192,4 +195,4 @@ LSTATUS Apply(const std::vector<RegChange>& changes, std::wstring& failedKey) {
   return ERROR_SUCCESS;
 }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

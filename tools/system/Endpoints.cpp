@@ -1,10 +1,13 @@
-#include "quillon/Endpoints.h"
+#include "system/Endpoints.h"
 
-#include "quillon/Console.h"
+#include "common/ToolSupport.h"
 
 #include <cwctype>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::Utf8;
+
 namespace {
 
 constexpr wchar_t kAudioKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\";
@@ -111,4 +114,4 @@ bool Names(const Endpoint& endpoint, const std::wstring& text, bool exact) {
 
 bool SameClassId(const std::wstring& a, const std::wstring& b) { return Lowercase(Braced(a)) == Lowercase(Braced(b)); }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -4,15 +4,13 @@
 // HKEY_LOCAL_MACHINE in the registry view native to Windows.
 #pragma once
 
-#include "common/ToolSupport.h"
-
 #include <windows.h>
 
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace quillon::cli {
+namespace quillon::system {
 
 struct RegValue {
   DWORD type = REG_NONE;
@@ -55,6 +53,4 @@ std::string Describe(const RegChange& change);
 // that refused in `failedKey`; the changes before it stay made.
 LSTATUS Apply(const std::vector<RegChange>& changes, std::wstring& failedKey);
 
-using tools::SystemText;
-
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -1,16 +1,17 @@
-#include "quillon/AudioService.h"
+#include "system/AudioService.h"
 
+#include "common/ToolSupport.h"
 #include "platform/UniqueResource.h"
-
-#include "quillon/Console.h"
-#include "quillon/RegistryEdit.h"
 
 #include <windows.h>
 
 #include <string>
 #include <vector>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::SystemText;
+
 namespace {
 
 constexpr DWORD kWaitMs = 20000;
@@ -54,7 +55,7 @@ bool Start(SC_HANDLE manager, const std::wstring& name) {
 
 }  // namespace
 
-bool RestartAudioService() {
+ServiceRestart RestartAudioService() {
   UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
   UniqueService audio;
   if (manager) {
@@ -63,11 +64,10 @@ bool RestartAudioService() {
   if (!audio) {
     const DWORD error = GetLastError();
     if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
-      Print("this system has no audio service (AudioSrv); nothing to restart\n");
-      return true;
+      return {true, "this system has no audio service (AudioSrv); nothing to restart"};
     }
-    Fail("cannot reach the audio service: %s; restart Windows for the change to take effect", SystemText(error).c_str());
-    return false;
+    return {false, "cannot reach the audio service: " + SystemText(error) +
+                       "; restart Windows for the change to take effect"};
   }
   // The running services that depend on it, in the order Windows stops them.
   std::vector<std::wstring> dependents;
@@ -85,12 +85,10 @@ bool RestartAudioService() {
   ok = ok && Stop(manager.Get(), L"AudioSrv") && Start(manager.Get(), L"AudioSrv");
   for (auto name = dependents.rbegin(); name != dependents.rend(); ++name) ok = Start(manager.Get(), *name) && ok;
   if (!ok) {
-    Fail("the audio service did not restart within %lu s; restart Windows for the change to take effect",
-         kWaitMs / 1000);
-    return false;
+    return {false, "the audio service did not restart within " + std::to_string(kWaitMs / 1000) +
+                       " s; restart Windows for the change to take effect"};
   }
-  Print("restarted the audio service\n");
-  return true;
+  return {true, "restarted the audio service"};
 }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

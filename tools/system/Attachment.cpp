@@ -1,15 +1,20 @@
-#include "quillon/Attachment.h"
+#include "system/Attachment.h"
 
+#include "common/ToolSupport.h"
 #include "platform/RegistrySettings.h"
 #include "platform/UniqueResource.h"
-#include "quillon/Console.h"
 
 #include <windows.h>
 #include <shlobj.h>
 
 #include <cstdio>
 
-namespace quillon::cli {
+namespace quillon::system {
+
+using tools::SystemText;
+using tools::Utf8;
+using tools::Wide;
+
 namespace {
 
 // Values of the backup key besides the saved FxProperties values.
@@ -179,4 +184,4 @@ bool WriteRegFile(const std::wstring& path, const std::wstring& text, std::strin
   return true;
 }
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -4,13 +4,13 @@
 #pragma once
 
 #include "effect/ClassId.h"
-#include "quillon/RegistryEdit.h"
+#include "system/RegistryEdit.h"
 
 #include <map>
 #include <string>
 #include <vector>
 
-namespace quillon::cli {
+namespace quillon::system {
 
 // FxProperties values, by their names.
 namespace fx {
@@ -66,4 +66,4 @@ std::wstring Lowercase(std::wstring text);
 // True when two class id texts are the same class.
 bool SameClassId(const std::wstring& a, const std::wstring& b);
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -3,15 +3,15 @@
 // and the registry changes that attach and detach make, built as lists.
 #pragma once
 
-#include "quillon/Endpoints.h"
-#include "quillon/RegistryEdit.h"
+#include "system/Endpoints.h"
+#include "system/RegistryEdit.h"
 
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace quillon::cli {
+namespace quillon::system {
 
 // What an endpoint's FxProperties held before Quillon was attached.
 struct Backup {
@@ -57,4 +57,4 @@ std::wstring RegFileText(const Endpoint& endpoint, const Backup& backup);
 std::wstring RegFilePath(const Endpoint& endpoint);
 bool WriteRegFile(const std::wstring& path, const std::wstring& text, std::string& error);
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

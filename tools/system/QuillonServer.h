@@ -2,12 +2,12 @@
 // its registration with the audio engine and with COM.
 #pragma once
 
-#include "quillon/RegistryEdit.h"
+#include "system/RegistryEdit.h"
 
 #include <string>
 #include <vector>
 
-namespace quillon::cli {
+namespace quillon::system {
 
 std::wstring QuillonDllPath();
 
@@ -22,4 +22,4 @@ std::wstring ComClassKey();
 // Calls the DLL's DllRegisterServer or DllUnregisterServer.
 bool CallRegistration(const std::wstring& path, bool registering, std::string& error);
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace quillon::cli {
+namespace quillon::system {
 
 struct Microphone {
   std::wstring endpointId;  // as the effect knows it: "{guid}", the key name under MMDevices
@@ -43,4 +43,4 @@ bool Choose(const std::vector<Microphone>& candidates, const std::wstring& text,
 // `quillon list` is its existence.
 std::wstring PlayingEventName(int slot);
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace quillon::cli {
+namespace quillon::system {
 
 bool IsAdministrator();
 
@@ -12,4 +12,4 @@ bool IsAdministrator();
 // access to the key and its subkeys. On failure `error` says why.
 bool TakeOwnership(const std::wstring& key, std::string& error);
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

@@ -3,9 +3,9 @@
 
 #include <string>
 
-namespace quillon::cli {
+namespace quillon::system {
 
 // The default capture endpoint's GUID ("{...}"), or "" with `error` saying why.
 std::wstring DefaultMicrophoneGuid(std::string& error);
 
-}  // namespace quillon::cli
+}  // namespace quillon::system

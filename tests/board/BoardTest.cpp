@@ -1,0 +1,253 @@
+// The board's model without a window: its rules, what it tells its listener,
+// the board file's text both ways, and the file on disk (saved whole, damaged
+// files kept aside).
+#include "board/Board.h"
+#include "board/BoardFile.h"
+#include "board/BoardJson.h"
+#include "support/SharedFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <fstream>
+
+namespace quillon::board {
+namespace {
+
+tools::KeyChord Chord(const char* text) {
+  tools::KeyChord chord;
+  std::string error;
+  EXPECT_TRUE(tools::ParseKeyChord(text, chord, error)) << error;
+  return chord;
+}
+
+// A board of two pages, with a hotkey on the first sound and stop-everything on Ctrl+Alt+0.
+struct TwoPages : ::testing::Test {
+  void SetUp() override {
+    ASSERT_FALSE(board.AddPage("Memes"));
+    ids = board.AddSounds(0, {"C:\\sounds\\Air horn.wav", "D:/x/drum roll.final.mp3", "noextension"});
+    ASSERT_FALSE(board.SetHotkey(ids[0], Chord("Ctrl+Alt+1")));
+    Settings s;
+    s.stopAllHotkey = Chord("Ctrl+Alt+0");
+    ASSERT_FALSE(board.SetSettings(s));
+    board.SetListener([this](const Change& c) { changes.push_back(c); });
+  }
+  Board board;
+  std::vector<uint32_t> ids;
+  std::vector<Change> changes;
+};
+
+TEST_F(TwoPages, SoundsAreNamedAfterTheirFiles) {
+  EXPECT_EQ("Air horn", board.Find(ids[0])->name);
+  EXPECT_EQ("drum roll.final", board.Find(ids[1])->name);
+  EXPECT_EQ("noextension", board.Find(ids[2])->name);
+}
+
+// Each edit that breaks a rule is refused with a reason and changes nothing.
+TEST_F(TwoPages, EditsThatBreakARuleChangeNothing) {
+  const std::string before = ToJson(board);
+  const struct {
+    const char* name;
+    std::function<Refusal(Board&)> edit;
+    const char* reason;
+  } cases[] = {
+      {"empty page name", [](Board& b) { return b.AddPage("  "); }, "cannot be empty"},
+      {"page name taken", [](Board& b) { return b.AddPage("memes"); }, "there is a page \"Memes\" already"},
+      {"rename onto another page", [](Board& b) { return b.RenamePage(0, "MEMES"); }, "already"},
+      {"last page", [](Board& b) { b.RemovePage(1); return b.RemovePage(0); }, "at least one page"},
+      {"hotkey of another sound", [&](Board& b) { return b.SetHotkey(ids[1], Chord("Ctrl+Alt+1")); },
+       "Ctrl+Alt+1 already plays \u201CAir horn\u201D"},
+      {"stop-everything hotkey", [&](Board& b) { return b.SetHotkey(ids[1], Chord("ctrl+alt+0")); },
+       "Ctrl+Alt+0 already stops everything"},
+      {"stop-everything on a sound's", [](Board& b) {
+         Settings s = b.GetSettings();
+         s.stopAllHotkey = Chord("Alt+Ctrl+1");
+         return b.SetSettings(s);
+       }, "stop everything: Ctrl+Alt+1 already plays"},
+      {"too loud", [&](Board& b) { return b.SetVolume(ids[0], 12.5); }, "from -60 to +12 dB"},
+      {"too quiet", [&](Board& b) { return b.SetVolume(ids[0], -61); }, "from -60 to +12 dB"},
+      {"empty sound name", [&](Board& b) { return b.RenameSound(ids[0], ""); }, "cannot be empty"},
+      {"no such sound", [](Board& b) { return b.RemoveSound(999); }, "no such sound"},
+      {"no such page", [&](Board& b) { return b.MoveSound(ids[0], 2, 0); }, "no such page"},
+  };
+  for (const auto& c : cases) {
+    Board copy = board;
+    copy.SetListener([](const Change&) {});
+    const Refusal refused = c.edit(copy);
+    ASSERT_TRUE(refused) << c.name;
+    EXPECT_NE(std::string::npos, refused->find(c.reason)) << c.name << ": " << *refused;
+    if (std::string(c.name) != "last page") EXPECT_EQ(before, ToJson(copy)) << c.name;
+  }
+  EXPECT_TRUE(changes.empty());
+}
+
+TEST_F(TwoPages, EachEditTellsTheListenerOnce) {
+  EXPECT_FALSE(board.SetHotkey(ids[1], Chord("Ctrl+Alt+2")));
+  EXPECT_FALSE(board.SetHotkey(ids[0], std::nullopt));  // frees Ctrl+Alt+1...
+  EXPECT_FALSE(board.SetHotkey(ids[2], Chord("Ctrl+Alt+1")));  // ...for another sound
+  EXPECT_FALSE(board.SetVolume(ids[2], -6));
+  EXPECT_FALSE(board.RenameSound(ids[2], "Boo"));
+  EXPECT_FALSE(board.MoveSound(ids[2], 1, 5));
+  EXPECT_FALSE(board.RenamePage(1, "Other"));
+  EXPECT_FALSE(board.RemoveSound(ids[1]));
+  ASSERT_EQ(8u, changes.size());
+  EXPECT_EQ(Change::Kind::Sound, changes[0].kind);
+  EXPECT_EQ(ids[1], changes[0].sound);
+  EXPECT_EQ(Change::Kind::Sounds, changes[5].kind);
+  EXPECT_EQ(Change::Kind::Pages, changes[6].kind);
+  EXPECT_EQ("\u201CBoo\u201D", board.UserOf(Chord("Ctrl+Alt+1")));
+  EXPECT_EQ(1, board.PageOf(ids[2]));
+  EXPECT_EQ(1u, board.Pages()[0].sounds.size());
+  EXPECT_EQ(-6.0, board.Find(ids[2])->volumeDb);
+}
+
+TEST_F(TwoPages, MoveKeepsTheOrderOfTheOthers) {
+  ASSERT_FALSE(board.MoveSound(ids[2], 0, 0));
+  ASSERT_FALSE(board.MoveSound(ids[0], 0, 1));
+  const auto& sounds = board.Pages()[0].sounds;
+  ASSERT_EQ(3u, sounds.size());
+  EXPECT_EQ(ids[2], sounds[0].id);
+  EXPECT_EQ(ids[0], sounds[1].id);
+  EXPECT_EQ(ids[1], sounds[2].id);
+}
+
+TEST_F(TwoPages, TextRoundTripsAndKeepsEverySetting) {
+  Settings s = board.GetSettings();
+  s.microphone = "{0.0.1.00000000}.{mic}";
+  s.overlap = false;
+  s.pressAgain = PressAgain::Stop;
+  s.monitor = true;
+  s.monitorDevice = "Speakers";
+  s.monitorVolumeDb = -12.5;
+  s.pushToTalkKey = Chord("V");
+  s.pushToTalkTailMs = 450;
+  s.keepInTray = false;
+  ASSERT_FALSE(board.SetSettings(s));
+  ASSERT_FALSE(board.RenameSound(ids[1], "Ünïcødé ☺"));
+  const std::string text = ToJson(board);
+  std::string error;
+  const std::optional<Board> read = FromJson(text, error);
+  ASSERT_TRUE(read) << error;
+  EXPECT_EQ(text, ToJson(*read));
+  EXPECT_NE(std::string::npos, text.find("\"hotkey\": \"Ctrl+Alt+1\"")) << text;
+}
+
+// Files that are not a board: each is refused with a line that says where.
+TEST(BoardText, DamagedTextIsRefusedWithItsReason) {
+  const struct {
+    const char* text;
+    const char* reason;
+  } cases[] = {
+      {"", "parse error"},
+      {"{\"pages\": [ {\"name\": \"A\", \"sounds\": [ ] } ", "parse error"},
+      {"[1, 2]", "not a JSON object"},
+      {"{}", "'pages' not found"},
+      {"{\"version\": 2, \"pages\": []}", "version 2 is newer"},
+      {"{\"pages\": [ {\"name\": 5} ]}", "must be string"},
+      {"{\"pages\": [ {\"name\": \"\"} ]}", "cannot be empty"},
+      {"{\"pages\": [ {\"name\": \"A\"}, {\"name\": \"a\"} ]}", "already"},
+      {"{\"pages\": [ {\"name\": \"A\", \"sounds\": [ {\"name\": \"x\"} ]} ]}", "'file' not found"},
+      {"{\"pages\": [ {\"name\": \"A\", \"sounds\": [ {\"file\": \"a.wav\", \"hotkey\": \"Ctrl+Nope\"} ]} ]}",
+       "hotkey: \"Ctrl+Nope\" is not a key"},
+      {"{\"pages\": [ {\"name\": \"A\", \"sounds\": [ {\"file\": \"a.wav\", \"hotkey\": \"F5\"},"
+       " {\"file\": \"b.wav\", \"hotkey\": \"f5\"} ]} ]}",
+       "F5 already plays"},
+      {"{\"pages\": [ {\"name\": \"A\", \"sounds\": [ {\"file\": \"a.wav\", \"volumeDb\": 40} ]} ]}", "+12 dB"},
+      {"{\"pages\": [], \"settings\": {\"pressAgain\": \"pause\"}}", "\"restart\" or \"stop\""},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    EXPECT_FALSE(FromJson(c.text, error)) << c.text;
+    EXPECT_NE(std::string::npos, error.find(c.reason)) << c.text << "\n -> " << error;
+    EXPECT_EQ(std::string::npos, error.find("[json.exception")) << error;
+  }
+}
+
+TEST(BoardText, MissingMembersTakeTheirDefaults) {
+  std::string error;
+  const std::optional<Board> read = FromJson("{\"pages\": [ {\"name\": \"A\", \"sounds\": "
+                                             "[ {\"file\": \"C:\\\\a\\\\Bell.ogg\"} ]} ], \"future\": 1}",
+                                             error);
+  ASSERT_TRUE(read) << error;
+  const Sound& sound = read->Pages()[0].sounds[0];
+  EXPECT_EQ("Bell", sound.name);
+  EXPECT_FALSE(sound.hotkey);
+  EXPECT_EQ(0.0, sound.volumeDb);
+  EXPECT_TRUE(read->GetSettings().overlap);
+  EXPECT_EQ(300u, read->GetSettings().pushToTalkTailMs);
+}
+
+// ---- The file on disk ----------------------------------------------------------------
+class BoardOnDisk : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    wchar_t temp[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    folder_ = std::wstring(temp) + L"quillon-board-test-" + std::to_wstring(GetCurrentProcessId());
+    path_ = folder_ + L"\\sub\\board.json";
+  }
+  void TearDown() override {
+    WIN32_FIND_DATAW found;
+    const std::wstring sub = folder_ + L"\\sub\\";
+    HANDLE find = FindFirstFileW((sub + L"*").c_str(), &found);
+    if (find != INVALID_HANDLE_VALUE) {
+      do DeleteFileW((sub + found.cFileName).c_str());
+      while (FindNextFileW(find, &found));
+      FindClose(find);
+    }
+    RemoveDirectoryW(sub.c_str());
+    RemoveDirectoryW(folder_.c_str());
+  }
+  void Write(const std::string& text) {
+    CreateDirectoryW(folder_.c_str(), nullptr);
+    CreateDirectoryW((folder_ + L"\\sub").c_str(), nullptr);
+    std::ofstream(path_, std::ios::binary) << text;
+  }
+  std::wstring folder_, path_;
+};
+
+TEST_F(BoardOnDisk, SavedInAFolderMadeForItAndReadBack) {
+  EXPECT_EQ(LoadedBoard::State::New, LoadBoard(path_).state);
+  Board board;
+  board.AddSounds(0, {"a.wav"});
+  std::string error;
+  ASSERT_TRUE(SaveBoard(board, path_, error)) << error;
+  EXPECT_EQ(ToJson(board), test::ReadText(path_));
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((path_ + L".saving").c_str()));
+  const LoadedBoard loaded = LoadBoard(path_);
+  EXPECT_EQ(LoadedBoard::State::Read, loaded.state);
+  EXPECT_EQ(ToJson(board), ToJson(loaded.board));
+}
+
+TEST_F(BoardOnDisk, DamagedFileIsKeptAsideByteForByte) {
+  const std::string damaged = "{\"pages\": [ {\"name\": \"Mine\", \"sounds\": [";
+  Write(damaged);
+  const LoadedBoard loaded = LoadBoard(path_);
+  ASSERT_EQ(LoadedBoard::State::Damaged, loaded.state) << loaded.problem;
+  EXPECT_NE(std::string::npos, loaded.problem.find("is not a board that can be read (parse error")) << loaded.problem;
+  EXPECT_EQ(0u, loaded.keptAs.rfind(path_ + L".damaged-", 0));
+  EXPECT_EQ(damaged, test::ReadText(loaded.keptAs));
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(path_.c_str()));
+  EXPECT_EQ(1u, loaded.board.Pages().size());
+  // Damaged again within the same second: the first one kept is not written over.
+  Write("no board");
+  const LoadedBoard again = LoadBoard(path_);
+  ASSERT_EQ(LoadedBoard::State::Damaged, again.state);
+  EXPECT_NE(loaded.keptAs, again.keptAs);
+  EXPECT_EQ(damaged, test::ReadText(loaded.keptAs));
+}
+
+TEST_F(BoardOnDisk, UnreadableFileIsNeitherMovedNorWrittenOver) {
+  Write("{\"pages\": []}");
+  HANDLE held = CreateFileW(path_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(INVALID_HANDLE_VALUE, held);
+  const LoadedBoard loaded = LoadBoard(path_);
+  CloseHandle(held);
+  EXPECT_EQ(LoadedBoard::State::Locked, loaded.state);
+  EXPECT_NE(std::string::npos, loaded.problem.find("cannot read")) << loaded.problem;
+  EXPECT_EQ("{\"pages\": []}", test::ReadText(path_));
+}
+
+}  // namespace
+}  // namespace quillon::board

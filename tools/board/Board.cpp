@@ -1,0 +1,221 @@
+#include "board/Board.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace quillon::board {
+namespace {
+
+bool Blank(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return std::isspace(static_cast<unsigned char>(c)); });
+}
+
+bool SameName(const std::string& a, const std::string& b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+Refusal CheckVolume(double volumeDb) {
+  if (volumeDb >= kMinVolumeDb && volumeDb <= kMaxVolumeDb) return std::nullopt;
+  return "a volume is from " + std::to_string(static_cast<int>(kMinVolumeDb)) + " to +" +
+         std::to_string(static_cast<int>(kMaxVolumeDb)) + " dB";
+}
+
+}  // namespace
+
+Board::Board() { pages_.push_back(Page{"Sounds", {}}); }
+
+std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std::string& error) {
+  Board board;
+  board.pages_.clear();
+  // Each page and sound goes through the same checks as an edit would.
+  for (Page& page : pages) {
+    if (Refusal refused = board.CheckPageName(page.name, std::nullopt)) {
+      error = *refused;
+      return std::nullopt;
+    }
+    board.pages_.push_back(Page{page.name, {}});
+    for (Sound& sound : page.sounds) {
+      Refusal refused = Blank(sound.name) ? Refusal("a sound's name is empty") : std::nullopt;
+      if (!refused) refused = CheckVolume(sound.volumeDb);
+      if (!refused) refused = board.CheckHotkey(sound.hotkey, 0xFFFFFFFF);
+      if (refused) {
+        error = "\"" + sound.name + "\": " + *refused;
+        return std::nullopt;
+      }
+      sound.id = board.nextId_++;
+      board.pages_.back().sounds.push_back(std::move(sound));
+    }
+  }
+  if (board.pages_.empty()) board.pages_.push_back(Page{"Sounds", {}});
+  if (Refusal refused = board.SetSettings(settings)) {
+    error = *refused;
+    return std::nullopt;
+  }
+  return board;
+}
+
+const Sound* Board::Find(uint32_t id) const {
+  for (const Page& page : pages_) {
+    for (const Sound& sound : page.sounds) {
+      if (sound.id == id) return &sound;
+    }
+  }
+  return nullptr;
+}
+
+Sound* Board::FindMutable(uint32_t id) { return const_cast<Sound*>(Find(id)); }
+
+int Board::PageOf(uint32_t id) const {
+  for (size_t p = 0; p < pages_.size(); ++p) {
+    for (const Sound& sound : pages_[p].sounds) {
+      if (sound.id == id) return static_cast<int>(p);
+    }
+  }
+  return -1;
+}
+
+std::string Board::UserOf(const tools::KeyChord& chord) const {
+  if (settings_.stopAllHotkey == chord) return "stop everything";
+  for (const Page& page : pages_) {
+    for (const Sound& sound : page.sounds) {
+      if (sound.hotkey == chord) return "\u201C" + sound.name + "\u201D";
+    }
+  }
+  return "";
+}
+
+Refusal Board::CheckPageName(const std::string& name, std::optional<size_t> except) const {
+  if (Blank(name)) return "a page's name cannot be empty";
+  for (size_t p = 0; p < pages_.size(); ++p) {
+    if (p != except && SameName(pages_[p].name, name)) return "there is a page \"" + pages_[p].name + "\" already";
+  }
+  return std::nullopt;
+}
+
+Refusal Board::CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id) const {
+  if (!chord) return std::nullopt;
+  if (chord->key == 0) return "a hotkey needs a key";
+  if (id != 0 && settings_.stopAllHotkey == chord) return chord->Text() + " already stops everything";
+  for (const Page& page : pages_) {
+    for (const Sound& sound : page.sounds) {
+      if (sound.id != id && sound.hotkey == chord) {
+        return chord->Text() + " already plays \u201C" + sound.name + "\u201D";
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+void Board::Changed(Change change) const {
+  if (listener_) listener_(change);
+}
+
+Refusal Board::AddPage(const std::string& name) {
+  if (Refusal refused = CheckPageName(name, std::nullopt)) return refused;
+  pages_.push_back(Page{name, {}});
+  Changed({Change::Kind::Pages});
+  return std::nullopt;
+}
+
+Refusal Board::RenamePage(size_t page, const std::string& name) {
+  if (page >= pages_.size()) return "no such page";
+  if (Refusal refused = CheckPageName(name, page)) return refused;
+  pages_[page].name = name;
+  Changed({Change::Kind::Pages});
+  return std::nullopt;
+}
+
+Refusal Board::RemovePage(size_t page) {
+  if (page >= pages_.size()) return "no such page";
+  if (pages_.size() == 1) return "the board keeps at least one page";
+  pages_.erase(pages_.begin() + static_cast<std::ptrdiff_t>(page));
+  Changed({Change::Kind::Pages});
+  return std::nullopt;
+}
+
+std::vector<uint32_t> Board::AddSounds(size_t page, const std::vector<std::string>& files) {
+  std::vector<uint32_t> ids;
+  if (page >= pages_.size() || files.empty()) return ids;
+  for (const std::string& file : files) {
+    Sound sound;
+    sound.id = nextId_++;
+    sound.file = file;
+    sound.name = NameFromFile(file);
+    ids.push_back(sound.id);
+    pages_[page].sounds.push_back(std::move(sound));
+  }
+  Changed({Change::Kind::Sounds});
+  return ids;
+}
+
+Refusal Board::RenameSound(uint32_t id, const std::string& name) {
+  Sound* sound = FindMutable(id);
+  if (!sound) return "no such sound";
+  if (Blank(name)) return "a sound's name cannot be empty";
+  sound->name = name;
+  Changed({Change::Kind::Sound, id});
+  return std::nullopt;
+}
+
+Refusal Board::SetHotkey(uint32_t id, const std::optional<tools::KeyChord>& hotkey) {
+  Sound* sound = FindMutable(id);
+  if (!sound) return "no such sound";
+  if (Refusal refused = CheckHotkey(hotkey, id)) return refused;
+  sound->hotkey = hotkey;
+  Changed({Change::Kind::Sound, id});
+  return std::nullopt;
+}
+
+Refusal Board::SetVolume(uint32_t id, double volumeDb) {
+  Sound* sound = FindMutable(id);
+  if (!sound) return "no such sound";
+  if (Refusal refused = CheckVolume(volumeDb)) return refused;
+  sound->volumeDb = volumeDb;
+  Changed({Change::Kind::Sound, id});
+  return std::nullopt;
+}
+
+Refusal Board::RemoveSound(uint32_t id) {
+  const int page = PageOf(id);
+  if (page < 0) return "no such sound";
+  auto& sounds = pages_[static_cast<size_t>(page)].sounds;
+  sounds.erase(std::find_if(sounds.begin(), sounds.end(), [id](const Sound& s) { return s.id == id; }));
+  Changed({Change::Kind::Sounds});
+  return std::nullopt;
+}
+
+Refusal Board::MoveSound(uint32_t id, size_t page, size_t index) {
+  const int from = PageOf(id);
+  if (from < 0) return "no such sound";
+  if (page >= pages_.size()) return "no such page";
+  auto& source = pages_[static_cast<size_t>(from)].sounds;
+  const auto at = std::find_if(source.begin(), source.end(), [id](const Sound& s) { return s.id == id; });
+  Sound sound = std::move(*at);
+  source.erase(at);
+  auto& target = pages_[page].sounds;
+  target.insert(target.begin() + static_cast<std::ptrdiff_t>(std::min(index, target.size())), std::move(sound));
+  Changed({Change::Kind::Sounds});
+  return std::nullopt;
+}
+
+Refusal Board::SetSettings(const Settings& settings) {
+  if (Refusal refused = CheckHotkey(settings.stopAllHotkey, 0)) return "stop everything: " + *refused;
+  if (settings.pushToTalkKey && settings.pushToTalkKey->key == 0) return "push-to-talk needs a key";
+  if (Refusal refused = CheckVolume(settings.monitorVolumeDb)) return "hear what you play: " + *refused;
+  if (settings.pushToTalkTailMs > 10000) return "the push-to-talk tail is at most 10000 ms";
+  settings_ = settings;
+  Changed({Change::Kind::Settings});
+  return std::nullopt;
+}
+
+std::string Board::NameFromFile(const std::string& file) {
+  const size_t slash = file.find_last_of("\\/");
+  std::string name = slash == std::string::npos ? file : file.substr(slash + 1);
+  const size_t dot = name.rfind('.');
+  if (dot != std::string::npos && dot > 0) name.erase(dot);
+  return name.empty() ? file : name;
+}
+
+}  // namespace quillon::board

@@ -1,0 +1,115 @@
+// The board: pages of sounds, each with a name, a file, a hotkey and a volume,
+// and the settings of how they play. Plain C++ that knows no window: the
+// window shows it and sends it edits, and hears of every change through the
+// listener. Its rules hold after every edit: a page name is never empty nor
+// taken twice, a hotkey is used once on the whole board (the stop-everything
+// hotkey included), a volume stays within its range, and there is always a
+// page. An edit that would break a rule changes nothing and says why.
+#pragma once
+
+#include "common/KeyChord.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillon::board {
+
+constexpr double kMinVolumeDb = -60.0;
+constexpr double kMaxVolumeDb = 12.0;
+
+// A sound on the board. `id` names it while the board runs (it is not saved).
+struct Sound {
+  uint32_t id = 0;
+  std::string file;  // UTF-8, as the user chose it
+  std::string name;
+  std::optional<tools::KeyChord> hotkey;
+  double volumeDb = 0.0;
+};
+
+struct Page {
+  std::string name;
+  std::vector<Sound> sounds;
+};
+
+// What pressing a sound that is already playing does.
+enum class PressAgain { Restart, Stop };
+
+struct Settings {
+  std::string microphone;  // the endpoint id; empty: the first one the effect runs on
+  bool overlap = true;     // false: a new sound stops the others
+  PressAgain pressAgain = PressAgain::Restart;
+  std::optional<tools::KeyChord> stopAllHotkey;
+  bool monitor = false;  // hear what you play
+  std::string monitorDevice;  // a playback device's id or name; empty: the default one
+  double monitorVolumeDb = -6.0;
+  std::optional<tools::KeyChord> pushToTalkKey;
+  uint32_t pushToTalkTailMs = 300;
+  bool keepInTray = true;  // closing the window keeps the board running
+};
+
+// What an edit changed, for the listener: the pages (their list or names),
+// one sound, several sounds at once, or the settings.
+struct Change {
+  enum class Kind { Pages, Sound, Sounds, Settings } kind;
+  uint32_t sound = 0;  // for Kind::Sound
+};
+
+// The result of an edit: empty when it was made, else why it was refused.
+using Refusal = std::optional<std::string>;
+
+class Board {
+ public:
+  // A board with one page, "Sounds".
+  Board();
+  // A board made of these pages and settings, if they keep the rules;
+  // otherwise nullopt and `error` names the first rule they break.
+  static std::optional<Board> From(std::vector<Page> pages, Settings settings, std::string& error);
+
+  void SetListener(std::function<void(const Change&)> listener) { listener_ = std::move(listener); }
+
+  const std::vector<Page>& Pages() const { return pages_; }
+  const Settings& GetSettings() const { return settings_; }
+  const Sound* Find(uint32_t id) const;
+  // The page that holds the sound, or -1.
+  int PageOf(uint32_t id) const;
+  // The sound or the stop-everything hotkey that uses this chord, as a text
+  // for a message ("“Airhorn”", "stop everything"), or "".
+  std::string UserOf(const tools::KeyChord& chord) const;
+
+  Refusal AddPage(const std::string& name);
+  Refusal RenamePage(size_t page, const std::string& name);
+  // Removes the page and its sounds; the last page stays.
+  Refusal RemovePage(size_t page);
+
+  // Adds a sound for each file at the end of the page, named after the file.
+  // Returns their ids.
+  std::vector<uint32_t> AddSounds(size_t page, const std::vector<std::string>& files);
+  Refusal RenameSound(uint32_t id, const std::string& name);
+  Refusal SetHotkey(uint32_t id, const std::optional<tools::KeyChord>& hotkey);
+  Refusal SetVolume(uint32_t id, double volumeDb);
+  Refusal RemoveSound(uint32_t id);
+  // Moves the sound to `index` of `page` (clamped to the page's end).
+  Refusal MoveSound(uint32_t id, size_t page, size_t index);
+
+  Refusal SetSettings(const Settings& settings);
+
+  // A sound's name made from its file: the file name without its folder and extension.
+  static std::string NameFromFile(const std::string& file);
+
+ private:
+  Sound* FindMutable(uint32_t id);
+  Refusal CheckPageName(const std::string& name, std::optional<size_t> except) const;
+  // Why the chord cannot go to the sound `id` (0: the stop-everything hotkey).
+  Refusal CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id) const;
+  void Changed(Change change) const;
+
+  std::vector<Page> pages_;
+  Settings settings_;
+  uint32_t nextId_ = 1;
+  std::function<void(const Change&)> listener_;
+};
+
+}  // namespace quillon::board

@@ -1,0 +1,111 @@
+#include "board/BoardJson.h"
+
+#include <nlohmann/json.hpp>
+
+namespace quillon::board {
+namespace {
+
+using nlohmann::json;
+
+json ChordJson(const std::optional<tools::KeyChord>& chord) { return chord ? json(chord->Text()) : json(nullptr); }
+
+// A hotkey member: absent, null or "" is none.
+std::optional<tools::KeyChord> ReadChord(const json& object, const char* member) {
+  const auto it = object.find(member);
+  if (it == object.end() || it->is_null()) return std::nullopt;
+  const std::string text = it->get<std::string>();
+  if (text.empty()) return std::nullopt;
+  tools::KeyChord chord;
+  std::string error;
+  if (!tools::ParseKeyChord(text, chord, error)) throw std::invalid_argument(std::string(member) + ": " + error);
+  return chord;
+}
+
+template <typename T>
+T Read(const json& object, const char* member, T fallback) {
+  const auto it = object.find(member);
+  return it == object.end() ? fallback : it->get<T>();
+}
+
+const char* PressAgainText(PressAgain p) { return p == PressAgain::Stop ? "stop" : "restart"; }
+
+}  // namespace
+
+std::string ToJson(const Board& board) {
+  json pages = json::array();
+  for (const Page& page : board.Pages()) {
+    json sounds = json::array();
+    for (const Sound& sound : page.sounds) {
+      sounds.push_back({{"file", sound.file},
+                        {"name", sound.name},
+                        {"hotkey", ChordJson(sound.hotkey)},
+                        {"volumeDb", sound.volumeDb}});
+    }
+    pages.push_back({{"name", page.name}, {"sounds", std::move(sounds)}});
+  }
+  const Settings& s = board.GetSettings();
+  const json settings = {
+      {"microphone", s.microphone},
+      {"overlap", s.overlap},
+      {"pressAgain", PressAgainText(s.pressAgain)},
+      {"stopAllHotkey", ChordJson(s.stopAllHotkey)},
+      {"monitor", s.monitor},
+      {"monitorDevice", s.monitorDevice},
+      {"monitorVolumeDb", s.monitorVolumeDb},
+      {"pushToTalkKey", ChordJson(s.pushToTalkKey)},
+      {"pushToTalkTailMs", s.pushToTalkTailMs},
+      {"keepInTray", s.keepInTray},
+  };
+  const json file = {{"version", kBoardFileVersion}, {"pages", std::move(pages)}, {"settings", settings}};
+  return file.dump(2) + "\n";
+}
+
+std::optional<Board> FromJson(const std::string& text, std::string& error) {
+  try {
+    const json file = json::parse(text);
+    if (!file.is_object()) throw std::invalid_argument("the file is not a JSON object");
+    const int version = Read(file, "version", kBoardFileVersion);
+    if (version > kBoardFileVersion) {
+      throw std::invalid_argument("version " + std::to_string(version) + " is newer than this board reads");
+    }
+    std::vector<Page> pages;
+    for (const json& p : file.at("pages")) {
+      Page page{p.at("name").get<std::string>(), {}};
+      for (const json& s : Read(p, "sounds", json::array())) {
+        Sound sound;
+        sound.file = s.at("file").get<std::string>();
+        sound.name = Read(s, "name", Board::NameFromFile(sound.file));
+        sound.hotkey = ReadChord(s, "hotkey");
+        sound.volumeDb = Read(s, "volumeDb", 0.0);
+        page.sounds.push_back(std::move(sound));
+      }
+      pages.push_back(std::move(page));
+    }
+    Settings settings;
+    const json s = Read(file, "settings", json::object());
+    settings.microphone = Read(s, "microphone", settings.microphone);
+    settings.overlap = Read(s, "overlap", settings.overlap);
+    const std::string pressAgain = Read(s, "pressAgain", std::string(PressAgainText(settings.pressAgain)));
+    if (pressAgain != "restart" && pressAgain != "stop") {
+      throw std::invalid_argument("pressAgain is \"restart\" or \"stop\", not \"" + pressAgain + "\"");
+    }
+    settings.pressAgain = pressAgain == "stop" ? PressAgain::Stop : PressAgain::Restart;
+    settings.stopAllHotkey = ReadChord(s, "stopAllHotkey");
+    settings.monitor = Read(s, "monitor", settings.monitor);
+    settings.monitorDevice = Read(s, "monitorDevice", settings.monitorDevice);
+    settings.monitorVolumeDb = Read(s, "monitorVolumeDb", settings.monitorVolumeDb);
+    settings.pushToTalkKey = ReadChord(s, "pushToTalkKey");
+    settings.pushToTalkTailMs = Read(s, "pushToTalkTailMs", settings.pushToTalkTailMs);
+    settings.keepInTray = Read(s, "keepInTray", settings.keepInTray);
+    return Board::From(std::move(pages), settings, error);
+  } catch (const std::exception& e) {
+    // The library's messages start with their own code ("[json.exception.parse_error.101] ").
+    error = e.what();
+    if (error.rfind("[json.exception.", 0) == 0 && error.find("] ") != std::string::npos) {
+      error.erase(0, error.find("] ") + 2);
+    }
+    return std::nullopt;
+  }
+}
+
+}  // namespace quillon::board
