@@ -8,6 +8,8 @@ build=$(cd "$1" && pwd)
 shift
 # shellcheck source=scripts/wine-session.sh
 source "$(dirname "$0")/wine-session.sh"
+# The display first: Wine's services, started with the session, then know it.
+start_display || exit 1
 start_wine_session "$build"
 
 ctest --test-dir "$build" --output-on-failure -j2 "$@"

@@ -113,6 +113,10 @@ PlayerStatus PlayerEngine::WaitIdle(HANDLE interrupt) {
   return r == WAIT_OBJECT_0 + 1 ? PlayerStatus::Ok : PlayerStatus::Interrupted;
 }
 
+PlayerStatus PlayerEngine::Failure() const {
+  return WaitForSingleObject(failed_.Get(), 0) == WAIT_OBJECT_0 ? failure_ : PlayerStatus::Ok;
+}
+
 void PlayerEngine::WaitUntil(Clock::time_point when) {
   const auto ms = std::chrono::ceil<std::chrono::milliseconds>(when - Clock::now()).count();
   if (ms <= 0) return;

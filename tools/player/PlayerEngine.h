@@ -82,6 +82,8 @@ class PlayerEngine {
   // Waits until no voice plays and the key is up, the microphone failed, or
   // `interrupt` was set. Returns Ok, Interrupted, or the failure.
   PlayerStatus WaitIdle(HANDLE interrupt);
+  // Why the microphone's thread ended (the effect went away...), or Ok while it runs.
+  PlayerStatus Failure() const;
   const PlayerClient& Microphone() const { return *mic_; }
 
  private:

@@ -1,0 +1,271 @@
+// quillon-board in a real window, driven as a person drives it: global
+// hotkeys pressed through SendInput while the board has no focus, its dialogs
+// filled in, and what reaches the microphone read from quillon-host's output.
+// The board's file is made by each test, beside the test sounds.
+#include "board/Board.h"
+#include "board/BoardFile.h"
+#include "board/BoardCommands.h"
+#include "board/BoardResources.h"
+#include "common/ToolSupport.h"
+#include "support/QuillonRun.h"
+#include "support/WindowDriver.h"
+
+#include <gtest/gtest.h>
+
+#include <commctrl.h>
+#include <dlgs.h>
+
+#include <random>
+
+namespace quillon::test {
+namespace {
+
+using board::Board;
+using board::LoadBoard;
+using board::LoadedBoard;
+using tools::Utf8;
+
+const std::wstring kMic = L"{0.0.1.00000000}.{board-window-test-mic}";
+
+tools::KeyChord Chord(const char* text) {
+  tools::KeyChord chord;
+  std::string error;
+  EXPECT_TRUE(tools::ParseKeyChord(text, chord, error)) << error;
+  return chord;
+}
+
+// A running board: its process, its main window and the parts of it the tests read.
+class BoardProcess {
+ public:
+  BoardProcess(const std::wstring& boardFile, const std::wstring& name, const std::wstring& more = L"")
+      : process_(L"quillon-board.exe", L"--board \"" + boardFile + L"\" " + more, Scratch(name + L"-board.txt")) {}
+
+  // Waits for the main window and its sound buttons.
+  bool Open() {
+    return PollUntil([&] {
+      window_ = FindTopWindow(process_.Handle(), L"QuillonBoardWindow");
+      return window_ != nullptr && IsWindowVisible(window_);
+    });
+  }
+  HWND Window() const { return window_; }
+  std::vector<std::wstring> Buttons() const {
+    const std::vector<HWND> grids = Descendants(window_, L"QuillonSoundGrid");
+    return grids.empty() ? std::vector<std::wstring>{} : TextsOf(grids.front(), L"Button");
+  }
+  bool ShowsButton(const std::wstring& text) const {
+    const auto buttons = Buttons();
+    return std::find(buttons.begin(), buttons.end(), text) != buttons.end();
+  }
+  std::wstring Status() const {
+    const auto bars = Descendants(window_, L"msctls_statusbar32");
+    return bars.empty() ? L"" : TextOf(bars.front());
+  }
+  // Quits the board as its menu does.
+  long Quit() {
+    PostMessageW(window_, WM_COMMAND, board::kExit, 0);
+    return process_.Wait(20000);
+  }
+  ChildProcess& Process() { return process_; }
+
+ private:
+  ChildProcess process_;
+  HWND window_ = nullptr;
+};
+
+// A board file of these sounds (file, hotkey) on one page, playing into kMic.
+std::wstring MakeBoardFile(const std::wstring& name, const std::vector<std::pair<std::wstring, const char*>>& sounds,
+                           const char* stopAll) {
+  Board board;
+  for (const auto& [file, hotkey] : sounds) {
+    const uint32_t id = board.AddSounds(0, {Utf8(file)}).front();
+    EXPECT_FALSE(board.SetHotkey(id, Chord(hotkey)));
+  }
+  board::Settings settings;
+  settings.microphone = Utf8(kMic);
+  settings.stopAllHotkey = Chord(stopAll);
+  settings.keepInTray = false;
+  EXPECT_FALSE(board.SetSettings(settings));
+  const std::wstring path = Scratch(name + L".json");
+  std::string error;
+  EXPECT_TRUE(board::SaveBoard(board, path, error)) << error;
+  return path;
+}
+
+// `out` from `at` on, less `sound` (as far as it goes).
+audio::Sound Without(audio::Sound out, const audio::Sound& sound, size_t at) {
+  for (size_t i = 0; i < sound.samples.size() && at * out.channels + i < out.samples.size(); ++i) {
+    out.samples[at * out.channels + i] -= sound.samples[i];
+  }
+  return out;
+}
+
+// Two sounds by their hotkeys, the second while the first plays, then the
+// stop-everything hotkey: the microphone gets the first alone, then both as
+// their sum, sample for sample, then nothing.
+TEST(BoardWindow, HotkeysPlayWhileAnotherWindowHasTheFocusAndStopEverythingSilences) {
+  const std::wstring longer = Sounds() + L"stopped.wav", shorter = Sounds() + L"stays.wav";
+  const std::wstring file =
+      MakeBoardFile(L"board-hotkeys", {{longer, "Ctrl+Alt+1"}, {shorter, "Ctrl+Alt+2"}}, "Ctrl+Alt+0");
+  ChildProcess host(L"quillon-host.exe",
+                    L"--endpoint " + kMic + L" --seconds 8 --out \"" + Scratch(L"board-hotkeys.wav") + L"\"",
+                    Scratch(L"board-hotkeys-host.txt"));
+  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; })) << ReadText(Scratch(L"board-hotkeys-host.txt"));
+  BoardProcess board(file, L"board-hotkeys");
+  ASSERT_TRUE(board.Open());
+  // A window of another program (this test's) has the focus, not the board.
+  RECT shown{};
+  GetWindowRect(board.Window(), &shown);
+  UniqueWindow other(CreateWindowExW(0, L"STATIC", L"another program", WS_OVERLAPPEDWINDOW | WS_VISIBLE,
+                                     shown.right + 20, shown.top, 300, 200, nullptr, nullptr, nullptr, nullptr));
+  SetForegroundWindow(other.Get());
+  ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == other.Get(); }));
+
+  // The person's timing: the second sound 0.6 s into the first, everything
+  // stopped 0.8 s later, well before either ends by itself.
+  PressKeys("Ctrl+Alt+1");
+  ASSERT_TRUE(PollUntil([&] { return board.ShowsButton(L"stopped (playing)"); })) << Utf8(board.Status());
+  Sleep(600);
+  PressKeys("Ctrl+Alt+2");
+  ASSERT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_TRUE(board.ShowsButton(L"stopped (playing)"));
+  Sleep(800);
+  Screenshot(board.Window(), Scratch(L"board-playing.bmp"));
+  PressKeys("Ctrl+Alt+0");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stopped") && board.ShowsButton(L"stays"); }));
+  EXPECT_EQ(0, board.Quit());
+  ASSERT_EQ(0, host.Wait(60000)) << ReadText(Scratch(L"board-hotkeys-host.txt"));
+
+  const audio::Sound out = LoadSound(Scratch(L"board-hotkeys.wav"));
+  const audio::Sound first = LoadSound(longer), second = LoadSound(shorter);
+  const size_t firstAt = FirstSound(out);
+  // Taking the first away leaves silence until the second begins...
+  const audio::Sound rest = Without(out, first, firstAt);
+  const size_t secondAt = FirstSound(rest, 1e-6f);
+  ASSERT_GT(secondAt, firstAt);
+  // ...and taking the second away too leaves silence until everything stopped.
+  const size_t stoppedAt = FirstSound(Without(rest, second, secondAt), 1e-6f);
+  ASSERT_GT(stoppedAt, secondAt + 48000 / 2) << "the sum was heard for less than half a second";
+  EXPECT_LT(stoppedAt, secondAt + second.samples.size() / second.channels) << "the second sound ended by itself";
+  for (size_t i = stoppedAt * out.channels; i < out.samples.size(); ++i) {
+    ASSERT_EQ(0.0f, out.samples[i]) << "sound after stop everything, at frame " << i / out.channels;
+  }
+}
+
+// A sound added through the "Add sounds" dialog, given a hotkey in the sound's
+// editor, and played by it; the board file on disk then holds it.
+TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlays) {
+  const std::wstring file = MakeBoardFile(L"board-dialogs", {}, "Ctrl+Alt+0");
+  ChildProcess host(L"quillon-host.exe",
+                    L"--endpoint " + kMic + L" --seconds 6 --out \"" + Scratch(L"board-dialogs.wav") + L"\"",
+                    Scratch(L"board-dialogs-host.txt"));
+  BoardProcess board(file, L"board-dialogs");
+  ASSERT_TRUE(board.Open());
+  SetForegroundWindow(board.Window());
+  PostMessageW(board.Window(), WM_COMMAND, board::kAddSounds, 0);
+  HWND dialog = nullptr;
+  ASSERT_TRUE(PollUntil([&] { return (dialog = FindWindowW(nullptr, L"Add sounds")) != nullptr; }));
+  // The file name box of the common dialog (a combo box, or an edit in older
+  // dialogs), then Open.
+  const std::wstring sound = Sounds() + L"stays.wav";
+  const int nameBox = GetDlgItem(dialog, cmb13) != nullptr ? cmb13 : edt1;
+  ASSERT_TRUE(SetDlgItemTextW(dialog, nameBox, sound.c_str()));
+  PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+  ASSERT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays"); })) << Utf8(board.Status());
+
+  // The sound's editor (F2 on its focused button): a hotkey typed into its hotkey field.
+  PostMessageW(board.Window(), WM_COMMAND, board::kEditSound, 0);
+  HWND editor = nullptr, hotkey = nullptr;
+  ASSERT_TRUE(PollUntil([&] {
+    editor = FindWindowW(nullptr, L"Edit sound");
+    return editor != nullptr && (hotkey = GetDlgItem(editor, IDC_SOUND_HOTKEY)) != nullptr && IsWindowVisible(editor);
+  }));
+  SendMessageW(hotkey, HKM_SETHOTKEY, MAKEWORD('7', HOTKEYF_CONTROL | HOTKEYF_ALT), 0);
+  PostMessageW(editor, WM_COMMAND, IDOK, 0);
+  ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
+
+  // On disk at once.
+  const LoadedBoard saved = LoadBoard(file);
+  ASSERT_EQ(LoadedBoard::State::Read, saved.state) << saved.problem;
+  ASSERT_EQ(1u, saved.board.Pages()[0].sounds.size());
+  const board::Sound& kept = saved.board.Pages()[0].sounds[0];
+  wchar_t full[MAX_PATH];
+  GetFullPathNameW(sound.c_str(), MAX_PATH, full, nullptr);
+  EXPECT_EQ(Utf8(full), kept.file);
+  ASSERT_TRUE(kept.hotkey);
+  EXPECT_EQ("Ctrl+Alt+7", kept.hotkey->Text());
+
+  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  PressKeys("Ctrl+Alt+7");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_EQ(0, board.Quit());
+  ASSERT_EQ(0, host.Wait(60000));
+  const audio::Sound out = LoadSound(Scratch(L"board-dialogs.wav")), ref = LoadSound(sound);
+  EXPECT_GT(Correlation(out, ref, FirstSound(out), 0), 0.9999);
+}
+
+// A damaged board file is kept aside and the board says so; a sound whose
+// file is gone stays on the board, marked, and plays nothing.
+TEST(BoardWindow, DamagedFileIsKeptAsideAndMissingSoundsAreMarked) {
+  const std::wstring damaged = Scratch(L"board-damaged.json");
+  DeleteFileW(damaged.c_str());
+  {
+    std::ofstream(damaged, std::ios::binary) << "{\"pages\": [ {\"name\": \"Mine\", ";
+  }
+  {
+    BoardProcess board(damaged, L"board-damaged");
+    ASSERT_TRUE(board.Open());
+    EXPECT_TRUE(PollUntil([&] { return board.Status().find(L"the board starts empty") != std::wstring::npos; }))
+        << Utf8(board.Status());
+    EXPECT_TRUE(board.Buttons().empty());
+    EXPECT_EQ(0, board.Quit());
+  }
+  // The damaged file is beside the new one, as it was.
+  WIN32_FIND_DATAW found;
+  HANDLE find = FindFirstFileW((damaged + L".damaged-*").c_str(), &found);
+  ASSERT_NE(INVALID_HANDLE_VALUE, find);
+  FindClose(find);
+  const std::wstring keptAs = damaged.substr(0, damaged.find_last_of(L'\\') + 1) + found.cFileName;
+  EXPECT_EQ("{\"pages\": [ {\"name\": \"Mine\", ", ReadText(keptAs));
+  DeleteFileW(keptAs.c_str());
+
+  const std::wstring gone = Scratch(L"board-gone.wav");
+  DeleteFileW(gone.c_str());
+  const std::wstring file = MakeBoardFile(L"board-missing", {{gone, "Ctrl+Alt+5"}}, "Ctrl+Alt+0");
+  BoardProcess board(file, L"board-missing");
+  ASSERT_TRUE(board.Open());
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"out-board-gone (file missing)"); }));
+  PressKeys("Ctrl+Alt+5");
+  EXPECT_TRUE(PollUntil([&] { return board.Status().find(L"its file is missing") != std::wstring::npos; }))
+      << Utf8(board.Status());
+  EXPECT_EQ(0, board.Quit());
+  EXPECT_EQ(LoadedBoard::State::Read, LoadBoard(file).state);
+}
+
+// The board killed at random moments while it saves: the file is always a
+// whole board, the last one saved or the one before.
+TEST(BoardWindow, KilledWhileSavingLeavesAWholeBoard) {
+  const std::wstring file = MakeBoardFile(L"board-killed", {}, "Ctrl+Alt+0");
+  std::mt19937 random(20261125);
+  std::vector<std::wstring> many;
+  for (int i = 0; i < 100; ++i) many.push_back(L"\"" + Sounds() + L"stays.wav\"");
+  std::wstring arguments;
+  for (const std::wstring& m : many) arguments += m + L" ";
+  size_t before = 0;
+  for (int round = 0; round < 12; ++round) {
+    {
+      BoardProcess board(file, L"board-killed", arguments);
+      // Killed somewhere between its start and well after its save.
+      Sleep(std::uniform_int_distribution<DWORD>(0, 1500)(random));
+      TerminateProcess(board.Process().Handle(), 9);
+      board.Process().Wait(10000);
+    }
+    const LoadedBoard loaded = LoadBoard(file);
+    ASSERT_EQ(LoadedBoard::State::Read, loaded.state) << "round " << round << ": " << loaded.problem;
+    const size_t sounds = loaded.board.Pages()[0].sounds.size();
+    EXPECT_TRUE(sounds == before || sounds == before + many.size()) << "round " << round << ": " << sounds;
+    before = sounds;
+  }
+}
+
+}  // namespace
+}  // namespace quillon::test

@@ -1,0 +1,193 @@
+#include "board/BoardPlayer.h"
+
+#include "common/ComApartment.h"
+#include "common/ToolSupport.h"
+#include "player/MonitorOutput.h"
+#include "player/PlaybackDevices.h"
+#include "system/Microphones.h"
+
+#include <cmath>
+
+namespace quillon::board {
+namespace {
+
+// How long a press waits for an effect that is in use but has not published
+// its format yet.
+constexpr DWORD kConnectTimeoutMs = 1000;
+
+float Gain(double db) { return static_cast<float>(std::pow(10.0, db / 20.0)); }
+
+}  // namespace
+
+BoardPlayer::BoardPlayer(std::function<void()> notify) : notify_(std::move(notify)), thread_([this] { Run(); }) {}
+
+BoardPlayer::~BoardPlayer() {
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    quit_ = true;
+  }
+  wake_.notify_one();
+  thread_.join();
+}
+
+void BoardPlayer::Configure(const Settings& settings) {
+  std::lock_guard<std::mutex> lock(lock_);
+  requests_.push_back({Request::Kind::Configure, settings, {}});
+  wake_.notify_one();
+}
+
+void BoardPlayer::Press(const Sound& sound) {
+  std::lock_guard<std::mutex> lock(lock_);
+  requests_.push_back({Request::Kind::Press, {}, sound});
+  wake_.notify_one();
+}
+
+void BoardPlayer::StopAll() {
+  std::lock_guard<std::mutex> lock(lock_);
+  requests_.push_back({Request::Kind::StopAll, {}, {}});
+  wake_.notify_one();
+}
+
+std::deque<PlayerNews> BoardPlayer::TakeNews() {
+  std::lock_guard<std::mutex> lock(lock_);
+  return std::exchange(news_, {});
+}
+
+void BoardPlayer::Tell(PlayerNews news) {
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    news_.push_back(std::move(news));
+  }
+  notify_();
+}
+
+void BoardPlayer::Run() {
+  tools::ComApartment com;  // the monitor's device is a COM object
+  while (true) {
+    Request request;
+    {
+      std::unique_lock<std::mutex> lock(lock_);
+      wake_.wait(lock, [this] { return quit_ || !requests_.empty(); });
+      if (requests_.empty()) break;  // quit, with nothing left to do
+      request = std::move(requests_.front());
+      requests_.pop_front();
+    }
+    Handle(request);
+  }
+  engine_.reset();  // what the effect holds plays out
+}
+
+void BoardPlayer::Handle(const Request& request) {
+  switch (request.kind) {
+    case Request::Kind::Configure: {
+      const Settings& s = request.settings;
+      const bool reconnect = s.microphone != settings_.microphone || s.monitor != settings_.monitor ||
+                             s.monitorDevice != settings_.monitorDevice ||
+                             s.monitorVolumeDb != settings_.monitorVolumeDb || s.pushToTalkKey != settings_.pushToTalkKey ||
+                             s.pushToTalkTailMs != settings_.pushToTalkTailMs;
+      settings_ = s;
+      // The engine takes these when it starts: the next press connects anew.
+      if (reconnect) engine_.reset();
+      break;
+    }
+    case Request::Kind::Press: DoPress(request.sound); break;
+    case Request::Kind::StopAll: StopVoices(); break;
+  }
+}
+
+bool BoardPlayer::Connect() {
+  if (engine_ && engine_->Failure() == player::PlayerStatus::Ok) return true;
+  engine_.reset();
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    soundOfVoice_.clear();
+  }
+  voiceOfSound_.clear();
+  system::Microphone mic;
+  std::string error;
+  if (!system::Choose(system::RunningMicrophones(), tools::Wide(settings_.microphone), mic, error)) {
+    Tell({PlayerNews::Kind::Status, 0, 0, 0, error});
+    return false;
+  }
+  auto client = std::make_unique<player::PlayerClient>();
+  const player::PlayerStatus connected = client->Connect(mic.endpointId, kConnectTimeoutMs);
+  if (connected != player::PlayerStatus::Ok) {
+    Tell({PlayerNews::Kind::Status, 0, 0, 0, system::Describe(mic) + ": " + client->Explain(connected)});
+    return false;
+  }
+  player::EngineOptions options;
+  if (settings_.pushToTalkKey) {
+    options.pushToTalk = true;
+    options.pttKey = *settings_.pushToTalkKey;
+    options.pttTailMs = settings_.pushToTalkTailMs;
+  }
+  const std::string format = system::DescribeFormat(client->Format());
+  engine_ = std::make_unique<player::PlayerEngine>(std::move(client), options,
+                                                   [this](const player::EngineEvent& e) { OnEngineEvent(e); });
+  std::string status = "playing into " + tools::Utf8(mic.name.empty() ? mic.endpointId : mic.name) + " (" + format + ")";
+  if (settings_.monitor) {
+    player::PlaybackDevice device;
+    std::unique_ptr<player::MonitorOutput> monitor;
+    if (player::ChoosePlaybackDevice(tools::Wide(settings_.monitorDevice), device, error)) {
+      monitor = player::MonitorOutput::Open(device, Gain(settings_.monitorVolumeDb), [this](const std::string& line) {
+        Tell({PlayerNews::Kind::Status, 0, 0, 0, line});
+      }, error);
+    }
+    if (monitor) {
+      engine_->AddMonitor(std::move(monitor));
+    } else {
+      status += "; hear what you play: " + error;
+    }
+  }
+  Tell({PlayerNews::Kind::Status, 0, 0, 0, status});
+  return true;
+}
+
+void BoardPlayer::DoPress(const Sound& sound) {
+  if (!Connect()) {
+    Tell({PlayerNews::Kind::Failed, sound.id, 0, 0, "no microphone to play into"});
+    return;
+  }
+  const auto playing = voiceOfSound_.find(sound.id);
+  if (playing != voiceOfSound_.end() && engine_->Playing(playing->second)) {
+    engine_->Stop(playing->second);
+    Tell({PlayerNews::Kind::Ended, sound.id, 0, 0, ""});
+    if (settings_.pressAgain == PressAgain::Stop) return;
+  } else if (!settings_.overlap) {
+    StopVoices();
+  }
+  std::lock_guard<std::mutex> lock(lock_);  // the engine's thread looks the voice up
+  const int voice = engine_->Start({{tools::Wide(sound.file)}, 1, Gain(sound.volumeDb)});
+  voiceOfSound_[sound.id] = voice;
+  soundOfVoice_[voice] = sound.id;
+}
+
+void BoardPlayer::StopVoices() {
+  if (!engine_) return;
+  // A stopped voice ends without an event of the engine's.
+  std::vector<uint32_t> stopped;
+  for (const auto& [sound, voice] : voiceOfSound_) {
+    if (engine_->Playing(voice)) stopped.push_back(sound);
+  }
+  engine_->StopAll();
+  for (uint32_t sound : stopped) Tell({PlayerNews::Kind::Ended, sound, 0, 0, ""});
+}
+
+void BoardPlayer::OnEngineEvent(const player::EngineEvent& e) {
+  uint32_t sound = 0;
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    const auto found = soundOfVoice_.find(e.voice);
+    if (found == soundOfVoice_.end()) return;
+    sound = found->second;
+  }
+  switch (e.event) {
+    case player::VoiceEvent::FileStarted: Tell({PlayerNews::Kind::Started, sound, 0, e.totalSeconds, ""}); break;
+    case player::VoiceEvent::Progress: Tell({PlayerNews::Kind::Progress, sound, e.seconds, e.totalSeconds, ""}); break;
+    case player::VoiceEvent::Ended: Tell({PlayerNews::Kind::Ended, sound, e.seconds, e.totalSeconds, ""}); break;
+    case player::VoiceEvent::Failed: Tell({PlayerNews::Kind::Failed, sound, e.seconds, 0, e.error}); break;
+    default: break;
+  }
+}
+
+}  // namespace quillon::board

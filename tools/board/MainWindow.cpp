@@ -1,0 +1,582 @@
+#include "board/MainWindow.h"
+
+#include "board/BoardCommands.h"
+#include "board/BoardResources.h"
+#include "board/PageNameDialog.h"
+#include "board/SettingsDialog.h"
+#include "board/SingleInstance.h"
+#include "board/SoundDialog.h"
+#include "board/SoundFolder.h"
+#include "common/ToolSupport.h"
+
+#include <commctrl.h>
+#include <commdlg.h>
+#include <shellapi.h>
+#include <windowsx.h>
+
+#include <algorithm>
+
+namespace quillon::board {
+namespace {
+
+constexpr UINT kNewsMessage = WM_APP + 1;  // the player has news
+constexpr UINT kTrayMessage = WM_APP + 2;  // the notification area's icon
+constexpr int kMicListId = 10, kAttachButtonId = kAttach, kTabsId = 11, kStatusId = 12;
+
+using tools::Utf8;
+using tools::Wide;
+
+bool FileExists(const std::string& file) {
+  return GetFileAttributesW(Wide(file).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+HICON LoadBoardIcon(int size) {
+  return static_cast<HICON>(
+      LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_BOARD), IMAGE_ICON, size, size, LR_SHARED));
+}
+
+}  // namespace
+
+MainWindow::MainWindow(LoadedBoard loaded, std::wstring path)
+    : board_(std::move(loaded.board)),
+      path_(std::move(path)),
+      saveBlocked_(loaded.state == LoadedBoard::State::Locked) {
+  if (loaded.state == LoadedBoard::State::Damaged) {
+    startProblem_ = Wide(loaded.problem) + L". It is kept as " + loaded.keptAs + L"; the board starts empty.";
+  } else if (loaded.state == LoadedBoard::State::Locked) {
+    startProblem_ = Wide(loaded.problem) + L". The board starts empty and saves nothing over it.";
+  }
+}
+
+bool MainWindow::Create(int show) {
+  iconLarge_ = LoadBoardIcon(GetSystemMetrics(SM_CXICON));
+  iconSmall_ = LoadBoardIcon(GetSystemMetrics(SM_CXSMICON));
+  Register(kMainWindowClass, iconLarge_);
+  const HWND hwnd = CreateWindowExW(WS_EX_CONTROLPARENT | WS_EX_ACCEPTFILES, kMainWindowClass, L"Quillon Board",
+                                    WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN, CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT,
+                                    CW_USEDEFAULT, nullptr, MakeMenuBar(), GetModuleHandleW(nullptr), this);
+  if (!hwnd) return false;
+  // The first size comes from the font at the window's DPI: five columns of sounds.
+  const int width = font_.CharWidth() * 18 * 5 + font_.Scale(90);
+  const int height = font_.LineHeight() * 30;
+  SetWindowPos(hwnd, nullptr, 0, 0, width, height, SWP_NOMOVE | SWP_NOZORDER);
+  ShowWindow(hwnd, show);
+  return true;
+}
+
+LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
+  HWND hwnd = hwnd_;
+  if (tray_) tray_->OnMessage(message);
+  switch (message) {
+    HANDLE_MSG(hwnd, WM_CREATE, OnCreate);
+    HANDLE_MSG(hwnd, WM_SIZE, OnSize);
+    HANDLE_MSG(hwnd, WM_COMMAND, OnCommand);
+    HANDLE_MSG(hwnd, WM_HOTKEY, OnHotKey);
+    HANDLE_MSG(hwnd, WM_DROPFILES, OnDropFiles);
+    HANDLE_MSG(hwnd, WM_INITMENUPOPUP, OnInitMenuPopup);
+    HANDLE_MSG(hwnd, WM_CLOSE, OnClose);
+    HANDLE_MSG(hwnd, WM_DESTROY, OnDestroy);
+    case WM_COPYDATA: return OnCopyData(hwnd, reinterpret_cast<HWND>(wParam), reinterpret_cast<PCOPYDATASTRUCT>(lParam));
+    case WM_NOTIFY: return OnNotify(*reinterpret_cast<const NMHDR*>(lParam));
+    case WM_CONTEXTMENU:
+      OnContextMenu(reinterpret_cast<HWND>(wParam), GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+      return 0;
+    case WM_DPICHANGED: OnDpiChanged(HIWORD(wParam), *reinterpret_cast<const RECT*>(lParam)); return 0;
+    case WM_ACTIVATE:
+      if (LOWORD(wParam) != WA_INACTIVE) ShowMicrophones();  // a recorder may have started meanwhile
+      break;
+    case kNewsMessage: OnPlayerNews(); return 0;
+    case kTrayMessage: OnTray(LOWORD(lParam)); return 0;
+    default: break;
+  }
+  return DefWindowProcW(hwnd, message, wParam, lParam);
+}
+
+BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
+  font_.Make(GetDpiForWindow(hwnd));
+  const HINSTANCE instance = GetModuleHandleW(nullptr);
+  micLabel_ = CreateWindowExW(0, WC_STATICW, L"&Microphone:", WS_CHILD | WS_VISIBLE | SS_CENTERIMAGE, 0, 0, 0, 0,
+                              hwnd, nullptr, instance, nullptr);
+  micList_ = CreateWindowExW(0, WC_COMBOBOXW, L"", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_VSCROLL | CBS_DROPDOWNLIST,
+                             0, 0, 0, 0, hwnd, reinterpret_cast<HMENU>(kMicListId), instance, nullptr);
+  attachButton_ = CreateWindowExW(0, WC_BUTTONW, L"&Attach\u2026", WS_CHILD | WS_TABSTOP | BS_PUSHBUTTON, 0, 0, 0, 0,
+                                  hwnd, reinterpret_cast<HMENU>(kAttachButtonId), instance, nullptr);
+  Button_SetElevationRequiredState(attachButton_, TRUE);
+  tabs_ = CreateWindowExW(0, WC_TABCONTROLW, L"Pages", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_CLIPSIBLINGS, 0, 0, 0,
+                          0, hwnd, reinterpret_cast<HMENU>(kTabsId), instance, nullptr);
+  grid_.Create(hwnd, font_);
+  SetWindowPos(grid_.Hwnd(), HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE);
+  status_ = CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE | SBARS_SIZEGRIP, 0, 0, 0, 0, hwnd,
+                            reinterpret_cast<HMENU>(kStatusId), instance, nullptr);
+  ApplyFont(hwnd, font_.Normal());
+  accelerators_ = MakeAccelerators();
+  hotkeys_ = std::make_unique<GlobalHotkeys>(hwnd);
+  tray_ = std::make_unique<TrayIcon>(hwnd, kTrayMessage, iconSmall_, L"Quillon Board");
+  player_ = std::make_unique<BoardPlayer>([hwnd] { PostMessageW(hwnd, kNewsMessage, 0, 0); });
+  player_->Configure(board_.GetSettings());
+  board_.SetListener([this](const Change& change) { OnBoardChanged(change); });
+  ShowPages();
+  ShowMicrophones();
+  if (!startProblem_.empty()) SetStatus(startProblem_);
+  return TRUE;
+}
+
+void MainWindow::MakeFonts(UINT dpi) {
+  font_.Make(dpi);
+  ApplyFont(hwnd_, font_.Normal());
+  ShowSounds();
+}
+
+void MainWindow::OnDpiChanged(UINT dpi, const RECT& suggested) {
+  SetWindowPos(hwnd_, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
+               suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
+  MakeFonts(dpi);
+  Layout();
+}
+
+void MainWindow::OnSize(HWND, UINT, int, int) { Layout(); }
+
+void MainWindow::Layout() {
+  if (!status_) return;
+  SendMessageW(status_, WM_SIZE, 0, 0);
+  RECT client{}, statusRect{};
+  GetClientRect(hwnd_, &client);
+  GetWindowRect(status_, &statusRect);
+  const int margin = font_.Scale(8);
+  const int rowHeight = font_.LineHeight() + font_.Scale(10);
+  const int labelWidth = font_.CharWidth() * 12;
+  const int attachWidth = IsWindowVisible(attachButton_) ? font_.CharWidth() * 14 : 0;
+  int x = margin;
+  MoveWindow(micLabel_, x, margin, labelWidth, rowHeight, TRUE);
+  x += labelWidth;
+  const int listWidth = std::max<int>(font_.CharWidth() * 20, client.right - x - margin - attachWidth -
+                                                                   (attachWidth ? margin : 0));
+  MoveWindow(micList_, x, margin, listWidth, rowHeight * 8, TRUE);
+  MoveWindow(attachButton_, x + listWidth + margin, margin, attachWidth, rowHeight, TRUE);
+  // The tab control is the row of page tabs only; the grid lies below it, so
+  // that the two never overlap.
+  const int top = margin * 2 + rowHeight;
+  const int bottom = client.bottom - (statusRect.bottom - statusRect.top) - margin;
+  RECT header{0, 0, client.right - 2 * margin, 0};
+  TabCtrl_AdjustRect(tabs_, TRUE, &header);
+  const int tabsHeight = -header.top;
+  MoveWindow(tabs_, margin, top, client.right - 2 * margin, tabsHeight, TRUE);
+  MoveWindow(grid_.Hwnd(), margin, top + tabsHeight, client.right - 2 * margin,
+             std::max<int>(bottom - top - tabsHeight, rowHeight), TRUE);
+}
+
+void MainWindow::SetStatus(const std::wstring& text) { SetWindowTextW(status_, text.c_str()); }
+
+// ---- Showing the board ----------------------------------------------------------------
+
+void MainWindow::ShowPages() {
+  TabCtrl_DeleteAllItems(tabs_);
+  const auto& pages = board_.Pages();
+  for (size_t i = 0; i < pages.size(); ++i) {
+    std::wstring name = Wide(pages[i].name);
+    TCITEMW item{TCIF_TEXT};
+    item.pszText = name.data();
+    TabCtrl_InsertItem(tabs_, static_cast<int>(i), &item);
+  }
+  page_ = std::min(page_, pages.size() - 1);
+  TabCtrl_SetCurSel(tabs_, static_cast<int>(page_));
+  hotkeys_->Sync(board_);
+  ShowSounds();
+  Layout();
+}
+
+void MainWindow::ShowSounds() {
+  std::vector<SoundView> views;
+  for (const Sound& sound : board_.Pages()[page_].sounds) {
+    SoundView view{sound.id, Wide(sound.name), sound.hotkey ? Wide(sound.hotkey->Text()) : L"", false};
+    const auto conflict = hotkeys_->Conflicts().find(PlayCommandOf(sound.id));
+    if (!FileExists(sound.file)) {
+      view.detail = L"file missing";
+      view.problem = true;
+    } else if (conflict != hotkeys_->Conflicts().end()) {
+      view.detail = view.detail + L" taken by another program";
+      view.problem = true;
+    }
+    views.push_back(std::move(view));
+  }
+  grid_.Show(views);
+  // The status bar names the first hotkey another program holds.
+  for (const auto& [id, why] : hotkeys_->Conflicts()) {
+    const Sound* sound = IsPlayCommand(id) ? board_.Find(SoundOfCommand(id)) : nullptr;
+    const tools::KeyChord chord = sound ? *sound->hotkey : *board_.GetSettings().stopAllHotkey;
+    const std::wstring owner = sound ? L"\u201C" + Wide(sound->name) + L"\u201D" : L"stop everything";
+    SetStatus(Wide(chord.Text()) + L" (" + owner + L") does not work: another program holds it (" + Wide(why) +
+              L"). Choose another hotkey.");
+    break;
+  }
+}
+
+void MainWindow::ShowMicrophones() {
+  mics_ = ListMicChoices();
+  const std::wstring chosen = Wide(board_.GetSettings().microphone);
+  ComboBox_ResetContent(micList_);
+  int selected = -1;
+  for (size_t i = 0; i < mics_.size(); ++i) {
+    const MicChoice& mic = mics_[i];
+    const wchar_t* state = mic.state == MicChoice::State::Running    ? L""
+                           : mic.state == MicChoice::State::Attached ? L" (not recording now)"
+                                                                     : L" (not attached)";
+    ComboBox_AddString(micList_, (mic.name + state).c_str());
+    if (_wcsicmp(mic.id.c_str(), chosen.c_str()) == 0 || _wcsicmp(mic.guid.c_str(), chosen.c_str()) == 0) {
+      selected = static_cast<int>(i);
+    }
+  }
+  // With none chosen yet, the first running one.
+  if (selected < 0 && chosen.empty() && !mics_.empty() && mics_.front().state == MicChoice::State::Running) selected = 0;
+  ComboBox_SetCurSel(micList_, selected);
+  const bool needsAttach = selected >= 0 && mics_[static_cast<size_t>(selected)].state == MicChoice::State::NotAttached;
+  if (needsAttach != static_cast<bool>(IsWindowVisible(attachButton_))) {
+    ShowWindow(attachButton_, needsAttach ? SW_SHOW : SW_HIDE);
+    Layout();
+  }
+  if (selected >= 0 && mics_[static_cast<size_t>(selected)].state != MicChoice::State::Running &&
+      startProblem_.empty()) {
+    SetStatus(Explain(mics_[static_cast<size_t>(selected)]));
+  }
+}
+
+// ---- The board changed -----------------------------------------------------------------
+
+void MainWindow::OnBoardChanged(const Change& change) {
+  Save();
+  switch (change.kind) {
+    case Change::Kind::Pages: ShowPages(); break;
+    case Change::Kind::Sound:
+    case Change::Kind::Sounds:
+      hotkeys_->Sync(board_);
+      ShowSounds();
+      break;
+    case Change::Kind::Settings:
+      hotkeys_->Sync(board_);
+      player_->Configure(board_.GetSettings());
+      ShowSounds();
+      break;
+  }
+}
+
+void MainWindow::Save() {
+  if (saveBlocked_) return;
+  std::string error;
+  if (!SaveBoard(board_, path_, error)) SetStatus(L"The board was not saved: " + Wide(error));
+}
+
+// ---- Commands --------------------------------------------------------------------------
+
+bool MainWindow::CanRun(UINT id) const {
+  const bool soundFocused = board_.Find(grid_.Focused()) != nullptr;
+  switch (id) {
+    case kPlayFocused:
+    case kEditSound:
+    case kRemoveSound: return soundFocused;
+    case kMoveLeft:
+    case kMoveRight: return soundFocused && board_.Pages()[page_].sounds.size() > 1;
+    case kRemovePage: return board_.Pages().size() > 1;
+    case kAttach: return IsWindowVisible(attachButton_);
+    default: return true;
+  }
+}
+
+void MainWindow::OnInitMenuPopup(HWND, HMENU menu, UINT, BOOL) {
+  for (int i = 0; i < GetMenuItemCount(menu); ++i) {
+    const UINT id = GetMenuItemID(menu, i);
+    if (id != static_cast<UINT>(-1)) EnableMenuItem(menu, id, MF_BYCOMMAND | (CanRun(id) ? MF_ENABLED : MF_GRAYED));
+  }
+}
+
+void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
+  if (id == kMicListId) {
+    if (code == CBN_SELCHANGE) {
+      const int selected = ComboBox_GetCurSel(micList_);
+      if (selected >= 0 && static_cast<size_t>(selected) < mics_.size()) {
+        Settings settings = board_.GetSettings();
+        settings.microphone = Utf8(mics_[static_cast<size_t>(selected)].id);
+        board_.SetSettings(settings);
+        ShowMicrophones();
+      }
+    }
+    return;
+  }
+  const UINT command = static_cast<UINT>(id);
+  if (!CanRun(command)) return;
+  if (IsPlayCommand(command)) {
+    PlaySound(SoundOfCommand(command));
+    return;
+  }
+  const uint32_t focused = grid_.Focused();
+  switch (command) {
+    case kAddSounds: AddSoundsDialog(); break;
+    case kAddPage: AddPage(); break;
+    case kRenamePage: RenamePage(); break;
+    case kRemovePage: RemovePage(); break;
+    case kSettings: OpenSettings(); break;
+    case kExit: DestroyWindow(hwnd_); break;
+    case kPlayFocused: PlaySound(focused); break;
+    case kEditSound: EditSound(focused); break;
+    case kRemoveSound: RemoveSound(focused); break;
+    case kMoveLeft: MoveSound(focused, -1); break;
+    case kMoveRight: MoveSound(focused, +1); break;
+    case kStopAll:
+      player_->StopAll();
+      SetStatus(L"Stopped everything.");
+      break;
+    case kAttach: Attach(); break;
+    case kShowBoard: ShowBoard(); break;
+    case kNextPage:
+    case kPreviousPage: {
+      const size_t count = board_.Pages().size();
+      page_ = (page_ + (command == kNextPage ? 1 : count - 1)) % count;
+      TabCtrl_SetCurSel(tabs_, static_cast<int>(page_));
+      ShowSounds();
+      break;
+    }
+    default: break;
+  }
+}
+
+void MainWindow::OnHotKey(HWND, int id, UINT, UINT) {
+  // A hotkey is the command of its id, as a click would send it.
+  SendMessageW(hwnd_, WM_COMMAND, MAKEWPARAM(id, 0), 0);
+}
+
+LRESULT MainWindow::OnNotify(const NMHDR& header) {
+  if (header.hwndFrom == tabs_ && header.code == TCN_SELCHANGE) {
+    page_ = static_cast<size_t>(std::max(0, TabCtrl_GetCurSel(tabs_)));
+    ShowSounds();
+  }
+  return 0;
+}
+
+void MainWindow::PlaySound(uint32_t id) {
+  const Sound* sound = board_.Find(id);
+  if (!sound) return;
+  if (!FileExists(sound->file)) {
+    SetStatus(L"\u201C" + Wide(sound->name) + L"\u201D cannot play: its file is missing (" + Wide(sound->file) +
+              L").");
+    ShowSounds();
+    return;
+  }
+  player_->Press(*sound);
+}
+
+void MainWindow::OnPlayerNews() {
+  for (const PlayerNews& news : player_->TakeNews()) {
+    switch (news.kind) {
+      case PlayerNews::Kind::Started:
+      case PlayerNews::Kind::Progress:
+        grid_.SetProgress(news.sound, news.total > 0 ? news.seconds / news.total : 0);
+        break;
+      case PlayerNews::Kind::Ended: grid_.SetProgress(news.sound, -1); break;
+      case PlayerNews::Kind::Failed: {
+        grid_.SetProgress(news.sound, -1);
+        const Sound* sound = board_.Find(news.sound);
+        SetStatus(L"\u201C" + (sound ? Wide(sound->name) : L"") + L"\u201D did not play: " + Wide(news.text));
+        break;
+      }
+      case PlayerNews::Kind::Status: {
+        std::wstring text = Wide(news.text);
+        if (!text.empty()) text[0] = static_cast<wchar_t>(towupper(text[0]));
+        SetStatus(text + L".");
+        break;
+      }
+    }
+  }
+}
+
+void MainWindow::AddFiles(const std::vector<std::wstring>& paths) {
+  std::vector<std::string> files;
+  for (const std::wstring& file : ExpandFolders(paths)) files.push_back(Utf8(file));
+  if (files.empty()) {
+    SetStatus(L"No sound files were found there.");
+    return;
+  }
+  const std::vector<uint32_t> added = board_.AddSounds(page_, files);
+  SetStatus(L"Added " + std::to_wstring(added.size()) + (added.size() == 1 ? L" sound." : L" sounds."));
+  grid_.FocusSound(added.front());
+}
+
+void MainWindow::OnDropFiles(HWND, HDROP drop) {
+  std::vector<std::wstring> paths;
+  const UINT count = DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0);
+  for (UINT i = 0; i < count; ++i) {
+    std::wstring path(DragQueryFileW(drop, i, nullptr, 0) + 1, L'\0');
+    path.resize(DragQueryFileW(drop, i, path.data(), static_cast<UINT>(path.size())));
+    paths.push_back(std::move(path));
+  }
+  DragFinish(drop);
+  AddFiles(paths);
+}
+
+BOOL MainWindow::OnCopyData(HWND, HWND, PCOPYDATASTRUCT data) {
+  ShowBoard();
+  const std::vector<std::wstring> files = FilesOfCopyData(*data);
+  if (!files.empty()) AddFiles(files);
+  return TRUE;
+}
+
+void MainWindow::AddSoundsDialog() {
+  std::wstring buffer(64 * 1024, L'\0');
+  OPENFILENAMEW ofn{sizeof(ofn)};
+  ofn.hwndOwner = hwnd_;
+  ofn.lpstrFilter =
+      L"Sound files\0*.wav;*.flac;*.mp3;*.ogg;*.oga;*.opus;*.aif;*.aiff;*.au;*.caf;*.w64\0All files\0*.*\0";
+  ofn.lpstrFile = buffer.data();
+  ofn.nMaxFile = static_cast<DWORD>(buffer.size());
+  ofn.lpstrTitle = L"Add sounds";
+  ofn.Flags = OFN_EXPLORER | OFN_ALLOWMULTISELECT | OFN_FILEMUSTEXIST | OFN_HIDEREADONLY;
+  if (!GetOpenFileNameW(&ofn)) return;
+  // One file: its path. Several: the folder, then each name, each ended by a null.
+  std::vector<std::wstring> parts;
+  for (const wchar_t* p = buffer.c_str(); *p != L'\0'; p += wcslen(p) + 1) parts.emplace_back(p);
+  std::vector<std::wstring> files;
+  if (parts.size() == 1) {
+    files = parts;
+  } else {
+    for (size_t i = 1; i < parts.size(); ++i) files.push_back(parts[0] + L"\\" + parts[i]);
+  }
+  AddFiles(files);
+}
+
+void MainWindow::AddPage() {
+  PageNameDialog dialog(L"Add page", L"", [this](const std::string& name) { return board_.AddPage(name); });
+  if (dialog.Ask(hwnd_)) {
+    page_ = board_.Pages().size() - 1;
+    TabCtrl_SetCurSel(tabs_, static_cast<int>(page_));
+    ShowSounds();
+  }
+}
+
+void MainWindow::RenamePage() {
+  const size_t page = page_;
+  PageNameDialog dialog(L"Rename page", Wide(board_.Pages()[page].name),
+                        [this, page](const std::string& name) { return board_.RenamePage(page, name); });
+  dialog.Ask(hwnd_);
+}
+
+void MainWindow::RemovePage() {
+  const Page& page = board_.Pages()[page_];
+  if (!page.sounds.empty()) {
+    const std::wstring question = L"Remove the page \u201C" + Wide(page.name) + L"\u201D and its " +
+                                  std::to_wstring(page.sounds.size()) + L" sounds from the board?\n\n"
+                                  L"The sound files stay where they are.";
+    if (MessageBoxW(hwnd_, question.c_str(), L"Remove page", MB_OKCANCEL | MB_ICONQUESTION | MB_DEFBUTTON2) != IDOK) {
+      return;
+    }
+  }
+  board_.RemovePage(page_);
+}
+
+void MainWindow::EditSound(uint32_t id) {
+  SoundDialog dialog(board_, id);
+  dialog.Edit(hwnd_);
+  grid_.FocusSound(id);
+}
+
+void MainWindow::RemoveSound(uint32_t id) {
+  const Sound* sound = board_.Find(id);
+  if (!sound) return;
+  const std::wstring question = L"Remove \u201C" + Wide(sound->name) +
+                                L"\u201D from the board?\n\nThe sound file stays where it is.";
+  if (MessageBoxW(hwnd_, question.c_str(), L"Remove sound", MB_OKCANCEL | MB_ICONQUESTION | MB_DEFBUTTON2) == IDOK) {
+    board_.RemoveSound(id);
+  }
+}
+
+void MainWindow::MoveSound(uint32_t id, int by) {
+  const auto& sounds = board_.Pages()[page_].sounds;
+  const auto at = std::find_if(sounds.begin(), sounds.end(), [id](const Sound& s) { return s.id == id; });
+  if (at == sounds.end()) return;
+  const long index = (at - sounds.begin()) + by;
+  if (index < 0 || index >= static_cast<long>(sounds.size())) return;
+  board_.MoveSound(id, page_, static_cast<size_t>(index));
+  grid_.FocusSound(id);
+}
+
+void MainWindow::Attach() {
+  const int selected = ComboBox_GetCurSel(micList_);
+  if (selected < 0) return;
+  // quillon.exe beside this program changes HKLM, through the elevation prompt.
+  std::wstring folder(MAX_PATH, L'\0');
+  folder.resize(GetModuleFileNameW(nullptr, folder.data(), MAX_PATH));
+  folder.resize(folder.find_last_of(L'\\'));
+  const std::wstring program = folder + L"\\quillon.exe";
+  const std::wstring parameters = L"attach \"" + mics_[static_cast<size_t>(selected)].guid + L"\"";
+  SHELLEXECUTEINFOW run{sizeof(run)};
+  run.fMask = SEE_MASK_NOASYNC;
+  run.hwnd = hwnd_;
+  run.lpVerb = L"runas";
+  run.lpFile = program.c_str();
+  run.lpParameters = parameters.c_str();
+  run.nShow = SW_SHOWNORMAL;
+  if (!ShellExecuteExW(&run)) {
+    const DWORD error = GetLastError();
+    SetStatus(error == ERROR_CANCELLED ? L"Attaching was cancelled."
+                                       : L"Cannot run quillon attach: " + Wide(tools::SystemText(error)));
+    return;
+  }
+  // The list is read again when the window is active again, after the attach.
+  SetStatus(L"Attaching Quillon to the microphone\u2026");
+}
+
+void MainWindow::ShowBoard() {
+  ShowWindow(hwnd_, IsIconic(hwnd_) ? SW_RESTORE : SW_SHOW);
+  SetForegroundWindow(hwnd_);
+}
+
+void MainWindow::OpenSettings() {
+  SettingsDialog dialog(board_);
+  dialog.Edit(hwnd_);
+}
+
+void MainWindow::OnContextMenu(HWND target, int x, int y) {
+  const bool onSound = GetParent(target) == grid_.Hwnd();
+  if (!onSound) return;
+  if (x == -1 && y == -1) {  // from the keyboard: below the button
+    RECT r{};
+    GetWindowRect(target, &r);
+    x = r.left;
+    y = r.bottom;
+  }
+  SetFocus(target);
+  HMENU menu = MakeSoundMenu();
+  OnInitMenuPopup(hwnd_, menu, 0, FALSE);
+  TrackPopupMenu(menu, TPM_RIGHTBUTTON, x, y, 0, hwnd_, nullptr);
+  DestroyMenu(menu);
+}
+
+void MainWindow::OnTray(UINT event) {
+  if (event == NIN_SELECT || event == NIN_KEYSELECT || event == WM_LBUTTONDBLCLK) {
+    ShowBoard();
+  } else if (event == WM_CONTEXTMENU || event == WM_RBUTTONUP) {
+    POINT at{};
+    GetCursorPos(&at);
+    HMENU menu = MakeTrayMenu();
+    SetForegroundWindow(hwnd_);  // so that the menu closes when the user clicks elsewhere
+    TrackPopupMenu(menu, TPM_RIGHTBUTTON, at.x, at.y, 0, hwnd_, nullptr);
+    DestroyMenu(menu);
+  }
+}
+
+void MainWindow::OnClose(HWND) {
+  if (board_.GetSettings().keepInTray) {
+    ShowWindow(hwnd_, SW_HIDE);
+  } else {
+    DestroyWindow(hwnd_);
+  }
+}
+
+void MainWindow::OnDestroy(HWND) {
+  player_->StopAll();
+  player_.reset();
+  hotkeys_.reset();
+  tray_.reset();
+  if (accelerators_) DestroyAcceleratorTable(accelerators_);
+  accelerators_ = nullptr;
+  PostQuitMessage(0);
+}
+
+}  // namespace quillon::board

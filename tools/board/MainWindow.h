@@ -1,0 +1,99 @@
+// The board's main window: the microphone to play into, a tab for each page,
+// the page's grid of sounds, and a status bar that says what happens and what
+// is wrong, in words a user can act on. It shows the board and sends it the
+// user's edits; it hears of changes through the board's listener, then saves
+// the board and re-registers the hotkeys. Sounds play through the
+// BoardPlayer, whose news arrives as kNewsMessage.
+#pragma once
+
+#include "board/Board.h"
+#include "board/BoardFile.h"
+#include "board/BoardPlayer.h"
+#include "board/GlobalHotkeys.h"
+#include "board/MicrophoneChoices.h"
+#include "board/SoundGrid.h"
+#include "board/TrayIcon.h"
+#include "board/UiFont.h"
+#include "board/WindowClass.h"
+
+#include <shellapi.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quillon::board {
+
+class MainWindow : public WindowClass<MainWindow> {
+ public:
+  // The board was loaded from `path` as `loaded` says; the window keeps it.
+  MainWindow(LoadedBoard loaded, std::wstring path);
+  MainWindow(const MainWindow&) = delete;
+  MainWindow& operator=(const MainWindow&) = delete;
+
+  bool Create(int show);
+  HACCEL Accelerators() const { return accelerators_; }
+  // Adds sound files (and the sound files in folders) to the page shown.
+  void AddFiles(const std::vector<std::wstring>& paths);
+
+  LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
+
+ private:
+  // Messages.
+  BOOL OnCreate(HWND hwnd, LPCREATESTRUCT create);
+  void OnSize(HWND hwnd, UINT state, int cx, int cy);
+  void OnCommand(HWND hwnd, int id, HWND control, UINT code);
+  LRESULT OnNotify(const NMHDR& header);
+  void OnHotKey(HWND hwnd, int id, UINT modifiers, UINT key);
+  void OnDropFiles(HWND hwnd, HDROP drop);
+  BOOL OnCopyData(HWND hwnd, HWND from, PCOPYDATASTRUCT data);
+  void OnContextMenu(HWND target, int x, int y);
+  void OnInitMenuPopup(HWND hwnd, HMENU menu, UINT item, BOOL system);
+  void OnClose(HWND hwnd);
+  void OnDestroy(HWND hwnd);
+  void OnDpiChanged(UINT dpi, const RECT& suggested);
+  void OnTray(UINT event);
+  void OnPlayerNews();
+
+  // Commands.
+  void PlaySound(uint32_t id);
+  void AddSoundsDialog();
+  void AddPage();
+  void RenamePage();
+  void RemovePage();
+  void EditSound(uint32_t id);
+  void RemoveSound(uint32_t id);
+  void MoveSound(uint32_t id, int by);
+  void Attach();
+  void ShowBoard();
+  void OpenSettings();
+
+  // Whether a command can run now: the one place that decides it.
+  bool CanRun(UINT id) const;
+  void OnBoardChanged(const Change& change);
+  void Save();
+  // Shows the pages, the sounds of the page shown and their hotkeys' state.
+  void ShowPages();
+  void ShowSounds();
+  void ShowMicrophones();
+  void Layout();
+  void MakeFonts(UINT dpi);
+  void SetStatus(const std::wstring& text);
+
+  Board board_;
+  std::wstring path_;
+  bool saveBlocked_;  // the file on disk could not be read: never written over
+  std::wstring startProblem_;
+  UiFont font_;
+  SoundGrid grid_;
+  HWND micLabel_ = nullptr, micList_ = nullptr, attachButton_ = nullptr, tabs_ = nullptr, status_ = nullptr;
+  HACCEL accelerators_ = nullptr;
+  HICON iconLarge_ = nullptr, iconSmall_ = nullptr;
+  std::vector<MicChoice> mics_;
+  size_t page_ = 0;  // the page shown, where new sounds go
+  std::unique_ptr<GlobalHotkeys> hotkeys_;
+  std::unique_ptr<TrayIcon> tray_;
+  std::unique_ptr<BoardPlayer> player_;
+};
+
+}  // namespace quillon::board

@@ -1,0 +1,33 @@
+// One board per user session: a named mutex in the session's namespace. A
+// second start hands its command line to the running board's window with
+// WM_COPYDATA, brings that window forward, and ends.
+#pragma once
+
+#include "platform/UniqueResource.h"
+
+#include <string>
+#include <vector>
+
+namespace quillon::board {
+
+constexpr const wchar_t* kMainWindowClass = L"QuillonBoardWindow";
+constexpr ULONG_PTR kCopyDataFiles = 0x51424631;  // WM_COPYDATA's dwData: files to add
+
+class SingleInstance {
+ public:
+  SingleInstance();
+  // True when no other board runs in this session.
+  bool First() const { return first_; }
+  // Gives the files to the running board and shows it; false when its window
+  // could not be found.
+  static bool HandOver(const std::vector<std::wstring>& files);
+
+ private:
+  UniqueHandle mutex_;
+  bool first_ = false;
+};
+
+// The files of a WM_COPYDATA from a second start.
+std::vector<std::wstring> FilesOfCopyData(const COPYDATASTRUCT& data);
+
+}  // namespace quillon::board

@@ -1,0 +1,92 @@
+#include "board/SoundDialog.h"
+
+#include "board/BoardResources.h"
+#include "common/ToolSupport.h"
+
+#include <commctrl.h>
+
+#include <cwchar>
+
+namespace quillon::board {
+
+std::optional<tools::KeyChord> HotkeyOf(HWND control) {
+  const LRESULT value = SendMessageW(control, HKM_GETHOTKEY, 0, 0);
+  const UINT key = LOBYTE(LOWORD(value)), modifiers = HIBYTE(LOWORD(value));
+  if (key == 0) return std::nullopt;
+  tools::KeyChord chord;
+  chord.key = key;
+  chord.ctrl = modifiers & HOTKEYF_CONTROL;
+  chord.alt = modifiers & HOTKEYF_ALT;
+  chord.shift = modifiers & HOTKEYF_SHIFT;
+  return chord;
+}
+
+void ShowHotkey(HWND control, const std::optional<tools::KeyChord>& chord) {
+  WORD value = 0;
+  if (chord) {
+    const UINT modifiers = (chord->ctrl ? HOTKEYF_CONTROL : 0) | (chord->alt ? HOTKEYF_ALT : 0) |
+                           (chord->shift ? HOTKEYF_SHIFT : 0);
+    value = MAKEWORD(chord->key, modifiers);
+  }
+  SendMessageW(control, HKM_SETHOTKEY, value, 0);
+}
+
+bool SoundDialog::Edit(HWND owner) { return Run(owner, IDD_SOUND); }
+
+BOOL SoundDialog::OnInit() {
+  const Sound* sound = board_.Find(sound_);
+  if (!sound) {
+    EndDialog(hwnd_, IDCANCEL);
+    return TRUE;
+  }
+  SetDlgItemTextW(hwnd_, IDC_SOUND_NAME, tools::Wide(sound->name).c_str());
+  SetDlgItemTextW(hwnd_, IDC_SOUND_FILE, tools::Wide(sound->file).c_str());
+  ShowHotkey(GetDlgItem(hwnd_, IDC_SOUND_HOTKEY), sound->hotkey);
+  wchar_t volume[32];
+  std::swprintf(volume, 32, L"%g", sound->volumeDb);
+  SetDlgItemTextW(hwnd_, IDC_SOUND_VOLUME, volume);
+  return TRUE;
+}
+
+BOOL SoundDialog::OnCommand(int id, int code) {
+  if (id == IDC_SOUND_NO_HOTKEY && code == BN_CLICKED) {
+    ShowHotkey(GetDlgItem(hwnd_, IDC_SOUND_HOTKEY), std::nullopt);
+    return TRUE;
+  }
+  return FALSE;
+}
+
+bool SoundDialog::OnOk() {
+  const std::wstring volumeText = ItemText(IDC_SOUND_VOLUME);
+  wchar_t* end = nullptr;
+  const double volume = std::wcstod(volumeText.c_str(), &end);
+  if (volumeText.empty() || *end != L'\0') {
+    Refuse(L"The volume is a number of dB, such as -6 or 3.", IDC_SOUND_VOLUME);
+    return false;
+  }
+  // Each change is checked by the board before any is made.
+  Board trial = board_;
+  trial.SetListener({});
+  const std::optional<tools::KeyChord> hotkey = HotkeyOf(GetDlgItem(hwnd_, IDC_SOUND_HOTKEY));
+  const std::string name = tools::Utf8(ItemText(IDC_SOUND_NAME));
+  const struct {
+    Refusal refused;
+    int field;
+  } checks[] = {
+      {trial.RenameSound(sound_, name), IDC_SOUND_NAME},
+      {trial.SetHotkey(sound_, hotkey), IDC_SOUND_HOTKEY},
+      {trial.SetVolume(sound_, volume), IDC_SOUND_VOLUME},
+  };
+  for (const auto& check : checks) {
+    if (check.refused) {
+      Refuse(tools::Wide(*check.refused), check.field);
+      return false;
+    }
+  }
+  board_.RenameSound(sound_, name);
+  board_.SetHotkey(sound_, hotkey);
+  board_.SetVolume(sound_, volume);
+  return true;
+}
+
+}  // namespace quillon::board

@@ -1,0 +1,90 @@
+// quillon-board: the soundboard window. One board runs per user session; a
+// second start hands its files to it and ends.
+//   quillon-board [--board FILE] [SOUND-FILE-OR-FOLDER...]
+#include "board/BoardFile.h"
+#include "board/MainWindow.h"
+#include "board/SingleInstance.h"
+#include "common/ComApartment.h"
+
+#include <windows.h>
+#include <commctrl.h>
+#include <shellapi.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace quillon;
+
+struct Arguments {
+  std::wstring board;
+  std::vector<std::wstring> files;  // full paths: a running board has another working folder
+  std::wstring error;
+};
+
+std::wstring FullPath(const std::wstring& path) {
+  std::wstring full(MAX_PATH, L'\0');
+  DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+  if (length >= full.size()) {
+    full.resize(length);
+    length = GetFullPathNameW(path.c_str(), length, full.data(), nullptr);
+  }
+  full.resize(length);
+  return length ? full : path;
+}
+
+Arguments ReadArguments() {
+  Arguments args;
+  int count = 0;
+  LPWSTR* words = CommandLineToArgvW(GetCommandLineW(), &count);
+  for (int i = 1; i < count; ++i) {
+    const std::wstring word = words[i];
+    if (word == L"--board") {
+      if (i + 1 >= count) {
+        args.error = L"--board needs the board file's path.";
+        break;
+      }
+      args.board = FullPath(words[++i]);
+    } else if (word.rfind(L"--", 0) == 0) {
+      args.error = L"Unknown option " + word + L". Use: quillon-board [--board FILE] [SOUND-FILE-OR-FOLDER...]";
+      break;
+    } else {
+      args.files.push_back(FullPath(word));
+    }
+  }
+  LocalFree(words);
+  return args;
+}
+
+}  // namespace
+
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int show) {
+  const Arguments args = ReadArguments();
+  if (!args.error.empty()) {
+    MessageBoxW(nullptr, args.error.c_str(), L"Quillon Board", MB_OK | MB_ICONERROR);
+    return 2;
+  }
+  board::SingleInstance instance;
+  if (!instance.First()) return board::SingleInstance::HandOver(args.files) ? 0 : 1;
+
+  tools::ComApartment com(COINIT_APARTMENTTHREADED);
+  const INITCOMMONCONTROLSEX controls{sizeof(controls),
+                                      ICC_STANDARD_CLASSES | ICC_TAB_CLASSES | ICC_BAR_CLASSES | ICC_HOTKEY_CLASS};
+  InitCommonControlsEx(&controls);
+
+  const std::wstring path = args.board.empty() ? board::DefaultBoardPath() : args.board;
+  board::MainWindow window(board::LoadBoard(path), path);
+  if (!window.Create(show)) return 1;
+  if (!args.files.empty()) window.AddFiles(args.files);
+
+  MSG msg{};
+  while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
+    const HWND main = window.Hwnd();
+    if (main && window.Accelerators() && TranslateAcceleratorW(main, window.Accelerators(), &msg)) continue;
+    if (main && IsDialogMessageW(main, &msg)) continue;
+    TranslateMessage(&msg);
+    DispatchMessageW(&msg);
+  }
+  return static_cast<int>(msg.wParam);
+}
