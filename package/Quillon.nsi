@@ -1,9 +1,10 @@
-; Setup package for Quillon: installs Quillon.dll and quillon.exe into
-; Program Files (which the audio service's account can read), registers the
-; effect, offers to attach it to the default microphone, and adds an entry to
+; Setup package for Quillon: installs Quillon.dll, quillon.exe and
+; quillon-board.exe into Program Files (which the audio service's account can
+; read), registers the effect, adds the board to the Start menu of every user,
+; offers to attach the effect to the default microphone, and adds an entry to
 ; Programs and Features whose uninstaller detaches every microphone first.
 ;
-; makensis -DVERSION=1.8.0 -DARCH=x64|arm64 -DBIN=<folder with both files> -DOUTFILE=<setup.exe> Quillon.nsi
+; makensis -DVERSION=1.8.0 -DARCH=x64|arm64 -DBIN=<folder with the files> -DOUTFILE=<setup.exe> Quillon.nsi
 
 Unicode true
 !if "${ARCH}" == "x64"
@@ -19,6 +20,7 @@ RequestExecutionLevel admin
 !include x64.nsh
 
 !define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\Quillon"
+!define BOARD_SHORTCUT "$SMPROGRAMS\Quillon Board.lnk"
 
 Name "Quillon ${VERSION} (${ARCH})"
 OutFile "${OUTFILE}"
@@ -51,6 +53,7 @@ Section "Quillon"
   SetOutPath "$INSTDIR"
   File "${BIN}\Quillon.dll"
   File "${BIN}\quillon.exe"
+  File "${BIN}\quillon-board.exe"
   WriteUninstaller "$INSTDIR\uninstall.exe"
 
   nsExec::ExecToLog '"$INSTDIR\quillon.exe" register'
@@ -61,7 +64,12 @@ Section "Quillon"
     Abort
   ${EndIf}
 
+  ; The board in the Start menu of every user.
+  SetShellVarContext all
+  CreateShortcut "${BOARD_SHORTCUT}" "$INSTDIR\quillon-board.exe" "" "$INSTDIR\quillon-board.exe" 0 SW_SHOWNORMAL "" "Play sounds into your microphone"
+
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "Quillon"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayIcon" "$INSTDIR\quillon-board.exe"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "Publisher" "Marrowin"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "InstallLocation" "$INSTDIR"
@@ -95,6 +103,10 @@ Section "Uninstall"
   ; The audio service may still hold the library until it restarts.
   Delete /REBOOTOK "$INSTDIR\Quillon.dll"
   Delete "$INSTDIR\quillon.exe"
+  ; A board still running for some user is removed at the next restart.
+  Delete /REBOOTOK "$INSTDIR\quillon-board.exe"
+  SetShellVarContext all
+  Delete "${BOARD_SHORTCUT}"
   Delete "$INSTDIR\uninstall.exe"
   RMDir /REBOOTOK "$INSTDIR"
   RMDir "$INSTDIR\.."

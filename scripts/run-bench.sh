@@ -7,6 +7,8 @@ set -euo pipefail
 build=$(cd "$1" && pwd)
 # shellcheck source=scripts/wine-session.sh
 source "$(dirname "$0")/wine-session.sh"
+# The board's bench shows its window.
+start_display || exit 1
 start_wine_session "$build"
 
 sounds=$("$(dirname "$0")/bench-sounds.sh" "$build/bench-sounds")
@@ -15,3 +17,4 @@ mapfile -t sound_files <<<"$sounds"
 "$build/wine-run" "$build/bin/quillon_bench_logger.exe"
 "$build/wine-run" "$build/bin/quillon_bench_convert.exe" "${sound_files[@]}"
 "$build/wine-run" "$build/bin/quillon_bench_latency.exe"
+"$build/wine-run" "$build/bin/quillon_bench_board.exe"

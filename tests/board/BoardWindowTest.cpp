@@ -152,11 +152,12 @@ TEST(BoardWindow, HotkeysPlayWhileAnotherWindowHasTheFocusAndStopEverythingSilen
 }
 
 // A sound added through the "Add sounds" dialog, given a hotkey in the sound's
-// editor, and played by it; the board file on disk then holds it.
-TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlays) {
+// editor, and played by a second start's --play and by its hotkey; the board
+// file on disk then holds it.
+TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlaysByNameAndByIt) {
   const std::wstring file = MakeBoardFile(L"board-dialogs", {}, "Ctrl+Alt+0");
   ChildProcess host(L"quillon-host.exe",
-                    L"--endpoint " + kMic + L" --seconds 6 --out \"" + Scratch(L"board-dialogs.wav") + L"\"",
+                    L"--endpoint " + kMic + L" --seconds 12 --out \"" + Scratch(L"board-dialogs.wav") + L"\"",
                     Scratch(L"board-dialogs-host.txt"));
   BoardProcess board(file, L"board-dialogs");
   ASSERT_TRUE(board.Open());
@@ -195,6 +196,10 @@ TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlays) {
   EXPECT_EQ("Ctrl+Alt+7", kept.hotkey->Text());
 
   ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  // A second start plays it by name, then its hotkey does.
+  EXPECT_EQ(0, ChildProcess(L"quillon-board.exe", L"--play STAYS").Wait(20000));
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays"); })) << Utf8(board.Status());
   PressKeys("Ctrl+Alt+7");
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
   EXPECT_EQ(0, board.Quit());

@@ -174,6 +174,17 @@ void BoardPlayer::StopVoices() {
 }
 
 void BoardPlayer::OnEngineEvent(const player::EngineEvent& e) {
+  if (e.event == player::VoiceEvent::OutputFailed) {
+    // Every sound ends; the next press connects anew.
+    std::vector<uint32_t> sounds;
+    {
+      std::lock_guard<std::mutex> lock(lock_);
+      for (const auto& [voice, sound] : soundOfVoice_) sounds.push_back(sound);
+    }
+    for (uint32_t sound : sounds) Tell({PlayerNews::Kind::Ended, sound, 0, 0, ""});
+    Tell({PlayerNews::Kind::Status, 0, 0, 0, "the microphone stopped taking sound: " + e.error});
+    return;
+  }
   uint32_t sound = 0;
   {
     std::lock_guard<std::mutex> lock(lock_);

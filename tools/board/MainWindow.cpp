@@ -412,10 +412,27 @@ void MainWindow::OnDropFiles(HWND, HDROP drop) {
 }
 
 BOOL MainWindow::OnCopyData(HWND, HWND, PCOPYDATASTRUCT data) {
+  const std::vector<std::wstring> texts = TextsOfCopyData(*data);
+  if (data->dwData == kCopyDataPlay) {
+    for (const std::wstring& name : texts) PlayNamed(name);
+    return TRUE;
+  }
+  if (data->dwData != kCopyDataFiles) return FALSE;
   ShowBoard();
-  const std::vector<std::wstring> files = FilesOfCopyData(*data);
-  if (!files.empty()) AddFiles(files);
+  if (!texts.empty()) AddFiles(texts);
   return TRUE;
+}
+
+void MainWindow::PlayNamed(const std::wstring& name) {
+  for (const Page& page : board_.Pages()) {
+    for (const Sound& sound : page.sounds) {
+      if (_wcsicmp(Wide(sound.name).c_str(), name.c_str()) == 0) {
+        PlaySound(sound.id);
+        return;
+      }
+    }
+  }
+  SetStatus(L"No sound on the board is named \u201C" + name + L"\u201D.");
 }
 
 void MainWindow::AddSoundsDialog() {

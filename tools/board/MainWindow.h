@@ -57,6 +57,8 @@ class MainWindow : public WindowClass<MainWindow> {
 
   // Commands.
   void PlaySound(uint32_t id);
+  // The first sound of this name (case does not matter), from a second start's --play.
+  void PlayNamed(const std::wstring& name);
   void AddSoundsDialog();
   void AddPage();
   void RenamePage();

@@ -5,7 +5,7 @@ namespace quillon::board {
 SingleInstance::SingleInstance()
     : mutex_(CreateMutexW(nullptr, FALSE, L"Local\\QuillonBoard")), first_(mutex_ && GetLastError() != ERROR_ALREADY_EXISTS) {}
 
-bool SingleInstance::HandOver(const std::vector<std::wstring>& files) {
+bool SingleInstance::HandOver(const std::vector<std::wstring>& texts, bool play) {
   HWND running = nullptr;
   // The first board may still be making its window.
   for (int attempt = 0; attempt < 50 && running == nullptr; ++attempt) {
@@ -17,18 +17,19 @@ bool SingleInstance::HandOver(const std::vector<std::wstring>& files) {
   DWORD process = 0;
   GetWindowThreadProcessId(running, &process);
   AllowSetForegroundWindow(process);
-  // The files, each ended by a null character.
+  // The texts, each ended by a null character.
   std::wstring joined;
-  for (const std::wstring& file : files) joined += file + L'\0';
-  COPYDATASTRUCT data{kCopyDataFiles, static_cast<DWORD>(joined.size() * sizeof(wchar_t)), joined.data()};
+  for (const std::wstring& text : texts) joined += text + L'\0';
+  COPYDATASTRUCT data{play ? kCopyDataPlay : kCopyDataFiles, static_cast<DWORD>(joined.size() * sizeof(wchar_t)),
+                      joined.data()};
   DWORD_PTR result = 0;
   SendMessageTimeoutW(running, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data), SMTO_ABORTIFHUNG, 5000, &result);
   return true;
 }
 
-std::vector<std::wstring> FilesOfCopyData(const COPYDATASTRUCT& data) {
+std::vector<std::wstring> TextsOfCopyData(const COPYDATASTRUCT& data) {
   std::vector<std::wstring> files;
-  if (data.dwData != kCopyDataFiles || data.lpData == nullptr) return files;
+  if (data.lpData == nullptr) return files;
   const auto* text = static_cast<const wchar_t*>(data.lpData);
   const size_t length = data.cbData / sizeof(wchar_t);
   size_t start = 0;

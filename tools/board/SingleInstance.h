@@ -12,22 +12,23 @@ namespace quillon::board {
 
 constexpr const wchar_t* kMainWindowClass = L"QuillonBoardWindow";
 constexpr ULONG_PTR kCopyDataFiles = 0x51424631;  // WM_COPYDATA's dwData: files to add
+constexpr ULONG_PTR kCopyDataPlay = 0x51424632;   // WM_COPYDATA's dwData: names of sounds to play
 
 class SingleInstance {
  public:
   SingleInstance();
   // True when no other board runs in this session.
   bool First() const { return first_; }
-  // Gives the files to the running board and shows it; false when its window
-  // could not be found.
-  static bool HandOver(const std::vector<std::wstring>& files);
+  // Gives the files to the running board and shows it, or (`play`) asks it to
+  // play the sounds of these names; false when its window could not be found.
+  static bool HandOver(const std::vector<std::wstring>& texts, bool play);
 
  private:
   UniqueHandle mutex_;
   bool first_ = false;
 };
 
-// The files of a WM_COPYDATA from a second start.
-std::vector<std::wstring> FilesOfCopyData(const COPYDATASTRUCT& data);
+// The texts (files or names) of a WM_COPYDATA from a second start.
+std::vector<std::wstring> TextsOfCopyData(const COPYDATASTRUCT& data);
 
 }  // namespace quillon::board

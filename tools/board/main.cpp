@@ -1,6 +1,7 @@
 // quillon-board: the soundboard window. One board runs per user session; a
 // second start hands its files to it and ends.
 //   quillon-board [--board FILE] [SOUND-FILE-OR-FOLDER...]
+//   quillon-board --play NAME...   plays sounds of the running board by name
 #include "board/BoardFile.h"
 #include "board/MainWindow.h"
 #include "board/SingleInstance.h"
@@ -20,6 +21,7 @@ using namespace quillon;
 struct Arguments {
   std::wstring board;
   std::vector<std::wstring> files;  // full paths: a running board has another working folder
+  std::vector<std::wstring> play;   // names of sounds to play
   std::wstring error;
 };
 
@@ -46,8 +48,15 @@ Arguments ReadArguments() {
         break;
       }
       args.board = FullPath(words[++i]);
+    } else if (word == L"--play") {
+      if (i + 1 >= count) {
+        args.error = L"--play needs the name of a sound.";
+        break;
+      }
+      args.play.push_back(words[++i]);
     } else if (word.rfind(L"--", 0) == 0) {
-      args.error = L"Unknown option " + word + L". Use: quillon-board [--board FILE] [SOUND-FILE-OR-FOLDER...]";
+      args.error = L"Unknown option " + word +
+                   L". Use: quillon-board [--board FILE] [SOUND-FILE-OR-FOLDER...] or quillon-board --play NAME...";
       break;
     } else {
       args.files.push_back(FullPath(word));
@@ -66,7 +75,15 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int show) {
     return 2;
   }
   board::SingleInstance instance;
-  if (!instance.First()) return board::SingleInstance::HandOver(args.files) ? 0 : 1;
+  if (!instance.First()) {
+    if (!args.play.empty()) return board::SingleInstance::HandOver(args.play, true) ? 0 : 1;
+    return board::SingleInstance::HandOver(args.files, false) ? 0 : 1;
+  }
+  if (!args.play.empty()) {
+    MessageBoxW(nullptr, L"--play asks a running board to play a sound, and no board runs.", L"Quillon Board",
+                MB_OK | MB_ICONERROR);
+    return 1;
+  }
 
   tools::ComApartment com(COINIT_APARTMENTTHREADED);
   const INITCOMMONCONTROLSEX controls{sizeof(controls),

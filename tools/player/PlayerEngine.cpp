@@ -179,6 +179,7 @@ void PlayerEngine::Run() {
       failure_ = status;
       keys_.Release();
       SetEvent(failed_.Get());
+      listener_({0, VoiceEvent::OutputFailed, L"", 0, 0, mic_->Explain(status)});
       return;
     }
   }

@@ -26,6 +26,7 @@ enum class VoiceEvent {
   Failed,
   Ended,     // the last file ended
   FirstBlockTaken,  // (of the engine) the effect took the first block
+  OutputFailed,     // (of the engine) the microphone's thread ended: error says why; no voice plays on
 };
 
 class VoiceStream {
