@@ -40,6 +40,8 @@ test-x64: build
 	scripts/check-dll.sh $(X64)/bin/Quillon.dll x64 --exports
 	scripts/check-dll.sh $(ARM64)/bin/quillon.exe arm64
 	scripts/check-dll.sh $(X64)/bin/quillon.exe x64
+	scripts/check-dll.sh $(ARM64)/bin/quillon-board.exe arm64
+	scripts/check-dll.sh $(X64)/bin/quillon-board.exe x64
 	scripts/check-realtime.py $(X64)/bin/Quillon.dll
 	scripts/run-tests.sh $(X64)
 
@@ -59,12 +61,12 @@ package: build
 
 # Quillon's main job end to end; leaves WAVs, a picture and a summary in out/demo/.
 demo: deps $(X64)/build.ninja
-	cmake --build $(X64) --target quillon-host quillon Quillon
+	cmake --build $(X64) --target quillon-host quillon quillon-board Quillon
 	scripts/demo.sh
 
 # The same with block voice: the player's sound replaces the microphone while it plays.
 demo-block-voice: deps $(X64)/build.ninja
-	cmake --build $(X64) --target quillon-host quillon Quillon
+	cmake --build $(X64) --target quillon-host quillon quillon-board Quillon
 	scripts/demo.sh --block-voice
 
 clean:

@@ -2,7 +2,9 @@
 # Quillon's main job, end to end: a host drives the effect like the Windows
 # audio engine on a spoken microphone signal, while `quillon play` sends an
 # MP3 and a 44.1 kHz mono WAV from another process, converted to the stream's
-# 48 kHz stereo as they play. Leaves the signals and a picture in out/demo/.
+# 48 kHz stereo as they play; then the board plays two of its sounds into
+# the host. Leaves the signals, a picture of them and a screenshot of the
+# board while it plays in out/demo/.
 #
 #   scripts/demo.sh [--block-voice]
 set -euo pipefail
@@ -37,8 +39,12 @@ if [[ ! -f "$WINEPREFIX/.demo-ready" ]]; then
   wine wineboot -i >/dev/null 2>&1
   touch "$WINEPREFIX/.demo-ready"
 fi
+# An X server for the board's window, known to Wine's services from their start.
+# shellcheck source=scripts/wine-session.sh
+source "$root/scripts/wine-session.sh"
+start_display
 wineserver -p >/dev/null 2>&1 </dev/null || true
-trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
+trap end_session EXIT
 wine wineboot >/dev/null 2>&1 </dev/null || true
 wine "$build/bin/quillon.exe" set block-voice "$([[ $block_voice == 1 ]] && echo on || echo off)" >/dev/null
 
@@ -50,6 +56,39 @@ sleep 2
 wine "$build/bin/quillon.exe" play --verbose --wait 10 "$(winpath "$out/jingle.mp3")" "$(winpath "$out/chord.wav")" \
   > "$out/player.txt" 2>&1
 wait $host
+
+echo "demo: the board plays its sounds into another host, by name from a second start"
+board_mic='{0.0.1.00000000}.{quillon-demo-board}'
+json_path() { winpath "$1" | sed 's/\\/\\\\/g'; }
+cat > "$out/board.json" <<JSON
+{
+  "version": 1,
+  "pages": [
+    { "name": "Demo", "sounds": [
+      { "file": "$(json_path "$out/jingle.mp3")", "name": "Jingle", "hotkey": "Ctrl+Alt+1", "volumeDb": 0 },
+      { "file": "$(json_path "$out/chord.wav")", "name": "Chord", "hotkey": "Ctrl+Alt+2", "volumeDb": -3 },
+      { "file": "$(json_path "$out/microphone.wav")", "name": "Hello", "hotkey": null, "volumeDb": -6 } ] },
+    { "name": "Later", "sounds": [] }
+  ],
+  "settings": { "microphone": "$board_mic", "stopAllHotkey": "Ctrl+Alt+0", "keepInTray": false }
+}
+JSON
+wine "$build/bin/quillon-host.exe" --endpoint "$board_mic" --seconds 6 --in "$(winpath "$out/microphone.wav")" \
+  --out "$(winpath "$out/board-output.wav")" > "$out/board-host.txt" 2>&1 &
+board_host=$!
+wine "$build/bin/quillon-board.exe" --board "$(winpath "$out/board.json")" >/dev/null 2>&1 &
+waited=0
+until wine "$build/bin/quillon.exe" list 2>/dev/null | grep -q quillon-demo-board && board_window=$(xdotool search --name '^Quillon Board$' 2>/dev/null | head -1) && [[ -n "$board_window" ]]; do
+  (( waited++ < 100 )) || { echo "demo: the board or its host did not start" >&2; exit 1; }
+  sleep 0.2
+done
+wine "$build/bin/quillon-board.exe" --play Jingle
+sleep 0.5
+wine "$build/bin/quillon-board.exe" --play Chord
+sleep 0.3
+eval "$(xdotool getwindowgeometry --shell "$board_window")"
+import -window root -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$out/board.png"
+wait $board_host
 
 sed -i 's/\r$//' "$out/host.txt" "$out/player.txt"
 # The picture: the three signals one above the other (left channel), the
@@ -88,5 +127,6 @@ play_us=$(sed -n 's/first block taken at qpc_us=\([0-9]*\)/\1/p' "$out/player.tx
     echo "  delay from the first block taken to its first sample in the output: $(( (host_us - play_us) / 1000 )) ms"
   grep -E 'APOProcess per period|periods' "$out/host.txt" | sed 's/^/  /'
   sed -n 's/^\(playing\|played\) /  player: \1 /p' "$out/player.txt"
-  echo "  files: $out/{microphone,output}.wav, the player's $out/{jingle.mp3,chord.wav} and $out/signals.png"
+  echo "  board: played Jingle and Chord into $out/board-output.wav; $(grep -m1 'periods with received sound' "$out/board-host.txt" | tr -d '\r')"
+  echo "  files: $out/{microphone,output}.wav, the player's $out/{jingle.mp3,chord.wav}, $out/signals.png and $out/board.png"
 } | tee "$out/summary.txt"
