@@ -208,6 +208,89 @@ TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlaysByNameAndByIt) {
   EXPECT_GT(Correlation(out, ref, FirstSound(out), 0), 0.9999);
 }
 
+// Without the mouse: the focus starts on a sound, Tab and Shift+Tab go
+// through the microphone list, the pages and the sounds in the order they are
+// laid out; Enter plays the focused sound; the menu's keys open the sound's
+// editor and add a page, which is saved.
+TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
+  const std::wstring file =
+      MakeBoardFile(L"board-keys", {{Sounds() + L"stays.wav", "Ctrl+Alt+3"}, {Sounds() + L"stopped.wav", "Ctrl+Alt+4"}},
+                    "Ctrl+Alt+0");
+  ChildProcess host(L"quillon-host.exe",
+                    L"--endpoint " + kMic + L" --seconds 12 --out \"" + Scratch(L"board-keys.wav") + L"\"",
+                    Scratch(L"board-keys-host.txt"));
+  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  BoardProcess board(file, L"board-keys");
+  ASSERT_TRUE(board.Open());
+  SetForegroundWindow(board.Window());
+  ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == board.Window(); }));
+
+  // The focus starts on the first sound; Shift+Tab goes back through the
+  // page tabs to the microphone list, and Tab forward again, in layout order.
+  ASSERT_TRUE(PollUntil([&] { return TextOf(FocusOf(board.Window())) == L"stays"; }, 5000))
+      << "focus on a " << Utf8(ClassOf(FocusOf(board.Window())));
+  const auto step = [&](const char* keys) {
+    const HWND before = FocusOf(board.Window());
+    PressKeys(keys);
+    EXPECT_TRUE(PollUntil([&] { return FocusOf(board.Window()) != before; }, 5000)) << keys;
+    const HWND now = FocusOf(board.Window());
+    return ClassOf(now) == L"Button" ? L"Button " + TextOf(now) : ClassOf(now);
+  };
+  std::vector<std::wstring> order;
+  for (const char* keys : {"Shift+Tab", "Shift+Tab", "Tab", "Tab", "Tab"}) order.push_back(step(keys));
+  EXPECT_EQ((std::vector<std::wstring>{L"SysTabControl32", L"ComboBox", L"SysTabControl32", L"Button stays",
+                                       L"Button stopped"}),
+            order);
+
+  // Enter plays the focused sound.
+  PressKeys("Enter");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stopped (playing)"); })) << Utf8(board.Status());
+  EXPECT_TRUE(board.ShowsButton(L"stays"));
+  // F2 opens its editor; Esc closes it.
+  PressKeys("F2");
+  EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Edit sound") != nullptr; }));
+  PressKeys("Esc");
+  EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
+  // Ctrl+T asks for a new page's name.
+  PressKeys("Ctrl+T");
+  ASSERT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Add page") != nullptr; }));
+  TypeText(L"Memes");
+  PressKeys("Enter");
+  ASSERT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Add page") == nullptr; }));
+  const LoadedBoard saved = LoadBoard(file);
+  ASSERT_EQ(2u, saved.board.Pages().size());
+  EXPECT_EQ("Memes", saved.board.Pages()[1].name);
+  EXPECT_EQ(0, board.Quit());
+}
+
+// Closing the window keeps the board in the notification area, where its
+// hotkeys still play; starting it again shows the same board.
+TEST(BoardWindow, ClosedToTheTrayItsHotkeysPlayAndASecondStartShowsIt) {
+  const std::wstring file = MakeBoardFile(L"board-tray", {{Sounds() + L"stays.wav", "Ctrl+Alt+6"}}, "Ctrl+Alt+0");
+  {
+    LoadedBoard loaded = LoadBoard(file);
+    board::Settings settings = loaded.board.GetSettings();
+    settings.keepInTray = true;
+    ASSERT_FALSE(loaded.board.SetSettings(settings));
+    std::string error;
+    ASSERT_TRUE(board::SaveBoard(loaded.board, file, error)) << error;
+  }
+  ChildProcess host(L"quillon-host.exe",
+                    L"--endpoint " + kMic + L" --seconds 8 --out \"" + Scratch(L"board-tray.wav") + L"\"",
+                    Scratch(L"board-tray-host.txt"));
+  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  BoardProcess board(file, L"board-tray");
+  ASSERT_TRUE(board.Open());
+  PostMessageW(board.Window(), WM_CLOSE, 0, 0);
+  ASSERT_TRUE(PollUntil([&] { return !IsWindowVisible(board.Window()); }));
+  EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(board.Process().Handle(), 0)) << "the board ended";
+  PressKeys("Ctrl+Alt+6");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_EQ(0, ChildProcess(L"quillon-board.exe", L"").Wait(20000));
+  EXPECT_TRUE(PollUntil([&] { return IsWindowVisible(board.Window()); }));
+  EXPECT_EQ(0, board.Quit());
+}
+
 // A damaged board file is kept aside and the board says so; a sound whose
 // file is gone stays on the board, marked, and plays nothing.
 TEST(BoardWindow, DamagedFileIsKeptAsideAndMissingSoundsAreMarked) {

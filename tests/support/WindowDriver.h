@@ -46,6 +46,28 @@ inline void PressKeys(const std::string& text) {
   ASSERT_EQ(inputs.size(), SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)));
 }
 
+// Types `text` as characters, the way an input method does.
+inline void TypeText(const std::wstring& text) {
+  std::vector<INPUT> inputs;
+  for (wchar_t c : text) {
+    inputs.push_back({INPUT_KEYBOARD, {.ki = {0, static_cast<WORD>(c), KEYEVENTF_UNICODE, 0, 0}}});
+    inputs.push_back({INPUT_KEYBOARD, {.ki = {0, static_cast<WORD>(c), KEYEVENTF_UNICODE | KEYEVENTF_KEYUP, 0, 0}}});
+  }
+  ASSERT_EQ(inputs.size(), SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)));
+}
+
+// The control that has the keyboard focus in `window`'s thread, or null.
+inline HWND FocusOf(HWND window) {
+  GUITHREADINFO info{sizeof(info)};
+  return GetGUIThreadInfo(GetWindowThreadProcessId(window, nullptr), &info) ? info.hwndFocus : nullptr;
+}
+
+inline std::wstring ClassOf(HWND window) {
+  wchar_t name[128] = {};
+  GetClassNameW(window, name, 128);
+  return name;
+}
+
 inline std::wstring TextOf(HWND window) {
   wchar_t text[512] = {};
   SendMessageTimeoutW(window, WM_GETTEXT, std::size(text), reinterpret_cast<LPARAM>(text), SMTO_ABORTIFHUNG, 5000,

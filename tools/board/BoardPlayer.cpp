@@ -86,8 +86,12 @@ void BoardPlayer::Handle(const Request& request) {
                              s.monitorVolumeDb != settings_.monitorVolumeDb || s.pushToTalkKey != settings_.pushToTalkKey ||
                              s.pushToTalkTailMs != settings_.pushToTalkTailMs;
       settings_ = s;
-      // The engine takes these when it starts: the next press connects anew.
-      if (reconnect) engine_.reset();
+      // The engine takes these when it starts: what plays stops, and the next
+      // press connects anew.
+      if (reconnect) {
+        StopVoices();
+        engine_.reset();
+      }
       break;
     }
     case Request::Kind::Press: DoPress(request.sound); break;

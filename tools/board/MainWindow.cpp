@@ -51,7 +51,7 @@ MainWindow::MainWindow(LoadedBoard loaded, std::wstring path)
 bool MainWindow::Create(int show) {
   iconLarge_ = LoadBoardIcon(GetSystemMetrics(SM_CXICON));
   iconSmall_ = LoadBoardIcon(GetSystemMetrics(SM_CXSMICON));
-  Register(kMainWindowClass, iconLarge_);
+  Register(kMainWindowClass, iconLarge_, iconSmall_);
   const HWND hwnd = CreateWindowExW(WS_EX_CONTROLPARENT | WS_EX_ACCEPTFILES, kMainWindowClass, L"Quillon Board",
                                     WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN, CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT,
                                     CW_USEDEFAULT, nullptr, MakeMenuBar(), GetModuleHandleW(nullptr), this);
@@ -83,8 +83,16 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
       return 0;
     case WM_DPICHANGED: OnDpiChanged(HIWORD(wParam), *reinterpret_cast<const RECT*>(lParam)); return 0;
     case WM_ACTIVATE:
-      if (LOWORD(wParam) != WA_INACTIVE) ShowMicrophones();  // a recorder may have started meanwhile
-      break;
+      // The keyboard focus goes back to the control that had it (at first, the
+      // focused sound, or the microphone list).
+      if (LOWORD(wParam) == WA_INACTIVE) {
+        lastFocus_ = GetFocus();
+        return 0;
+      }
+      ShowMicrophones();  // a recorder may have started meanwhile
+      RestoreFocus();
+      return 0;
+    case WM_SETFOCUS: RestoreFocus(); return 0;
     case kNewsMessage: OnPlayerNews(); return 0;
     case kTrayMessage: OnTray(LOWORD(lParam)); return 0;
     default: break;
@@ -163,6 +171,16 @@ void MainWindow::Layout() {
   MoveWindow(tabs_, margin, top, client.right - 2 * margin, tabsHeight, TRUE);
   MoveWindow(grid_.Hwnd(), margin, top + tabsHeight, client.right - 2 * margin,
              std::max<int>(bottom - top - tabsHeight, rowHeight), TRUE);
+}
+
+void MainWindow::RestoreFocus() {
+  if (lastFocus_ != nullptr && IsWindow(lastFocus_) && IsWindowVisible(lastFocus_) && IsChild(hwnd_, lastFocus_)) {
+    SetFocus(lastFocus_);
+  } else if (board_.Find(grid_.Focused()) != nullptr) {
+    grid_.FocusSound(grid_.Focused());
+  } else {
+    SetFocus(micList_);
+  }
 }
 
 void MainWindow::SetStatus(const std::wstring& text) { SetWindowTextW(status_, text.c_str()); }

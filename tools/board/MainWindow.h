@@ -81,6 +81,8 @@ class MainWindow : public WindowClass<MainWindow> {
   void Layout();
   void MakeFonts(UINT dpi);
   void SetStatus(const std::wstring& text);
+  // Gives the keyboard focus back to the control that had it last.
+  void RestoreFocus();
 
   Board board_;
   std::wstring path_;
@@ -93,6 +95,7 @@ class MainWindow : public WindowClass<MainWindow> {
   HICON iconLarge_ = nullptr, iconSmall_ = nullptr;
   std::vector<MicChoice> mics_;
   size_t page_ = 0;  // the page shown, where new sounds go
+  HWND lastFocus_ = nullptr;  // the control that had the focus when the window was deactivated
   std::unique_ptr<GlobalHotkeys> hotkeys_;
   std::unique_ptr<TrayIcon> tray_;
   std::unique_ptr<BoardPlayer> player_;

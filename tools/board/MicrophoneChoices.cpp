@@ -27,7 +27,8 @@ std::wstring Explain(const MicChoice& mic) {
   switch (mic.state) {
     case MicChoice::State::Running: return mic.name + L" is ready.";
     case MicChoice::State::Attached:
-      return mic.name + L": Quillon is attached, but no program records from it now. Sounds play as soon as one does.";
+      return mic.name + L": Quillon is attached, but no program records from it now. Its sounds play while a "
+                        L"program (a call, a game, a recorder) records from it.";
     case MicChoice::State::NotAttached:
       return mic.name + L": Quillon is not attached to this microphone. Attach it to play sounds into it.";
   }

@@ -15,17 +15,16 @@ class WindowClass {
 
  protected:
   // Registers the class once per process.
-  static void Register(const wchar_t* name, HICON icon = nullptr, UINT style = 0) {
+  static void Register(const wchar_t* name, HICON icon = nullptr, HICON smallIcon = nullptr) {
     WNDCLASSEXW wc{sizeof(wc)};
     if (GetClassInfoExW(GetModuleHandleW(nullptr), name, &wc)) return;
     wc = {sizeof(wc)};
-    wc.style = style;
     wc.lpfnWndProc = &WindowClass::Procedure;
     wc.hInstance = GetModuleHandleW(nullptr);
     wc.hCursor = LoadCursorW(nullptr, IDC_ARROW);
     wc.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);
     wc.hIcon = icon;
-    wc.hIconSm = icon;
+    wc.hIconSm = smallIcon;
     wc.lpszClassName = name;
     RegisterClassExW(&wc);
   }
