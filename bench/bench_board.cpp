@@ -13,6 +13,7 @@
 #include "board/BoardFile.h"
 #include "common/ToolSupport.h"
 #include "player/PlayerClient.h"
+#include "player/PushToTalk.h"
 
 #include <windows.h>
 #include <psapi.h>
@@ -40,18 +41,8 @@ tools::KeyChord Chord(const char* text) {
   return chord;
 }
 
-void Press(const tools::KeyChord& chord) {
-  std::vector<WORD> keys;
-  if (chord.ctrl) keys.push_back(VK_CONTROL);
-  if (chord.alt) keys.push_back(VK_MENU);
-  keys.push_back(static_cast<WORD>(chord.key));
-  std::vector<INPUT> inputs;
-  for (WORD key : keys) inputs.push_back({INPUT_KEYBOARD, {.ki = {key, 0, 0, 0, 0}}});
-  for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
-    inputs.push_back({INPUT_KEYBOARD, {.ki = {*key, 0, KEYEVENTF_KEYUP, 0, 0}}});
-  }
-  SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
-}
+// A hotkey pressed and released, as a keyboard does.
+void Press(const tools::KeyChord& chord) { player::HeldKeys().Press(chord); }
 
 // The board's sound buttons, once its window shows.
 int Buttons(HWND window) {

@@ -91,6 +91,22 @@ std::wstring MakeBoardFile(const std::wstring& name, const std::vector<std::pair
   return path;
 }
 
+// quillon-host as the engine of kMic for `seconds`, writing out-<name>.wav.
+struct MicHost {
+  MicHost(const std::wstring& name, int seconds)
+      : name(name),
+        process(L"quillon-host.exe",
+                L"--endpoint " + kMic + L" --seconds " + std::to_wstring(seconds) + L" --out \"" +
+                    Scratch(name + L".wav") + L"\"",
+                Scratch(name + L"-host.txt")) {}
+  // Whether its effect registered.
+  bool Ready() const { return PollUntil([] { return SlotOf(kMic) >= 0; }); }
+  std::string Report() const { return ReadText(Scratch(name + L"-host.txt")); }
+  audio::Sound Output() const { return LoadSound(Scratch(name + L".wav")); }
+  std::wstring name;
+  ChildProcess process;
+};
+
 // `out` from `at` on, less `sound` (as far as it goes).
 audio::Sound Without(audio::Sound out, const audio::Sound& sound, size_t at) {
   for (size_t i = 0; i < sound.samples.size() && at * out.channels + i < out.samples.size(); ++i) {
@@ -106,10 +122,8 @@ TEST(BoardWindow, HotkeysPlayWhileAnotherWindowHasTheFocusAndStopEverythingSilen
   const std::wstring longer = Sounds() + L"stopped.wav", shorter = Sounds() + L"stays.wav";
   const std::wstring file =
       MakeBoardFile(L"board-hotkeys", {{longer, "Ctrl+Alt+1"}, {shorter, "Ctrl+Alt+2"}}, "Ctrl+Alt+0");
-  ChildProcess host(L"quillon-host.exe",
-                    L"--endpoint " + kMic + L" --seconds 8 --out \"" + Scratch(L"board-hotkeys.wav") + L"\"",
-                    Scratch(L"board-hotkeys-host.txt"));
-  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; })) << ReadText(Scratch(L"board-hotkeys-host.txt"));
+  MicHost host(L"board-hotkeys", 8);
+  ASSERT_TRUE(host.Ready()) << host.Report();
   BoardProcess board(file, L"board-hotkeys");
   ASSERT_TRUE(board.Open());
   // A window of another program (this test's) has the focus, not the board.
@@ -133,9 +147,9 @@ TEST(BoardWindow, HotkeysPlayWhileAnotherWindowHasTheFocusAndStopEverythingSilen
   PressKeys("Ctrl+Alt+0");
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stopped") && board.ShowsButton(L"stays"); }));
   EXPECT_EQ(0, board.Quit());
-  ASSERT_EQ(0, host.Wait(60000)) << ReadText(Scratch(L"board-hotkeys-host.txt"));
+  ASSERT_EQ(0, host.process.Wait(60000)) << host.Report();
 
-  const audio::Sound out = LoadSound(Scratch(L"board-hotkeys.wav"));
+  const audio::Sound out = host.Output();
   const audio::Sound first = LoadSound(longer), second = LoadSound(shorter);
   const size_t firstAt = FirstSound(out);
   // Taking the first away leaves silence until the second begins...
@@ -156,9 +170,7 @@ TEST(BoardWindow, HotkeysPlayWhileAnotherWindowHasTheFocusAndStopEverythingSilen
 // file on disk then holds it.
 TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlaysByNameAndByIt) {
   const std::wstring file = MakeBoardFile(L"board-dialogs", {}, "Ctrl+Alt+0");
-  ChildProcess host(L"quillon-host.exe",
-                    L"--endpoint " + kMic + L" --seconds 12 --out \"" + Scratch(L"board-dialogs.wav") + L"\"",
-                    Scratch(L"board-dialogs-host.txt"));
+  MicHost host(L"board-dialogs", 12);
   BoardProcess board(file, L"board-dialogs");
   ASSERT_TRUE(board.Open());
   SetForegroundWindow(board.Window());
@@ -195,7 +207,7 @@ TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlaysByNameAndByIt) {
   ASSERT_TRUE(kept.hotkey);
   EXPECT_EQ("Ctrl+Alt+7", kept.hotkey->Text());
 
-  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  ASSERT_TRUE(host.Ready()) << host.Report();
   // A second start plays it by name, then its hotkey does.
   EXPECT_EQ(0, ChildProcess(L"quillon-board.exe", L"--play STAYS").Wait(20000));
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
@@ -203,8 +215,8 @@ TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlaysByNameAndByIt) {
   PressKeys("Ctrl+Alt+7");
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
   EXPECT_EQ(0, board.Quit());
-  ASSERT_EQ(0, host.Wait(60000));
-  const audio::Sound out = LoadSound(Scratch(L"board-dialogs.wav")), ref = LoadSound(sound);
+  ASSERT_EQ(0, host.process.Wait(60000)) << host.Report();
+  const audio::Sound out = host.Output(), ref = LoadSound(sound);
   EXPECT_GT(Correlation(out, ref, FirstSound(out), 0), 0.9999);
 }
 
@@ -216,10 +228,8 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   const std::wstring file =
       MakeBoardFile(L"board-keys", {{Sounds() + L"stays.wav", "Ctrl+Alt+3"}, {Sounds() + L"stopped.wav", "Ctrl+Alt+4"}},
                     "Ctrl+Alt+0");
-  ChildProcess host(L"quillon-host.exe",
-                    L"--endpoint " + kMic + L" --seconds 12 --out \"" + Scratch(L"board-keys.wav") + L"\"",
-                    Scratch(L"board-keys-host.txt"));
-  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  MicHost host(L"board-keys", 12);
+  ASSERT_TRUE(host.Ready()) << host.Report();
   BoardProcess board(file, L"board-keys");
   ASSERT_TRUE(board.Open());
   SetForegroundWindow(board.Window());
@@ -275,10 +285,8 @@ TEST(BoardWindow, ClosedToTheTrayItsHotkeysPlayAndASecondStartShowsIt) {
     std::string error;
     ASSERT_TRUE(board::SaveBoard(loaded.board, file, error)) << error;
   }
-  ChildProcess host(L"quillon-host.exe",
-                    L"--endpoint " + kMic + L" --seconds 8 --out \"" + Scratch(L"board-tray.wav") + L"\"",
-                    Scratch(L"board-tray-host.txt"));
-  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; }));
+  MicHost host(L"board-tray", 8);
+  ASSERT_TRUE(host.Ready()) << host.Report();
   BoardProcess board(file, L"board-tray");
   ASSERT_TRUE(board.Open());
   PostMessageW(board.Window(), WM_CLOSE, 0, 0);

@@ -5,6 +5,7 @@
 
 #include "common/KeyChord.h"
 #include "platform/UniqueResource.h"
+#include "player/PushToTalk.h"
 #include "support/Poll.h"
 
 #include <gtest/gtest.h>
@@ -26,24 +27,14 @@ struct WindowTraits {
 };
 using UniqueWindow = UniqueResource<WindowTraits>;
 
-// Presses and releases `text` ("Ctrl+Alt+1"): modifiers down, the key, then
-// the modifiers up in reverse.
+// Presses and releases `text` ("Ctrl+Alt+1") as a keyboard does: modifiers
+// down, the key, then the modifiers up in reverse.
 inline void PressKeys(const std::string& text) {
   tools::KeyChord chord;
   std::string error;
   ASSERT_TRUE(tools::ParseKeyChord(text, chord, error)) << error;
-  std::vector<WORD> keys;
-  if (chord.ctrl) keys.push_back(VK_CONTROL);
-  if (chord.alt) keys.push_back(VK_MENU);
-  if (chord.shift) keys.push_back(VK_SHIFT);
-  if (chord.win) keys.push_back(VK_LWIN);
-  keys.push_back(static_cast<WORD>(chord.key));
-  std::vector<INPUT> inputs;
-  for (WORD key : keys) inputs.push_back({INPUT_KEYBOARD, {.ki = {key, 0, 0, 0, 0}}});
-  for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
-    inputs.push_back({INPUT_KEYBOARD, {.ki = {*key, 0, KEYEVENTF_KEYUP, 0, 0}}});
-  }
-  ASSERT_EQ(inputs.size(), SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)));
+  player::HeldKeys keys;
+  ASSERT_TRUE(keys.Press(chord)) << text;
 }
 
 // Types `text` as characters, the way an input method does.
