@@ -16,6 +16,9 @@ bool SameName(const std::string& a, const std::string& b) {
          });
 }
 
+// A sound id no sound has: a chord checked for a sound not yet on the board.
+constexpr uint32_t kNewSound = 0xFFFFFFFF;
+
 Refusal CheckVolume(double volumeDb) {
   if (volumeDb >= kMinVolumeDb && volumeDb <= kMaxVolumeDb) return std::nullopt;
   return "a volume is from " + std::to_string(static_cast<int>(kMinVolumeDb)) + " to +" +
@@ -39,7 +42,7 @@ std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std
     for (Sound& sound : page.sounds) {
       Refusal refused = Blank(sound.name) ? Refusal("a sound's name is empty") : std::nullopt;
       if (!refused) refused = CheckVolume(sound.volumeDb);
-      if (!refused) refused = board.CheckHotkey(sound.hotkey, 0xFFFFFFFF);
+      if (!refused) refused = board.CheckHotkey(sound.hotkey, kNewSound);
       if (refused) {
         error = "\"" + sound.name + "\": " + *refused;
         return std::nullopt;

@@ -77,7 +77,6 @@ class BoardPlayer {
 
   std::map<uint32_t, int> voiceOfSound_;  // the worker's own
   std::unique_ptr<player::PlayerEngine> engine_;
-  std::string connectedTo_;
   std::thread thread_;
 };
 

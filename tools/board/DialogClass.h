@@ -3,6 +3,8 @@
 // parameter of WM_INITDIALOG.
 #pragma once
 
+#include "board/BoardResources.h"
+
 #include <windows.h>
 
 #include <string>
@@ -28,7 +30,7 @@ class DialogClass {
   }
   // Says why the dialog cannot close yet, under its fields, and focuses `id`.
   void Refuse(const std::wstring& why, int id) {
-    SetDlgItemTextW(hwnd_, 900, why.c_str());
+    SetDlgItemTextW(hwnd_, IDC_REFUSAL, why.c_str());
     SetFocus(GetDlgItem(hwnd_, id));
     MessageBeep(MB_ICONWARNING);
   }
