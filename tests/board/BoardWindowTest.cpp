@@ -8,6 +8,7 @@
 #include "board/BoardResources.h"
 #include "common/ToolSupport.h"
 #include "support/QuillonRun.h"
+#include "support/RegistryValue.h"
 #include "support/WindowDriver.h"
 
 #include <gtest/gtest.h>
@@ -26,6 +27,8 @@ using board::LoadedBoard;
 using tools::Utf8;
 
 const std::wstring kMic = L"{0.0.1.00000000}.{board-window-test-mic}";
+// The message the board's notification-area icon sends it.
+constexpr UINT kTrayCallback = WM_APP + 2;
 
 tools::KeyChord Chord(const char* text) {
   tools::KeyChord chord;
@@ -236,7 +239,7 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == board.Window(); }));
 
   // The focus starts on the first sound; Shift+Tab goes back through the
-  // page tabs to the microphone list, and Tab forward again, in layout order.
+  // page tabs and the effect's button to the microphone list, and Tab forward again, in layout order.
   ASSERT_TRUE(PollUntil([&] { return TextOf(FocusOf(board.Window())) == L"stays"; }, 5000))
       << "focus on a " << Utf8(ClassOf(FocusOf(board.Window())));
   const auto step = [&](const char* keys) {
@@ -247,9 +250,11 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
     return ClassOf(now) == L"Button" ? L"Button " + TextOf(now) : ClassOf(now);
   };
   std::vector<std::wstring> order;
-  for (const char* keys : {"Shift+Tab", "Shift+Tab", "Tab", "Tab", "Tab"}) order.push_back(step(keys));
-  EXPECT_EQ((std::vector<std::wstring>{L"SysTabControl32", L"ComboBox", L"SysTabControl32", L"Button stays",
-                                       L"Button stopped"}),
+  for (const char* keys : {"Shift+Tab", "Shift+Tab", "Shift+Tab", "Tab", "Tab", "Tab", "Tab"}) {
+    order.push_back(step(keys));
+  }
+  EXPECT_EQ((std::vector<std::wstring>{L"SysTabControl32", L"Button &Effect\u2026", L"ComboBox",
+                                       L"Button &Effect\u2026", L"SysTabControl32", L"Button stays", L"Button stopped"}),
             order);
 
   // Enter plays the focused sound.
@@ -274,8 +279,9 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
 }
 
 // Closing the window keeps the board in the notification area, where its
-// hotkeys still play; starting it again shows the same board.
-TEST(BoardWindow, ClosedToTheTrayItsHotkeysPlayAndASecondStartShowsIt) {
+// hotkeys still play; its icon's menu stops everything, shows the board and
+// quits; starting it again shows the same board.
+TEST(BoardWindow, ClosedToTheTrayItsHotkeysAndMenuWorkAndASecondStartShowsIt) {
   const std::wstring file = MakeBoardFile(L"board-tray", {{Sounds() + L"stays.wav", "Ctrl+Alt+6"}}, "Ctrl+Alt+0");
   {
     LoadedBoard loaded = LoadBoard(file);
@@ -294,8 +300,111 @@ TEST(BoardWindow, ClosedToTheTrayItsHotkeysPlayAndASecondStartShowsIt) {
   EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(board.Process().Handle(), 0)) << "the board ended";
   PressKeys("Ctrl+Alt+6");
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  // Connected, it shows as playing into the microphone, as quillon play does.
+  const std::string listed = RunQuillon(L"list").text;
+  EXPECT_NE(std::string::npos, listed.find("  yes  ")) << listed;
+  // The icon's menu, as the notification area opens it: each item by its key.
+  const auto menuShown = [&] {
+    const HWND menu = FindTopWindow(board.Process().Handle(), L"#32768");
+    return menu != nullptr && IsWindowVisible(menu);
+  };
+  const auto fromTrayMenu = [&](const char* key) {
+    PostMessageW(board.Window(), kTrayCallback, 0, MAKELPARAM(WM_CONTEXTMENU, 1));
+    EXPECT_TRUE(PollUntil(menuShown)) << key;
+    PressKeys(key);
+    EXPECT_TRUE(PollUntil([&] { return !menuShown(); })) << key;
+  };
+  fromTrayMenu("T");  // Stop everything
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays"); })) << Utf8(board.Status());
+  EXPECT_EQ(L"Stopped everything.", board.Status());
+  EXPECT_FALSE(IsWindowVisible(board.Window()));
   EXPECT_EQ(0, ChildProcess(L"quillon-board.exe", L"").Wait(20000));
   EXPECT_TRUE(PollUntil([&] { return IsWindowVisible(board.Window()); }));
+  PostMessageW(board.Window(), WM_CLOSE, 0, 0);
+  ASSERT_TRUE(PollUntil([&] { return !IsWindowVisible(board.Window()); }));
+  fromTrayMenu("S");  // Show the board
+  EXPECT_TRUE(PollUntil([&] { return IsWindowVisible(board.Window()); }));
+  fromTrayMenu("Q");  // Quit
+  EXPECT_EQ(0, board.Process().Wait(20000));
+}
+
+// The effect's gain and block voice: shown beside the microphone, changed in
+// their dialog, and written by quillon.exe run as Administrator; a gain out of
+// range is refused in the dialog and changes nothing.
+TEST(BoardWindow, EffectSettingsAreShownAndChangedAsAdministrator) {
+  ScopedRegistryValue gain(HKEY_LOCAL_MACHINE, GainKey(kMic), kMicGainValue);
+  ScopedRegistryValue block(HKEY_LOCAL_MACHINE, kSettingsKey, kBlockVoiceValue);
+  block.Delete();
+  ASSERT_TRUE(gain.SetDword(3));
+  const std::wstring file = MakeBoardFile(L"board-effect", {}, "Ctrl+Alt+0");
+  MicHost host(L"board-effect", 20);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  BoardProcess board(file, L"board-effect");
+  ASSERT_TRUE(board.Open());
+  EXPECT_TRUE(HasText(board.Window(), L"Static", L"Gain 3 dB"));
+
+  PostMessageW(board.Window(), WM_COMMAND, board::kEffect, 0);
+  HWND dialog = nullptr;
+  ASSERT_TRUE(PollUntil([&] {
+    dialog = FindWindowW(nullptr, L"Microphone effect");
+    return dialog != nullptr && IsWindowVisible(dialog);
+  }));
+  EXPECT_EQ(kMic, TextOf(GetDlgItem(dialog, IDC_EFFECT_MIC)));
+  EXPECT_EQ(L"3", TextOf(GetDlgItem(dialog, IDC_EFFECT_GAIN)));
+  EXPECT_EQ(BST_UNCHECKED, SendDlgItemMessageW(dialog, IDC_EFFECT_BLOCK, BM_GETCHECK, 0, 0));
+  SetDlgItemTextW(dialog, IDC_EFFECT_GAIN, L"31");
+  PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+  EXPECT_TRUE(PollUntil([&] { return TextOf(GetDlgItem(dialog, IDC_REFUSAL)).find(L"0 to 30") != std::wstring::npos; }));
+  EXPECT_TRUE(IsWindow(dialog));
+
+  SetDlgItemTextW(dialog, IDC_EFFECT_GAIN, L"12");
+  SendDlgItemMessageW(dialog, IDC_EFFECT_BLOCK, BM_SETCHECK, BST_CHECKED, 0);
+  PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+  ASSERT_TRUE(PollUntil([&] { return !IsWindow(dialog); }));
+  const std::wstring done = kMic + L": Gain 12 dB; your voice is muted while a sound plays.";
+  EXPECT_TRUE(PollUntil([&] { return board.Status() == done; }, 20000)) << Utf8(board.Status());
+  EXPECT_EQ(12u, RegDword(GainKey(kMic), kMicGainValue));
+  EXPECT_EQ(1u, RegDword(kSettingsKey, kBlockVoiceValue));
+  EXPECT_TRUE(HasText(board.Window(), L"Static", L"Gain 12 dB; your voice is muted while a sound plays"));
+  EXPECT_EQ(0, board.Quit());
+  DeleteKeys({GainKey(kMic)});
+}
+
+// A move to a screen of another DPI: the window takes the suggested place and
+// its controls grow with the font.
+TEST(BoardWindow, FollowsAChangeOfDpi) {
+  const std::wstring file = MakeBoardFile(L"board-dpi", {{Sounds() + L"stays.wav", "Ctrl+Alt+8"}}, "Ctrl+Alt+0");
+  BoardProcess board(file, L"board-dpi");
+  ASSERT_TRUE(board.Open());
+  // The first sound's button and the page tabs.
+  const auto heightOf = [](HWND control) {
+    RECT r{};
+    GetWindowRect(control, &r);
+    return r.bottom - r.top;
+  };
+  const auto buttonHeight = [&] {
+    return heightOf(Descendants(Descendants(board.Window(), L"QuillonSoundGrid").front(), L"Button").front());
+  };
+  const auto tabsHeight = [&] { return heightOf(Descendants(board.Window(), L"SysTabControl32").front()); };
+  const long button = buttonHeight(), tabs = tabsHeight();
+  ASSERT_GT(button, 0);
+  RECT suggested{};
+  GetWindowRect(board.Window(), &suggested);
+  suggested.right = suggested.left + (suggested.right - suggested.left) * 3 / 2;
+  suggested.bottom = suggested.top + (suggested.bottom - suggested.top) * 3 / 2;
+  // The message carries a pointer: the rectangle is written into the board's memory.
+  void* remote = VirtualAllocEx(board.Process().Handle(), nullptr, sizeof(suggested), MEM_COMMIT, PAGE_READWRITE);
+  ASSERT_NE(nullptr, remote);
+  ASSERT_TRUE(WriteProcessMemory(board.Process().Handle(), remote, &suggested, sizeof(suggested), nullptr));
+  SendMessageW(board.Window(), WM_DPICHANGED, MAKEWPARAM(144, 144), reinterpret_cast<LPARAM>(remote));
+  VirtualFreeEx(board.Process().Handle(), remote, 0, MEM_RELEASE);
+  RECT now{};
+  GetWindowRect(board.Window(), &now);
+  EXPECT_EQ(suggested.right - suggested.left, now.right - now.left);
+  EXPECT_EQ(suggested.bottom - suggested.top, now.bottom - now.top);
+  EXPECT_GE(buttonHeight(), button * 13 / 10) << button;
+  EXPECT_GE(tabsHeight(), tabs * 13 / 10) << tabs;
+  Screenshot(board.Window(), Scratch(L"board-144dpi.bmp"));
   EXPECT_EQ(0, board.Quit());
 }
 

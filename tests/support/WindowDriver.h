@@ -121,8 +121,10 @@ inline bool HasText(HWND parent, const wchar_t* className, const std::wstring& t
   return false;
 }
 
-// The window as it is on the screen, as a 24-bit BMP file.
+// The window as it is on the screen, as a 24-bit BMP file, once it has
+// painted what it has to paint.
 inline bool Screenshot(HWND window, const std::wstring& path) {
+  RedrawWindow(window, nullptr, nullptr, RDW_INVALIDATE | RDW_FRAME | RDW_ALLCHILDREN | RDW_UPDATENOW);
   RECT r{};
   GetWindowRect(window, &r);
   const int w = r.right - r.left, h = r.bottom - r.top;

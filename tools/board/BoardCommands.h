@@ -28,6 +28,7 @@ enum Command : UINT {
   kShowBoard,
   kNextPage,
   kPreviousPage,
+  kEffect,
   // kPlaySound + a sound's id plays that sound (its button's id, its hotkey's id).
   kPlaySound = 0x1000,
   kLastPlaySound = 0xBFFF,

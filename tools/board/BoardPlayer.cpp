@@ -74,7 +74,12 @@ void BoardPlayer::Run() {
     }
     Handle(request);
   }
-  engine_.reset();  // what the effect holds plays out
+  Disconnect();
+}
+
+void BoardPlayer::Disconnect() {
+  engine_.reset();
+  playingEvent_.Reset();
 }
 
 void BoardPlayer::Handle(const Request& request) {
@@ -90,7 +95,7 @@ void BoardPlayer::Handle(const Request& request) {
       // press connects anew.
       if (reconnect) {
         StopVoices();
-        engine_.reset();
+        Disconnect();
       }
       break;
     }
@@ -101,7 +106,7 @@ void BoardPlayer::Handle(const Request& request) {
 
 bool BoardPlayer::Connect() {
   if (engine_ && engine_->Failure() == player::PlayerStatus::Ok) return true;
-  engine_.reset();
+  Disconnect();
   {
     std::lock_guard<std::mutex> lock(lock_);
     soundOfVoice_.clear();
@@ -126,6 +131,7 @@ bool BoardPlayer::Connect() {
     options.pttTailMs = settings_.pushToTalkTailMs;
   }
   const std::string format = system::DescribeFormat(client->Format());
+  playingEvent_ = system::HoldPlayingEvent(client->Slot());
   engine_ = std::make_unique<player::PlayerEngine>(std::move(client), options,
                                                    [this](const player::EngineEvent& e) { OnEngineEvent(e); });
   std::string status = "playing into " + tools::Utf8(mic.name.empty() ? mic.endpointId : mic.name) + " (" + format + ")";

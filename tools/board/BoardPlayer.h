@@ -5,6 +5,7 @@
 #pragma once
 
 #include "board/Board.h"
+#include "platform/UniqueResource.h"
 #include "player/PlayerEngine.h"
 
 #include <condition_variable>
@@ -62,6 +63,8 @@ class BoardPlayer {
   // Connects to the chosen microphone's effect when nothing is connected (or
   // the connection broke); false, with news that says why, when it cannot.
   bool Connect();
+  // Drops the connection; what the effect holds plays out.
+  void Disconnect();
   void Tell(PlayerNews news);
   void OnEngineEvent(const player::EngineEvent& e);
 
@@ -77,6 +80,8 @@ class BoardPlayer {
 
   std::map<uint32_t, int> voiceOfSound_;  // the worker's own
   std::unique_ptr<player::PlayerEngine> engine_;
+  // Held while connected, so that `quillon list` shows the microphone as played into.
+  UniqueHandle playingEvent_;
   std::thread thread_;
 };
 

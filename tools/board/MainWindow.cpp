@@ -2,6 +2,7 @@
 
 #include "board/BoardCommands.h"
 #include "board/BoardResources.h"
+#include "board/EffectDialog.h"
 #include "board/PageNameDialog.h"
 #include "board/SettingsDialog.h"
 #include "board/SingleInstance.h"
@@ -21,7 +22,8 @@ namespace {
 
 constexpr UINT kNewsMessage = WM_APP + 1;  // the player has news
 constexpr UINT kTrayMessage = WM_APP + 2;  // the notification area's icon
-constexpr int kMicListId = 10, kAttachButtonId = kAttach, kTabsId = 11, kStatusId = 12;
+constexpr UINT kElevatedMessage = WM_APP + 3;  // quillon.exe, run as Administrator, ended
+constexpr int kTabsId = 11, kStatusId = 12;
 
 using tools::Utf8;
 using tools::Wide;
@@ -95,6 +97,7 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     case WM_SETFOCUS: RestoreFocus(); return 0;
     case kNewsMessage: OnPlayerNews(); return 0;
     case kTrayMessage: OnTray(LOWORD(lParam)); return 0;
+    case kElevatedMessage: OnElevatedEnded(); return 0;
     default: break;
   }
   return DefWindowProcW(hwnd, message, wParam, lParam);
@@ -103,13 +106,7 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
 BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
   font_.Make(GetDpiForWindow(hwnd));
   const HINSTANCE instance = GetModuleHandleW(nullptr);
-  micLabel_ = CreateWindowExW(0, WC_STATICW, L"&Microphone:", WS_CHILD | WS_VISIBLE | SS_CENTERIMAGE, 0, 0, 0, 0,
-                              hwnd, nullptr, instance, nullptr);
-  micList_ = CreateWindowExW(0, WC_COMBOBOXW, L"", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_VSCROLL | CBS_DROPDOWNLIST,
-                             0, 0, 0, 0, hwnd, reinterpret_cast<HMENU>(kMicListId), instance, nullptr);
-  attachButton_ = CreateWindowExW(0, WC_BUTTONW, L"&Attach\u2026", WS_CHILD | WS_TABSTOP | BS_PUSHBUTTON, 0, 0, 0, 0,
-                                  hwnd, reinterpret_cast<HMENU>(kAttachButtonId), instance, nullptr);
-  Button_SetElevationRequiredState(attachButton_, TRUE);
+  micRow_.Create(hwnd);
   tabs_ = CreateWindowExW(0, WC_TABCONTROLW, L"Pages", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_CLIPSIBLINGS, 0, 0, 0,
                           0, hwnd, reinterpret_cast<HMENU>(kTabsId), instance, nullptr);
   grid_.Create(hwnd, font_);
@@ -121,6 +118,7 @@ BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
   hotkeys_ = std::make_unique<GlobalHotkeys>(hwnd);
   tray_ = std::make_unique<TrayIcon>(hwnd, kTrayMessage, iconSmall_, L"Quillon Board");
   player_ = std::make_unique<BoardPlayer>([hwnd] { PostMessageW(hwnd, kNewsMessage, 0, 0); });
+  elevated_ = std::make_unique<ElevatedRun>(hwnd, kElevatedMessage);
   player_->Configure(board_.GetSettings());
   board_.SetListener([this](const Change& change) { OnBoardChanged(change); });
   ShowPages();
@@ -151,16 +149,7 @@ void MainWindow::Layout() {
   GetClientRect(hwnd_, &client);
   GetWindowRect(status_, &statusRect);
   const int margin = font_.Scale(8);
-  const int rowHeight = font_.LineHeight() + font_.Scale(10);
-  const int labelWidth = font_.CharWidth() * 12;
-  const int attachWidth = IsWindowVisible(attachButton_) ? font_.CharWidth() * 14 : 0;
-  int x = margin;
-  MoveWindow(micLabel_, x, margin, labelWidth, rowHeight, TRUE);
-  x += labelWidth;
-  const int listWidth = std::max<int>(font_.CharWidth() * 20, client.right - x - margin - attachWidth -
-                                                                   (attachWidth ? margin : 0));
-  MoveWindow(micList_, x, margin, listWidth, rowHeight * 8, TRUE);
-  MoveWindow(attachButton_, x + listWidth + margin, margin, attachWidth, rowHeight, TRUE);
+  const int rowHeight = micRow_.Layout(font_, margin, margin, client.right - 2 * margin);
   // The tab control is the row of page tabs only; the grid lies below it, so
   // that the two never overlap.
   const int top = margin * 2 + rowHeight;
@@ -179,7 +168,7 @@ void MainWindow::RestoreFocus() {
   } else if (board_.Find(grid_.Focused()) != nullptr) {
     grid_.FocusSound(grid_.Focused());
   } else {
-    SetFocus(micList_);
+    SetFocus(micRow_.List());
   }
 }
 
@@ -230,32 +219,13 @@ void MainWindow::ShowSounds() {
 }
 
 void MainWindow::ShowMicrophones() {
-  mics_ = ListMicChoices();
-  const std::wstring chosen = Wide(board_.GetSettings().microphone);
-  ComboBox_ResetContent(micList_);
-  int selected = -1;
-  for (size_t i = 0; i < mics_.size(); ++i) {
-    const MicChoice& mic = mics_[i];
-    const wchar_t* state = mic.state == MicChoice::State::Running    ? L""
-                           : mic.state == MicChoice::State::Attached ? L" (not recording now)"
-                                                                     : L" (not attached)";
-    ComboBox_AddString(micList_, (mic.name + state).c_str());
-    if (_wcsicmp(mic.id.c_str(), chosen.c_str()) == 0 || _wcsicmp(mic.guid.c_str(), chosen.c_str()) == 0) {
-      selected = static_cast<int>(i);
-    }
-  }
-  // With none chosen yet, the first running one.
-  if (selected < 0 && chosen.empty() && !mics_.empty() && mics_.front().state == MicChoice::State::Running) selected = 0;
-  ComboBox_SetCurSel(micList_, selected);
-  const bool needsAttach = selected >= 0 && mics_[static_cast<size_t>(selected)].state == MicChoice::State::NotAttached;
-  if (needsAttach != static_cast<bool>(IsWindowVisible(attachButton_))) {
-    ShowWindow(attachButton_, needsAttach ? SW_SHOW : SW_HIDE);
-    Layout();
-  }
-  if (selected >= 0 && mics_[static_cast<size_t>(selected)].state != MicChoice::State::Running &&
-      startProblem_.empty()) {
-    SetStatus(Explain(mics_[static_cast<size_t>(selected)]));
-  }
+  micRow_.Show(Wide(board_.GetSettings().microphone));
+  Layout();
+  const MicChoice* mic = micRow_.Selected();
+  if (!startProblem_.empty() || (mic != nullptr && mic->state == MicChoice::State::Running)) return;
+  SetStatus(mic != nullptr        ? Explain(*mic)
+            : micRow_.HasNone() ? L"Windows knows no microphone. Connect one, and it shows in the list."
+                                : L"Choose the microphone to play into.");
 }
 
 // ---- The board changed -----------------------------------------------------------------
@@ -294,7 +264,8 @@ bool MainWindow::CanRun(UINT id) const {
     case kMoveLeft:
     case kMoveRight: return soundFocused && board_.Pages()[page_].sounds.size() > 1;
     case kRemovePage: return board_.Pages().size() > 1;
-    case kAttach: return IsWindowVisible(attachButton_);
+    case kAttach: return micRow_.CanAttach() && !elevated_->Running();
+    case kEffect: return micRow_.CanChangeEffect() && !elevated_->Running();
     default: return true;
   }
 }
@@ -307,15 +278,13 @@ void MainWindow::OnInitMenuPopup(HWND, HMENU menu, UINT, BOOL) {
 }
 
 void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
-  if (id == kMicListId) {
-    if (code == CBN_SELCHANGE) {
-      const int selected = ComboBox_GetCurSel(micList_);
-      if (selected >= 0 && static_cast<size_t>(selected) < mics_.size()) {
-        Settings settings = board_.GetSettings();
-        settings.microphone = Utf8(mics_[static_cast<size_t>(selected)].id);
-        board_.SetSettings(settings);
-        ShowMicrophones();
-      }
+  if (id == MicrophoneRow::kListId) {
+    const MicChoice* mic = micRow_.Selected();
+    if (code == CBN_SELCHANGE && mic != nullptr) {
+      Settings settings = board_.GetSettings();
+      settings.microphone = Utf8(mic->id);
+      board_.SetSettings(settings);
+      ShowMicrophones();
     }
     return;
   }
@@ -343,6 +312,7 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
       SetStatus(L"Stopped everything.");
       break;
     case kAttach: Attach(); break;
+    case kEffect: ChangeEffect(); break;
     case kShowBoard: ShowBoard(); break;
     case kNextPage:
     case kPreviousPage: {
@@ -532,29 +502,55 @@ void MainWindow::MoveSound(uint32_t id, int by) {
 }
 
 void MainWindow::Attach() {
-  const int selected = ComboBox_GetCurSel(micList_);
-  if (selected < 0) return;
-  // quillon.exe beside this program changes HKLM, through the elevation prompt.
-  std::wstring folder(MAX_PATH, L'\0');
-  folder.resize(GetModuleFileNameW(nullptr, folder.data(), MAX_PATH));
-  folder.resize(folder.find_last_of(L'\\'));
-  const std::wstring program = folder + L"\\quillon.exe";
-  const std::wstring parameters = L"attach \"" + mics_[static_cast<size_t>(selected)].guid + L"\"";
-  SHELLEXECUTEINFOW run{sizeof(run)};
-  run.fMask = SEE_MASK_NOASYNC;
-  run.hwnd = hwnd_;
-  run.lpVerb = L"runas";
-  run.lpFile = program.c_str();
-  run.lpParameters = parameters.c_str();
-  run.nShow = SW_SHOWNORMAL;
-  if (!ShellExecuteExW(&run)) {
-    const DWORD error = GetLastError();
-    SetStatus(error == ERROR_CANCELLED ? L"Attaching was cancelled."
-                                       : L"Cannot run quillon attach: " + Wide(tools::SystemText(error)));
+  if (micRow_.Selected() == nullptr) return;
+  const MicChoice mic = *micRow_.Selected();
+  RunElevated(Elevated{Elevated::Kind::Attach, mic.id, mic.name, {}}, L"attach \"" + mic.guid + L"\"");
+}
+
+void MainWindow::ChangeEffect() {
+  if (micRow_.Selected() == nullptr) return;
+  // Copies: the list is read again while the dialog is open (the window is
+  // activated again when it closes).
+  const MicChoice mic = *micRow_.Selected();
+  const system::EffectSettings before = micRow_.Effect();
+  EffectDialog dialog(mic.name, before);
+  if (!dialog.Edit(hwnd_)) return;
+  const std::wstring arguments = system::SetArguments(before, dialog.Chosen(), mic.id);
+  if (arguments.empty()) return;
+  RunElevated(Elevated{Elevated::Kind::Effect, mic.id, mic.name, dialog.Chosen()}, arguments);
+}
+
+void MainWindow::RunElevated(Elevated what, const std::wstring& arguments) {
+  DWORD error = 0;
+  const bool attach = what.kind == Elevated::Kind::Attach;
+  if (!elevated_->Start(arguments, error)) {
+    SetStatus(error == ERROR_CANCELLED
+                  ? (attach ? L"Attaching was cancelled." : L"The effect's settings were not changed: cancelled.")
+                  : L"Cannot run quillon.exe as Administrator: " + Wide(tools::SystemText(error)));
     return;
   }
-  // The list is read again when the window is active again, after the attach.
-  SetStatus(L"Attaching Quillon to the microphone\u2026");
+  SetStatus(attach ? L"Attaching Quillon to " + what.name + L"\u2026" : L"Changing the effect's settings\u2026");
+  pending_ = std::move(what);
+}
+
+void MainWindow::OnElevatedEnded() {
+  const DWORD code = elevated_->Finish();
+  ShowMicrophones();
+  const Elevated& what = pending_;
+  const std::wstring failed = L" (quillon.exe ended with code " + std::to_wstring(code) +
+                              L"; an Administrator console shows why).";
+  if (what.kind == Elevated::Kind::Attach) {
+    const MicChoice* mic = micRow_.Selected();
+    const bool attached = mic != nullptr && mic->id == what.id && mic->state != MicChoice::State::NotAttached;
+    SetStatus(!attached                                  ? L"Quillon was not attached to " + what.name + failed
+              : mic->state == MicChoice::State::Running ? L"Quillon is attached to " + what.name + L"."
+                                                        : Explain(*mic));
+    return;
+  }
+  // What the effect reads now, whatever the exit code says.
+  const system::EffectSettings now = system::ReadEffectSettings(what.id);
+  SetStatus(now.SameValues(what.effect) ? what.name + L": " + DescribeEffect(now) + L"."
+                                        : L"The effect's settings were not changed" + failed);
 }
 
 void MainWindow::ShowBoard() {

@@ -9,8 +9,9 @@
 #include "board/Board.h"
 #include "board/BoardFile.h"
 #include "board/BoardPlayer.h"
+#include "board/ElevatedRun.h"
 #include "board/GlobalHotkeys.h"
-#include "board/MicrophoneChoices.h"
+#include "board/MicrophoneRow.h"
 #include "board/SoundGrid.h"
 #include "board/TrayIcon.h"
 #include "board/UiFont.h"
@@ -54,6 +55,7 @@ class MainWindow : public WindowClass<MainWindow> {
   void OnDpiChanged(UINT dpi, const RECT& suggested);
   void OnTray(UINT event);
   void OnPlayerNews();
+  void OnElevatedEnded();
 
   // Commands.
   void PlaySound(uint32_t id);
@@ -67,8 +69,18 @@ class MainWindow : public WindowClass<MainWindow> {
   void RemoveSound(uint32_t id);
   void MoveSound(uint32_t id, int by);
   void Attach();
+  // The chosen microphone's gain and block voice, through their dialog.
+  void ChangeEffect();
   void ShowBoard();
   void OpenSettings();
+
+  // What quillon.exe runs as Administrator for, to say how it went when it ends.
+  struct Elevated {
+    enum class Kind { Attach, Effect } kind = Kind::Attach;
+    std::wstring id, name;          // the microphone
+    system::EffectSettings effect;  // asked for, for Kind::Effect
+  };
+  void RunElevated(Elevated what, const std::wstring& arguments);
 
   // Whether a command can run now: the one place that decides it.
   bool CanRun(UINT id) const;
@@ -90,15 +102,17 @@ class MainWindow : public WindowClass<MainWindow> {
   std::wstring startProblem_;
   UiFont font_;
   SoundGrid grid_;
-  HWND micLabel_ = nullptr, micList_ = nullptr, attachButton_ = nullptr, tabs_ = nullptr, status_ = nullptr;
+  MicrophoneRow micRow_;
+  HWND tabs_ = nullptr, status_ = nullptr;
   HACCEL accelerators_ = nullptr;
   HICON iconLarge_ = nullptr, iconSmall_ = nullptr;
-  std::vector<MicChoice> mics_;
   size_t page_ = 0;  // the page shown, where new sounds go
   HWND lastFocus_ = nullptr;  // the control that had the focus when the window was deactivated
   std::unique_ptr<GlobalHotkeys> hotkeys_;
   std::unique_ptr<TrayIcon> tray_;
   std::unique_ptr<BoardPlayer> player_;
+  std::unique_ptr<ElevatedRun> elevated_;
+  Elevated pending_;
 };
 
 }  // namespace quillon::board

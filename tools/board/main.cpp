@@ -87,7 +87,8 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int show) {
 
   tools::ComApartment com(COINIT_APARTMENTTHREADED);
   const INITCOMMONCONTROLSEX controls{sizeof(controls),
-                                      ICC_STANDARD_CLASSES | ICC_TAB_CLASSES | ICC_BAR_CLASSES | ICC_HOTKEY_CLASS};
+                                      ICC_STANDARD_CLASSES | ICC_TAB_CLASSES | ICC_BAR_CLASSES | ICC_HOTKEY_CLASS |
+                                          ICC_UPDOWN_CLASS};
   InitCommonControlsEx(&controls);
 
   const std::wstring path = args.board.empty() ? board::DefaultBoardPath() : args.board;

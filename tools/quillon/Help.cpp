@@ -58,15 +58,16 @@ const std::vector<Command>& AllCommands() {
        RunStop},
       {"set",
        {{"--mic", true}},
-       "set gain DB [--mic NAME|ID] | set block-voice on|off | set log-level LEVEL",
-       "change a setting (as Administrator)",
+       "set SETTING VALUE [SETTING VALUE]... [--mic NAME|ID]",
+       "change settings (as Administrator)",
        "  gain DB           amplify the microphone by DB whole decibels, 0 to 30\n"
        "  block-voice on    the sound played replaces the voice while it plays\n"
        "  block-voice off   the sound played is added to the voice (default)\n"
        "  log-level LEVEL   trace, debug, info, warn, error (default) or nolog\n"
        "\n"
-       "The effect picks a change up while audio runs. The values live under\n"
-       "HKLM\\SOFTWARE\\Marrowin\\Quillon.\n",
+       "Several settings can be changed at once; when one of them is wrong, none\n"
+       "is changed. The effect picks a change up while audio runs. The values live\n"
+       "under HKLM\\SOFTWARE\\Marrowin\\Quillon.\n",
        RunSet},
       {"settings", {}, "settings", "show every setting",
        "Shows block voice, the log level and each microphone's gain, and which of\n"

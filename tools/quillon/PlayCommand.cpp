@@ -11,7 +11,6 @@
 #include "quillon/Console.h"
 #include "quillon/Progress.h"
 #include "system/Microphones.h"
-#include "transfer/WinUtils.h"
 
 #include <algorithm>
 #include <chrono>
@@ -25,7 +24,6 @@ using system::Choose;
 using system::Describe;
 using system::DescribeFormat;
 using system::Microphone;
-using system::PlayingEventName;
 using system::RunningMicrophones;
 using tools::Utf8;
 
@@ -187,9 +185,7 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
     Fail("%s: %s", Describe(mic).c_str(), client->Explain(connected).c_str());
     return kExitFailed;
   }
-  UniqueHandle playing(CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(),
-                                      PlayingEventName(client->Slot()).c_str(), CREATE_EVENT_MANUAL_RESET,
-                                      EVENT_ALL_ACCESS));
+  const UniqueHandle playing = system::HoldPlayingEvent(client->Slot());
   if (o.verbose) {
     Print("slot %d: %s, %s\n", client->Slot(), Describe(mic).c_str(), DescribeFormat(client->Format()).c_str());
   }

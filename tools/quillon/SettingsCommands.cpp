@@ -6,23 +6,28 @@
 #include "platform/RegistrySettings.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
+#include "system/EffectSettings.h"
 #include "system/Microphones.h"
 #include "system/RegistryEdit.h"
 
 #include <windows.h>
 
-#include <algorithm>
 #include <cwctype>
 #include <iterator>
+#include <optional>
+#include <string_view>
+#include <vector>
 
 namespace quillon::cli {
 
 using system::Apply;
 using system::Choose;
 using system::Describe;
+using system::EffectSettings;
 using system::FriendlyName;
 using system::HklmText;
 using system::KnownMicrophones;
+using system::ReadEffectSettings;
 using system::Microphone;
 using system::RegChange;
 using system::RegValue;
@@ -33,44 +38,6 @@ using tools::Utf8;
 
 namespace {
 
-// Writes one value below the settings key; one line on failure.
-bool WriteValue(const std::wstring& subKey, const wchar_t* name, const RegValue& value) {
-  const std::wstring path = subKey.empty() ? kSettingsKey : EndpointSettingsKey(subKey);
-  std::wstring failedKey;
-  const LSTATUS status = Apply({RegChange::Set(path, name, value)}, failedKey);
-  if (status != ERROR_SUCCESS) {
-    Fail("cannot write %s\\%s: %s%s", HklmText(path).c_str(), Utf8(name).c_str(), SystemText(status).c_str(),
-         status == ERROR_ACCESS_DENIED ? " (run it as Administrator)" : "");
-    return false;
-  }
-  return true;
-}
-
-int SetGain(const Arguments& args) {
-  long long db = 0;
-  if (args.positional.size() != 2 || !ParseWhole(args.positional[1], 0, kMaxMicGainDb, db)) {
-    const std::string given = args.positional.size() > 1 ? Utf8(args.positional[1]) : "";
-    return UsageError("gain " + given + ": give whole decibels from 0 to " + std::to_string(kMaxMicGainDb), "set");
-  }
-  Microphone mic;
-  std::string error;
-  if (!Choose(KnownMicrophones(), args.Value("--mic"), mic, error)) {
-    Fail("%s", error.c_str());
-    return kExitFailed;
-  }
-  if (!WriteValue(MicGainSubkey(mic.endpointId), kMicGainValue, RegValue::Dword(static_cast<DWORD>(db)))) return kExitFailed;
-  Print("gain of %s set to %lld dB\n", Describe(mic).c_str(), db);
-  return kExitDone;
-}
-
-int SetBlockVoice(const Arguments& args) {
-  const std::string value = args.positional.size() == 2 ? Utf8(args.positional[1]) : "";
-  if (value != "on" && value != "off") return UsageError("block-voice " + value + ": give on or off", "set");
-  if (!WriteValue(L"", kBlockVoiceValue, RegValue::Dword(value == "on" ? 1 : 0))) return kExitFailed;
-  Print("block voice %s\n", value.c_str());
-  return kExitDone;
-}
-
 // "trace, debug, info, warn, error or nolog"
 std::string LevelTexts() {
   std::string list;
@@ -79,34 +46,93 @@ std::string LevelTexts() {
   return list;
 }
 
-int SetLogLevel(const Arguments& args) {
-  std::wstring level = args.positional.size() == 2 ? args.positional[1] : L"";
-  for (wchar_t& c : level) c = static_cast<wchar_t>(std::towlower(c));
-  bool known = false;
-  for (const LogLevelName& name : kLogLevels) known = known || level == name.text;
-  if (!known) return UsageError("log-level " + Utf8(level) + ": give " + LevelTexts(), "set");
-  if (!WriteValue(L"", kLogLevelValue, RegValue::Text(level))) return kExitFailed;
-  Print("log level %s\n", Utf8(level).c_str());
-  return kExitDone;
+// One setting of a `set` command line, checked: the value it writes and the line it prints.
+struct Setting {
+  std::wstring subKey;  // below the settings key; empty for the key itself
+  const wchar_t* name;
+  RegValue value;
+  std::string done;
+};
+
+// Reads `name value` into `setting`; the problem for a usage line when the value is not one.
+std::optional<std::string> ReadSetting(const std::string& name, const std::wstring& word, Setting& setting) {
+  const std::string value = Utf8(word);
+  if (name == "gain") {
+    long long db = 0;
+    if (!ParseWhole(word, 0, kMaxMicGainDb, db)) {
+      return "gain " + value + ": give whole decibels from 0 to " + std::to_string(kMaxMicGainDb);
+    }
+    setting = {L"", kMicGainValue, RegValue::Dword(static_cast<DWORD>(db)), std::to_string(db) + " dB"};
+  } else if (name == "block-voice") {
+    if (value != "on" && value != "off") return "block-voice " + value + ": give on or off";
+    setting = {L"", kBlockVoiceValue, RegValue::Dword(value == "on" ? 1 : 0), "block voice " + value};
+  } else if (name == "log-level") {
+    std::wstring level = word;
+    for (wchar_t& c : level) c = static_cast<wchar_t>(std::towlower(c));
+    bool known = false;
+    for (const LogLevelName& levelName : kLogLevels) known = known || level == levelName.text;
+    if (!known) return "log-level " + value + ": give " + LevelTexts();
+    setting = {L"", kLogLevelValue, RegValue::Text(level), "log level " + Utf8(level)};
+  } else {
+    return name.empty() ? "set needs a setting" : "unknown setting " + name;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
 
+// `set NAME VALUE [NAME VALUE]...`: every pair is checked before anything is
+// written, so that a mistake in one changes none.
 int RunSet(const Arguments& args) {
-  const std::string what = args.positional.empty() ? "" : Utf8(args.positional[0]);
-  if (args.Has("--mic") && what != "gain") return UsageError("--mic goes with set gain only", "set");
-  if (what == "gain") return SetGain(args);
-  if (what == "block-voice") return SetBlockVoice(args);
-  if (what == "log-level") return SetLogLevel(args);
-  return UsageError(what.empty() ? "set needs a setting" : "unknown setting " + what, "set");
+  const std::vector<std::wstring>& words = args.positional;
+  if (words.empty()) return UsageError("set needs a setting", "set");
+  std::vector<Setting> settings;
+  bool gain = false;
+  for (size_t i = 0; i < words.size(); i += 2) {
+    const std::string name = Utf8(words[i]);
+    Setting setting;
+    if (const auto problem = ReadSetting(name, i + 1 < words.size() ? words[i + 1] : L"", setting)) {
+      return UsageError(*problem, "set");
+    }
+    for (const Setting& earlier : settings) {
+      if (std::wstring_view(earlier.name) == setting.name) return UsageError(name + " is given twice", "set");
+    }
+    gain = gain || name == "gain";
+    settings.push_back(std::move(setting));
+  }
+  if (args.Has("--mic") && !gain) return UsageError("--mic goes with set gain only", "set");
+
+  Microphone mic;
+  std::vector<RegChange> changes;
+  for (Setting& setting : settings) {
+    if (std::wstring_view(setting.name) == kMicGainValue) {
+      std::string error;
+      if (!Choose(KnownMicrophones(), args.Value("--mic"), mic, error)) {
+        Fail("%s", error.c_str());
+        return kExitFailed;
+      }
+      setting.subKey = MicGainSubkey(mic.endpointId);
+      setting.done = "gain of " + Describe(mic) + " set to " + setting.done;
+    }
+    const std::wstring path = setting.subKey.empty() ? kSettingsKey : EndpointSettingsKey(setting.subKey);
+    changes.push_back(RegChange::Set(path, setting.name, setting.value));
+  }
+  std::wstring failedKey;
+  const LSTATUS status = Apply(changes, failedKey);
+  if (status != ERROR_SUCCESS) {
+    Fail("cannot write %s: %s%s", HklmText(failedKey).c_str(), SystemText(status).c_str(),
+         status == ERROR_ACCESS_DENIED ? " (run it as Administrator)" : "");
+    return kExitFailed;
+  }
+  for (const Setting& setting : settings) Print("%s\n", setting.done.c_str());
+  return kExitDone;
 }
 
 int RunSettings(const Arguments& args) {
   if (!args.positional.empty()) return UsageError("settings takes no arguments", "settings");
   const std::wstring root = kSettingsPath;
-  uint32_t blockVoice = 0;
-  const bool blockSet = ReadRegistryDword(root + kBlockVoiceValue, blockVoice).Ok();
-  Print("block voice  %s%s\n", blockSet && blockVoice != 0 ? "on" : "off", blockSet ? "" : " (default)");
+  const EffectSettings common = ReadEffectSettings(L"");
+  Print("block voice  %s%s\n", common.blockVoice ? "on" : "off", common.blockVoiceSet ? "" : " (default)");
   std::wstring level;
   const bool levelSet = ReadRegistryString(root + kLogLevelValue, level).Ok();
   // The effect reads any other word as info.
@@ -130,9 +156,8 @@ int RunSettings(const Arguments& args) {
     if (!listed) mics.push_back(running);
   }
   for (const Microphone& mic : mics) {
-    uint32_t db = 0;
-    const bool set = ReadRegistryDword(MicGainPath(mic.endpointId), db).Ok();
-    const std::string value = std::to_string(std::min(db, kMaxMicGainDb)) + " dB" + (set ? "" : " (default)");
+    const EffectSettings effect = ReadEffectSettings(mic.endpointId);
+    const std::string value = std::to_string(effect.gainDb) + " dB" + (effect.gainSet ? "" : " (default)");
     Print("gain         %-15s  %s\n", value.c_str(), Describe(mic).c_str());
   }
   return kExitDone;

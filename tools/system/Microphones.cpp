@@ -31,6 +31,11 @@ bool ReadFormat(int slot, UNCOMPRESSEDAUDIOFORMAT& format) {
 
 std::wstring PlayingEventName(int slot) { return L"Global\\QuillonPlaying1.8.0_" + std::to_wstring(slot); }
 
+UniqueHandle HoldPlayingEvent(int slot) {
+  return UniqueHandle(CreateEventExW(WinUtils::GetNullDaclSecurityAttributes(), PlayingEventName(slot).c_str(),
+                                     CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS));
+}
+
 std::wstring FriendlyName(const std::wstring& endpointId) { return FriendlyName(Flow::kCapture, GuidOf(endpointId)); }
 
 std::vector<Microphone> RunningMicrophones() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/ApoInterfaces.h"
+#include "platform/UniqueResource.h"
 
 #include <windows.h>
 
@@ -42,5 +43,7 @@ bool Choose(const std::vector<Microphone>& candidates, const std::wstring& text,
 // The named event a player holds while it sends to `slot`; "playing" in
 // `quillon list` is its existence.
 std::wstring PlayingEventName(int slot);
+// Creates that event: `slot` shows as played into while the handle is held.
+UniqueHandle HoldPlayingEvent(int slot);
 
 }  // namespace quillon::system

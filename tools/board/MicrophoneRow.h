@@ -1,0 +1,47 @@
+// The row above the pages: the list of microphones, what the effect does on
+// the chosen one (its gain, and whether a sound played mutes the voice), and a
+// button that attaches Quillon to it or changes those settings. Both buttons
+// send their command (kAttach, kEffect) to the main window.
+#pragma once
+
+#include "board/MicrophoneChoices.h"
+#include "board/UiFont.h"
+#include "system/EffectSettings.h"
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+namespace quillon::board {
+
+class MicrophoneRow {
+ public:
+  static constexpr int kListId = 10;
+
+  void Create(HWND parent);
+  // Lays the row out at `top`, `width` wide from `left`; returns its height.
+  int Layout(const UiFont& font, int left, int top, int width);
+  // Reads the microphones and the effect's settings again and shows them, the
+  // one `chosen` names (id or GUID) selected, or else the first running one.
+  // The row is to be laid out again after.
+  void Show(const std::wstring& chosen);
+  // The microphone selected in the list, or null.
+  const MicChoice* Selected() const;
+  bool HasNone() const { return mics_.empty(); }
+  // The effect's settings on the selected microphone, as last read.
+  const system::EffectSettings& Effect() const { return effect_; }
+  bool CanAttach() const { return IsWindowVisible(attachButton_) != FALSE; }
+  bool CanChangeEffect() const { return IsWindowVisible(effectButton_) != FALSE; }
+  HWND List() const { return list_; }
+
+ private:
+  HWND label_ = nullptr, list_ = nullptr, effectText_ = nullptr, attachButton_ = nullptr, effectButton_ = nullptr;
+  std::vector<MicChoice> mics_;
+  system::EffectSettings effect_;
+};
+
+// "Gain 6 dB" and, with block voice on, "; your voice is muted while a sound plays".
+std::wstring DescribeEffect(const system::EffectSettings& effect);
+
+}  // namespace quillon::board
