@@ -257,6 +257,18 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
                                        L"Button &Effect\u2026", L"SysTabControl32", L"Button stays", L"Button stopped"}),
             order);
 
+  // A label's mnemonic goes to the control after it; a button's presses it.
+  PressKeys("Alt+M");
+  EXPECT_TRUE(PollUntil([&] { return ClassOf(FocusOf(board.Window())) == L"ComboBox"; }, 5000));
+  PressKeys("Alt+E");
+  EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Microphone effect") != nullptr; }));
+  PressKeys("Esc");
+  EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Microphone effect") == nullptr; }));
+  PressKeys("Tab");
+  PressKeys("Tab");
+  PressKeys("Tab");
+  EXPECT_TRUE(PollUntil([&] { return TextOf(FocusOf(board.Window())) == L"stopped"; }, 5000));
+
   // Enter plays the focused sound.
   PressKeys("Enter");
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stopped (playing)"); })) << Utf8(board.Status());

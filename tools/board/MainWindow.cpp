@@ -95,6 +95,12 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
       RestoreFocus();
       return 0;
     case WM_SETFOCUS: RestoreFocus(); return 0;
+    case WM_NEXTDLGCTL:
+      // IsDialogMessage sends this for a label's mnemonic (Alt+M): the focus
+      // goes to the control after the label. Only dialogs handle it by default.
+      SetFocus(LOWORD(lParam) ? reinterpret_cast<HWND>(wParam)
+                              : GetNextDlgTabItem(hwnd_, GetFocus(), static_cast<BOOL>(wParam)));
+      return 0;
     case kNewsMessage: OnPlayerNews(); return 0;
     case kTrayMessage: OnTray(LOWORD(lParam)); return 0;
     case kElevatedMessage: OnElevatedEnded(); return 0;
