@@ -82,9 +82,10 @@ until wine "$build/bin/quillon.exe" list 2>/dev/null | grep -q quillon-demo-boar
   (( waited++ < 100 )) || { echo "demo: the board or its host did not start" >&2; exit 1; }
   sleep 0.2
 done
-wine "$build/bin/quillon-board.exe" --play Jingle
-sleep 0.5
+# The longer sound first, so that both still play when the picture is taken.
 wine "$build/bin/quillon-board.exe" --play Chord
+sleep 0.5
+wine "$build/bin/quillon-board.exe" --play Jingle
 sleep 0.3
 eval "$(xdotool getwindowgeometry --shell "$board_window")"
 import -window root -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$out/board.png"
