@@ -53,11 +53,10 @@ test-arm64: build
 bench: build
 	scripts/run-bench.sh $(X64)
 
-# The setup packages of both architectures, in out/.
+# The setup packages of both architectures, in out/, signed when
+# QUILLON_SIGN_PFX and QUILLON_SIGN_PASSWORD_FILE give a certificate.
 package: build
-	mkdir -p out
-	cp $(X64)/package/Quillon-*-x64-setup.exe $(ARM64)/package/Quillon-*-arm64-setup.exe out/
-	@ls -l out/Quillon-*-setup.exe
+	scripts/package.sh out $(X64):x64 $(ARM64):arm64
 
 # Quillon's main job end to end; leaves WAVs, a picture and a summary in out/demo/.
 demo: deps $(X64)/build.ninja

@@ -4,9 +4,26 @@
 ; offers to attach the effect to the default microphone, and adds an entry to
 ; Programs and Features whose uninstaller detaches every microphone first.
 ;
-; makensis -DVERSION=1.8.0 -DARCH=x64|arm64 -DBIN=<folder with the files> -DOUTFILE=<setup.exe> Quillon.nsi
+; Installing over an installed Quillon works while the audio service holds
+; the library: a file that cannot be overwritten is renamed aside, the new one
+; takes its place, and the old one is removed at the next restart. When any
+; file cannot be replaced, every file is put back as it was and the setup
+; fails, naming the file.
+;
+; makensis -DVERSION=1.8.0 -DARCH=x64|arm64 -DBIN=<folder with the programs>
+;          -DLIBRARY=<Quillon.dll> -DICON=<quillon.ico> -DOUTFILE=<setup.exe>
+;          [-DSIGN=<sign.sh>] [-DUNINSTALLER_COPY=<uninstall.exe>] Quillon.nsi
+; SIGN signs the uninstaller inside the setup, then the setup;
+; UNINSTALLER_COPY keeps a copy of the uninstaller as it is packed.
 
 Unicode true
+!ifdef SIGN
+  !uninstfinalize '"${SIGN}" "%1"' = 0
+  !finalize '"${SIGN}" "%1"' = 0
+!endif
+!ifdef UNINSTALLER_COPY
+  !uninstfinalize 'cp "%1" "${UNINSTALLER_COPY}"' = 0
+!endif
 !if "${ARCH}" == "x64"
   Target amd64-unicode
 !else
@@ -24,6 +41,16 @@ RequestExecutionLevel admin
 
 Name "Quillon ${VERSION} (${ARCH})"
 OutFile "${OUTFILE}"
+Icon "${ICON}"
+UninstallIcon "${ICON}"
+VIProductVersion "${VERSION}.0"
+VIFileVersion "${VERSION}.0"
+VIAddVersionKey /LANG=1033 "ProductName" "Quillon"
+VIAddVersionKey /LANG=1033 "CompanyName" "Marrowin"
+VIAddVersionKey /LANG=1033 "FileDescription" "Quillon setup"
+VIAddVersionKey /LANG=1033 "FileVersion" "${VERSION}"
+VIAddVersionKey /LANG=1033 "ProductVersion" "${VERSION}"
+VIAddVersionKey /LANG=1033 "LegalCopyright" "Copyright (C) 2026 the Quillon developers"
 InstallDir "$PROGRAMFILES64\Marrowin\Quillon"
 ShowInstDetails show
 ShowUninstDetails show
@@ -49,11 +76,100 @@ Function un.onInit
   SetRegView 64
 FunctionEnd
 
+; The name beside $INSTDIR\<name> that an old file is renamed to:
+; "<name>.replaced-<n>", the first that is free. Leaves it in $R9.
+!macro AsideName NAME
+  StrCpy $R8 1
+  ${Do}
+    StrCpy $R9 "$INSTDIR\${NAME}.replaced-$R8"
+    ${IfNot} ${FileExists} "$R9"
+      ${Break}
+    ${EndIf}
+    IntOp $R8 $R8 + 1
+  ${Loop}
+!macroend
+
+; Moves $INSTDIR\<name> aside when it is there; its new name goes to VAR
+; ("" when there was none). Jumps to FAILED when it cannot be moved.
+!macro MoveAside NAME VAR FAILED
+  StrCpy ${VAR} ""
+  ${If} ${FileExists} "$INSTDIR\${NAME}"
+    !insertmacro AsideName "${NAME}"
+    ClearErrors
+    Rename "$INSTDIR\${NAME}" "$R9"
+    ${If} ${Errors}
+      StrCpy $R7 "${NAME}"
+      Goto ${FAILED}
+    ${EndIf}
+    StrCpy ${VAR} "$R9"
+  ${EndIf}
+!macroend
+
+; Puts a file moved aside back in its place, over whatever was written there.
+!macro PutBack NAME VAR
+  ${If} ${VAR} != ""
+    Delete "$INSTDIR\${NAME}"
+    Rename "${VAR}" "$INSTDIR\${NAME}"
+  ${EndIf}
+!macroend
+
+; Removes a file moved aside now, or at the next restart when it is still in use.
+!macro RemoveAside VAR
+  ${If} ${VAR} != ""
+    Delete /REBOOTOK "${VAR}"
+  ${EndIf}
+!macroend
+
+!macro WriteFile NAME SOURCE FAILED
+  ClearErrors
+  File "/oname=${NAME}" "${SOURCE}"
+  ${If} ${Errors}
+    StrCpy $R7 "${NAME}"
+    Goto ${FAILED}
+  ${EndIf}
+!macroend
+
+; Deletes $INSTDIR\<name>, or moves it aside and removes it at the next restart.
+!macro RemoveInUse NAME
+  Delete "$INSTDIR\${NAME}"
+  ${If} ${FileExists} "$INSTDIR\${NAME}"
+    !insertmacro AsideName "${NAME}"
+    Rename "$INSTDIR\${NAME}" "$R9"
+    Delete /REBOOTOK "$R9"
+  ${EndIf}
+!macroend
+
+Var asideLibrary
+Var asideCommand
+Var asideBoard
+
 Section "Quillon"
   SetOutPath "$INSTDIR"
-  File "${BIN}\Quillon.dll"
-  File "${BIN}\quillon.exe"
-  File "${BIN}\quillon-board.exe"
+  SetOverwrite try
+  ; What earlier upgrades moved aside and is no longer in use.
+  Delete "$INSTDIR\*.replaced-*"
+
+  ; The files in place are moved aside first (a loaded library can be
+  ; renamed, not overwritten), then the new ones written.
+  !insertmacro MoveAside "Quillon.dll" $asideLibrary replaceFailed
+  !insertmacro MoveAside "quillon.exe" $asideCommand replaceFailed
+  !insertmacro MoveAside "quillon-board.exe" $asideBoard replaceFailed
+  !insertmacro WriteFile "Quillon.dll" "${LIBRARY}" replaceFailed
+  !insertmacro WriteFile "quillon.exe" "${BIN}\quillon.exe" replaceFailed
+  !insertmacro WriteFile "quillon-board.exe" "${BIN}\quillon-board.exe" replaceFailed
+  Goto replaced
+  replaceFailed:
+    !insertmacro PutBack "Quillon.dll" $asideLibrary
+    !insertmacro PutBack "quillon.exe" $asideCommand
+    !insertmacro PutBack "quillon-board.exe" $asideBoard
+    MessageBox MB_ICONSTOP "Cannot replace $INSTDIR\$R7: it is in use or cannot be written. Nothing was changed." /SD IDOK
+    DetailPrint "Cannot replace $INSTDIR\$R7; nothing was changed."
+    SetErrorLevel 2
+    Abort
+  replaced:
+  !insertmacro RemoveAside $asideLibrary
+  !insertmacro RemoveAside $asideCommand
+  !insertmacro RemoveAside $asideBoard
   WriteUninstaller "$INSTDIR\uninstall.exe"
 
   nsExec::ExecToLog '"$INSTDIR\quillon.exe" register'
@@ -62,6 +178,15 @@ Section "Quillon"
     MessageBox MB_ICONSTOP "Quillon could not be registered (quillon register exited with $0)." /SD IDOK
     SetErrorLevel 1
     Abort
+  ${EndIf}
+
+  ; An upgrade: the audio service loads the new library when it restarts.
+  ${If} $asideLibrary != ""
+    nsExec::ExecToLog '"$INSTDIR\quillon.exe" restart-audio'
+    Pop $0
+    ${If} $0 != 0
+      MessageBox MB_ICONEXCLAMATION "The audio service could not be restarted (see the details); the new Quillon runs after the next restart of Windows." /SD IDOK
+    ${EndIf}
   ${EndIf}
 
   ; The board in the Start menu of every user.
@@ -100,11 +225,13 @@ Section "Uninstall"
   ${EndIf}
   nsExec::ExecToLog '"$INSTDIR\quillon.exe" unregister'
   Pop $0
-  ; The audio service may still hold the library until it restarts.
-  Delete /REBOOTOK "$INSTDIR\Quillon.dll"
+  ; The audio service may hold the library until it restarts, and a board may
+  ; still run for some user. What is in use is moved aside and removed at the
+  ; next restart, so that a Quillon installed again meanwhile is not removed.
+  !insertmacro RemoveInUse "Quillon.dll"
   Delete "$INSTDIR\quillon.exe"
-  ; A board still running for some user is removed at the next restart.
-  Delete /REBOOTOK "$INSTDIR\quillon-board.exe"
+  !insertmacro RemoveInUse "quillon-board.exe"
+  Delete /REBOOTOK "$INSTDIR\*.replaced-*"
   SetShellVarContext all
   Delete "${BOARD_SHORTCUT}"
   Delete "$INSTDIR\uninstall.exe"

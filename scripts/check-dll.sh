@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Checks a built Quillon.dll: its machine type, that it imports system DLLs
-# only, and (with --exports) that the COM entry points are exported by name.
+# Checks a built Quillon.dll or program: its machine type, that it imports
+# system DLLs only, that it carries the project's version in its version
+# information, and (with --exports) that the COM entry points are exported by
+# name.
 # Usage: check-dll.sh <dll> <arm64|x64> [--exports]
 set -euo pipefail
 
@@ -37,5 +39,19 @@ if [[ "$want_exports" == "--exports" ]]; then
     fi
   done
 fi
+# The FileVersion text of its version information is the project's version.
+version=$(sed -n 's/^project(Quillon VERSION \([0-9.]*\) .*/\1/p' "$(dirname "$0")/../CMakeLists.txt")
+if ! llvm-readobj --coff-resources "$dll" 2>/dev/null | grep -q "Type: VERSIONINFO" ||
+  ! python3 - "$dll" "$version" <<'PY'; then
+import sys
+data = open(sys.argv[1], "rb").read()
+name = "FileVersion\0".encode("utf-16-le")
+at = data.find(name)
+# The value follows its name, aligned to four bytes.
+sys.exit(0 if at >= 0 and (sys.argv[2] + "\0").encode("utf-16-le") in data[at + len(name):at + len(name) + 40] else 1)
+PY
+  echo "check-dll: $dll does not carry version $version in its version information" >&2
+  bad=1
+fi
 [[ $bad -eq 0 ]] || exit 1
-echo "check-dll: $dll is $format and imports only system DLLs: $(echo $imports)"
+echo "check-dll: $dll is $format, version $version, and imports only system DLLs: $(echo $imports)"

@@ -21,3 +21,23 @@ if ((${#missing[@]})); then
   apt-get update -qq
   apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
+
+# osslsigncode, which signs the packages, from Debian 12's backports (its own
+# 2.5 is older). The backports come from the repository apt already uses for
+# Debian's packages, added once as a source of its own.
+if ! dpkg-query -W -f='${Status} ${Version}' osslsigncode 2>/dev/null | grep -q 'install ok installed .*bpo12'; then
+  if [[ $(id -u) -ne 0 ]]; then
+    echo "install-deps: missing osslsigncode from bookworm-backports (run as root to install it)" >&2
+    exit 1
+  fi
+  # shellcheck source=scripts/apt-sources.sh
+  source "$(dirname "$0")/apt-sources.sh"
+  if [[ -z $(apt_repo_uri bookworm-backports) ]]; then
+    require_debian_mirror mirror install-deps
+    printf '%s\n' "Types: deb" "URIs: $mirror" "Suites: bookworm-backports" "Components: main" \
+      "Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg" >/etc/apt/sources.list.d/quillon-backports.sources
+    apt-get update -qq
+  fi
+  echo "install-deps: installing osslsigncode from bookworm-backports"
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends -t bookworm-backports osslsigncode >/dev/null
+fi

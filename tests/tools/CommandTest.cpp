@@ -97,6 +97,9 @@ INSTANTIATE_TEST_SUITE_P(Command, Answers, ::testing::Values(
     Answer{"MicWithoutGain", L"set block-voice on --mic " + kMicA, 2, "--mic goes with set gain only"},
     Answer{"UnknownSetting", L"set colour red", 2, "unknown setting colour"},
     Answer{"UnknownCommand", L"frobnicate", 2, "unknown command frobnicate"},
+    Answer{"RestartAudioTakesNothing", L"restart-audio now", 2, "restart-audio takes no arguments"},
+    // Wine has no audio service to restart.
+    Answer{"RestartAudio", L"restart-audio", 0, "no audio service (AudioSrv); nothing to restart\n", false},
     Answer{"UnknownOption", L"play --bogus " + Sound(L"tone.wav"), 2, "unknown option --bogus"},
     Answer{"MissingValue", L"play " + Sound(L"tone.wav") + L" --mic", 2, "--mic needs a value"},
     Answer{"UnknownPttKey", L"play " + Sound(L"tone.wav") + L" --ptt Hyper+Q", 2,

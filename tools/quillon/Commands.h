@@ -35,6 +35,7 @@ int RunDetach(const Arguments& args);
 int RunReattach(const Arguments& args);
 int RunRegister(const Arguments& args);
 int RunUnregister(const Arguments& args);
+int RunRestartAudio(const Arguments& args);
 int RunHelp(const Arguments& args);
 
 // A usage error: one line, then exit code 2.

@@ -123,6 +123,11 @@ const std::vector<Command>& AllCommands() {
        "Registers it with the audio engine (DllRegisterServer) and as a COM class.\n", RunRegister},
       {"unregister", {}, "unregister", "undo register once no microphone has Quillon (as Administrator)", "",
        RunUnregister},
+      {"restart-audio", {}, "restart-audio",
+       "restart the audio service, which loads Quillon anew (as Administrator)",
+       "Stops the services that depend on the Windows audio service, restarts it,\n"
+       "and starts them again. The setup does this after an upgrade.\n",
+       RunRestartAudio},
       {"help", {}, "help [COMMAND]", "show help for a command", "", RunHelp},
   };
   return commands;
@@ -142,8 +147,9 @@ void PrintHelp(const Command* command) {
     return;
   }
   Print("usage: quillon COMMAND [ARGUMENTS]\n\nPlays sound files into a microphone that has Quillon, and changes its settings.\n\n");
-  for (const Command& c : AllCommands()) Print("  %-10s %s\n", c.name, c.summary);
+  for (const Command& c : AllCommands()) Print("  %-13s %s\n", c.name, c.summary);
   Print("\n'quillon help COMMAND' or 'quillon COMMAND --help' tells more.\n"
+        "'quillon --version' prints the version.\n"
         "Exit codes: 0 done, 1 failed, 2 usage error, 130 interrupted.\n");
 }
 

@@ -1,10 +1,12 @@
 // quillon register and unregister: the Quillon.dll beside quillon.exe with the
-// audio engine and COM, as the setup package does it.
+// audio engine and COM, as the setup package does it; and restart-audio, with
+// which the setup has the audio service load a new Quillon.dll.
 #include "common/ToolSupport.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
 #include "system/Administrator.h"
 #include "system/Attachment.h"
+#include "system/AudioService.h"
 #include "system/QuillonServer.h"
 
 namespace quillon::cli {
@@ -70,6 +72,17 @@ int RunUnregister(const Arguments& args) {
     return kExitFailed;
   }
   Print("unregistered %s\n", Utf8(dll).c_str());
+  return kExitDone;
+}
+
+int RunRestartAudio(const Arguments& args) {
+  if (!args.positional.empty()) return UsageError("restart-audio takes no arguments", "restart-audio");
+  const system::ServiceRestart restart = system::RestartAudioService();
+  if (!restart.ok) {
+    Fail("%s", restart.message.c_str());
+    return kExitFailed;
+  }
+  Print("%s\n", restart.message.c_str());
   return kExitDone;
 }
 

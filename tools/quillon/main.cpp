@@ -26,6 +26,10 @@ int main() {
     return kExitUsage;
   }
   const std::string name = Utf8(words[1]);
+  if (name == "--version") {
+    Print("quillon %s\n", QUILLON_VERSION_TEXT);
+    return kExitDone;
+  }
   if (name == "--help" || name == "-h" || name == "/?") {
     PrintHelp(nullptr);
     return kExitDone;
