@@ -6,10 +6,14 @@
 # (see sign.sh), and packed into OUT_DIR/Quillon-<version>-ARCH-setup.exe,
 # whose uninstaller and which itself are signed too.
 set -euo pipefail
-cd "$(dirname "$0")/.."
 
-out=$1
+# Paths as the caller gave them; makensis reads them from package/.
+mkdir -p "$1"
+out=$(cd "$1" && pwd)
 shift
+builds=()
+for build_arch in "$@"; do builds+=("$(cd "${build_arch%%:*}" && pwd):${build_arch##*:}"); done
+cd "$(dirname "$0")/.."
 version=$(sed -n 's/^project(Quillon VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
 sign=()
 if [[ -n ${QUILLON_SIGN_PFX:-} ]]; then
@@ -19,8 +23,7 @@ else
   echo "package: no code-signing certificate (QUILLON_SIGN_PFX is not set): the files are left unsigned"
 fi
 
-mkdir -p "$out"
-for build_arch in "$@"; do
+for build_arch in "${builds[@]}"; do
   build=${build_arch%%:*} arch=${build_arch##*:}
   files=$out/files-$arch
   rm -rf "$files"

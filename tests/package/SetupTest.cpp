@@ -105,9 +105,17 @@ class SetupPackage : public EndpointTest {
   }
   // The uninstaller runs a copy of itself from the temporary folder and
   // returns at once: this waits for the uninstall entry to go.
-  static bool Uninstall() {
-    return ChildProcess(kFolder + L"uninstall.exe", L"/S").Wait(120000) == 0 &&
-           PollUntil([] { return RegText(kUninstallKey, L"DisplayName") == L"(none)"; }, 120000);
+  static ::testing::AssertionResult Uninstall() {
+    const long exit = ChildProcess(kFolder + L"uninstall.exe", L"/S").Wait(120000);
+    if (exit != 0) return ::testing::AssertionFailure() << "uninstall.exe exited with " << exit;
+    if (PollUntil([] { return RegText(kUninstallKey, L"DisplayName") == L"(none)"; }, 120000)) {
+      return ::testing::AssertionSuccess();
+    }
+    // What is left says how far it came.
+    std::string left;
+    for (const wchar_t* file : kInstalledFiles) left += Exists(kFolder + file) ? " " + tools::Utf8(file) : "";
+    return ::testing::AssertionFailure() << "the uninstall entry stayed; files left:" << left
+                                         << "; microphones attached: " << Export(kMMDevices).size() << " bytes";
   }
 };
 
@@ -163,7 +171,7 @@ TEST_F(SetupPackage, UpgradeWhileTheLibraryIsLoaded) {
   // The engine stand-in creates the effect through its COM registration, as
   // the audio service does: it holds the installed library.
   ChildProcess host(L"quillon-host.exe",
-                    L"--com --endpoint " + kMic + L" --seconds 30 --out \"" + Scratch(L"upgrade.wav") + L"\"",
+                    L"--com --endpoint " + kMic + L" --seconds 20 --out \"" + Scratch(L"upgrade.wav") + L"\"",
                     Scratch(L"upgrade-host.txt"));
   ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; })) << ReadText(Scratch(L"upgrade-host.txt"));
   ASSERT_FALSE(DeleteFileW((kFolder + L"Quillon.dll").c_str())) << "the library was not held";
@@ -191,7 +199,20 @@ TEST_F(SetupPackage, UpgradeWhileTheLibraryIsLoaded) {
   ASSERT_EQ(0, host.Wait(60000)) << ReadText(Scratch(L"upgrade-host.txt"));
   const audio::Sound out = LoadSound(Scratch(L"upgrade.wav")), played = LoadSound(Sounds() + L"stays.wav");
   EXPECT_GT(Correlation(out, played, FirstSound(out), 0), 0.9999);
+
+  // Uninstalled while the new library is held: it too is moved aside before
+  // its removal is scheduled, so that a Quillon installed again before the
+  // restart would not lose its library then.
+  ChildProcess holder(L"quillon-host.exe",
+                      L"--com --endpoint " + kMic + L" --seconds 8 --out \"" + Scratch(L"upgrade-held.wav") + L"\"",
+                      Scratch(L"upgrade-holder.txt"));
+  ASSERT_TRUE(PollUntil([] { return SlotOf(kMic) >= 0; })) << ReadText(Scratch(L"upgrade-holder.txt"));
   ASSERT_TRUE(Uninstall());
+  EXPECT_FALSE(Exists(kFolder + L"Quillon.dll"));
+  const std::vector<std::wstring> later = PendingRenames();
+  EXPECT_NE(later.end(), std::find(later.begin(), later.end(), L"\\??\\" + kFolder + L"Quillon.dll.replaced-2"));
+  EXPECT_EQ(later.end(), std::find(later.begin(), later.end(), L"\\??\\" + kFolder + L"Quillon.dll"));
+  EXPECT_EQ(0, holder.Wait(60000)) << ReadText(Scratch(L"upgrade-holder.txt"));
 }
 
 // A file that cannot be replaced fails the upgrade, and every installed file
