@@ -18,4 +18,20 @@ bool PollUntil(Condition condition, DWORD timeoutMs = 30000) {
   return true;
 }
 
+// The same, handling this thread's window messages meanwhile, so that its
+// windows get their input as a running program's do.
+template <typename Condition>
+bool PumpUntil(Condition condition, DWORD timeoutMs = 30000) {
+  return PollUntil(
+      [&] {
+        MSG msg;
+        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+          TranslateMessage(&msg);
+          DispatchMessageW(&msg);
+        }
+        return condition();
+      },
+      timeoutMs);
+}
+
 }  // namespace quillon::test

@@ -1,6 +1,7 @@
 // Acting on another process's windows as a person does, and reading them:
-// keys through SendInput (which also fires global hotkeys), controls found by
-// their class and text, a window's controls' texts, and a screenshot of it.
+// keys through SendInput or through the X server (xdotool), both of which also
+// fire global hotkeys; controls found by their class and text, a window's
+// controls' texts, and a screenshot of it.
 #pragma once
 
 #include "common/KeyChord.h"
@@ -35,6 +36,24 @@ inline void PressKeys(const std::string& text) {
   ASSERT_TRUE(tools::ParseKeyChord(text, chord, error)) << error;
   player::HeldKeys keys;
   ASSERT_TRUE(keys.Press(chord)) << text;
+}
+
+// Presses `keys` (xdotool's names: "ctrl+alt+1") on the X server's keyboard,
+// as the machine's keyboard would, with the pointer over `window`: with no
+// window manager the X server gives the keys to the window under the pointer.
+// The window's thread reads them when it handles its messages (PumpUntil).
+// xdotool is a Linux program: Wine starts it as one, without a handle to wait on.
+inline void PressKeysOnX(HWND window, const std::string& keys) {
+  RECT r{};
+  ASSERT_TRUE(GetWindowRect(window, &r));
+  std::wstring line = L"xdotool mousemove --sync " + std::to_wstring((r.left + r.right) / 2) + L" " +
+                      std::to_wstring((r.top + r.bottom) / 2) + L" key " + std::wstring(keys.begin(), keys.end());
+  STARTUPINFOW startup{sizeof(startup)};
+  PROCESS_INFORMATION info{};
+  ASSERT_TRUE(CreateProcessW(L"Z:\\usr\\bin\\xdotool", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                             &startup, &info))
+      << "xdotool: " << GetLastError();
+  const UniqueHandle process(info.hProcess), thread(info.hThread);
 }
 
 // Types `text` as characters, the way an input method does.
