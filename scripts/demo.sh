@@ -73,15 +73,24 @@ cat > "$out/board.json" <<JSON
   "settings": { "microphone": "$board_mic", "stopAllHotkey": "Ctrl+Alt+0", "keepInTray": false }
 }
 JSON
+# The board first: the first window in a new prefix waits for Wine's desktop
+# and its font cache, which can take a minute on a slow machine.
+wine "$build/bin/quillon-board.exe" --board "$(winpath "$out/board.json")" >"$out/board.txt" 2>&1 &
+waited=0
+until board_window=$(xdotool search --name '^Quillon Board$' 2>/dev/null | head -1) && [[ -n "$board_window" ]]; do
+  (( waited++ < 600 )) || { echo "demo: the board's window did not show (see $out/board.txt)" >&2; exit 1; }
+  sleep 0.2
+done
 wine "$build/bin/quillon-host.exe" --endpoint "$board_mic" --seconds 6 --in "$(winpath "$out/microphone.wav")" \
   --out "$(winpath "$out/board-output.wav")" > "$out/board-host.txt" 2>&1 &
 board_host=$!
-wine "$build/bin/quillon-board.exe" --board "$(winpath "$out/board.json")" >/dev/null 2>&1 &
 waited=0
-until wine "$build/bin/quillon.exe" list 2>/dev/null | grep -q quillon-demo-board && board_window=$(xdotool search --name '^Quillon Board$' 2>/dev/null | head -1) && [[ -n "$board_window" ]]; do
-  (( waited++ < 100 )) || { echo "demo: the board or its host did not start" >&2; exit 1; }
+until wine "$build/bin/quillon.exe" list 2>/dev/null | grep -q quillon-demo-board; do
+  (( waited++ < 100 )) || { echo "demo: the board's host did not start (see $out/board-host.txt)" >&2; exit 1; }
   sleep 0.2
 done
+# A second start brings the board forward, which reads the microphones again.
+wine "$build/bin/quillon-board.exe"
 # The longer sound first, so that both still play when the picture is taken.
 wine "$build/bin/quillon-board.exe" --play Chord
 sleep 0.5
