@@ -34,15 +34,17 @@ sox "$out/jingle-decoded.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/jingle
 sox "$out/chord.wav" -e floating-point -b 32 -r 48000 -c 2 "$out/chord-48k.wav"
 sox "$out/jingle-48k.wav" "$out/chord-48k.wav" "$out/player.wav"
 
+# An X server for the board's window, known to Wine's services from their
+# start. It is there when the prefix is made too: in a prefix made without
+# one, the first window of the first program fails to open.
+# shellcheck source=scripts/wine-session.sh
+source "$root/scripts/wine-session.sh"
+start_display
 if [[ ! -f "$WINEPREFIX/.demo-ready" ]]; then
   echo "demo: making a Wine prefix of its own (takes a few seconds, once)"
   wine wineboot -i >/dev/null 2>&1
   touch "$WINEPREFIX/.demo-ready"
 fi
-# An X server for the board's window, known to Wine's services from their start.
-# shellcheck source=scripts/wine-session.sh
-source "$root/scripts/wine-session.sh"
-start_display
 wineserver -p >/dev/null 2>&1 </dev/null || true
 trap end_session EXIT
 wine wineboot >/dev/null 2>&1 </dev/null || true
@@ -73,24 +75,17 @@ cat > "$out/board.json" <<JSON
   "settings": { "microphone": "$board_mic", "stopAllHotkey": "Ctrl+Alt+0", "keepInTray": false }
 }
 JSON
-# The board first: the first window in a new prefix waits for Wine's desktop
-# and its font cache, which can take a minute on a slow machine.
-wine "$build/bin/quillon-board.exe" --board "$(winpath "$out/board.json")" >"$out/board.txt" 2>&1 &
-waited=0
-until board_window=$(xdotool search --name '^Quillon Board$' 2>/dev/null | head -1) && [[ -n "$board_window" ]]; do
-  (( waited++ < 600 )) || { echo "demo: the board's window did not show (see $out/board.txt)" >&2; exit 1; }
-  sleep 0.2
-done
 wine "$build/bin/quillon-host.exe" --endpoint "$board_mic" --seconds 6 --in "$(winpath "$out/microphone.wav")" \
   --out "$(winpath "$out/board-output.wav")" > "$out/board-host.txt" 2>&1 &
 board_host=$!
+wine "$build/bin/quillon-board.exe" --board "$(winpath "$out/board.json")" >/dev/null 2>&1 &
+board=$!
 waited=0
-until wine "$build/bin/quillon.exe" list 2>/dev/null | grep -q quillon-demo-board; do
-  (( waited++ < 100 )) || { echo "demo: the board's host did not start (see $out/board-host.txt)" >&2; exit 1; }
+until wine "$build/bin/quillon.exe" list 2>/dev/null | grep -q quillon-demo-board && board_window=$(xdotool search --name '^Quillon Board$' 2>/dev/null | head -1) && [[ -n "$board_window" ]]; do
+  kill -0 "$board" 2>/dev/null || { echo "demo: the board ended before its window showed" >&2; exit 1; }
+  (( waited++ < 100 )) || { echo "demo: the board or its host did not start" >&2; exit 1; }
   sleep 0.2
 done
-# A second start brings the board forward, which reads the microphones again.
-wine "$build/bin/quillon-board.exe"
 # The longer sound first, so that both still play when the picture is taken.
 wine "$build/bin/quillon-board.exe" --play Chord
 sleep 0.5
