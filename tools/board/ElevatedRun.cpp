@@ -1,21 +1,10 @@
 #include "board/ElevatedRun.h"
 
+#include "common/ToolSupport.h"
+
 #include <shellapi.h>
 
 namespace quillon::board {
-namespace {
-
-std::wstring ProgramBesideThisOne(const wchar_t* name) {
-  std::wstring path(MAX_PATH, L'\0');
-  DWORD length = 0;
-  while ((length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))) == path.size()) {
-    path.resize(path.size() * 2);
-  }
-  path.resize(length);
-  return path.substr(0, path.find_last_of(L'\\') + 1) + name;
-}
-
-}  // namespace
 
 bool ElevatedRun::Start(const std::wstring& arguments, DWORD& error) {
   if (Running()) {
@@ -24,7 +13,7 @@ bool ElevatedRun::Start(const std::wstring& arguments, DWORD& error) {
   }
   wait_.Reset();
   process_.Reset();
-  const std::wstring program = ProgramBesideThisOne(L"quillon.exe");
+  const std::wstring program = tools::PathBesideThisProgram(L"quillon.exe");
   SHELLEXECUTEINFOW run{sizeof(run)};
   run.fMask = SEE_MASK_NOCLOSEPROCESS | SEE_MASK_NOASYNC | SEE_MASK_FLAG_NO_UI;
   run.hwnd = window_;

@@ -35,6 +35,19 @@ std::wstring Wide(const std::string& utf8) {
   return out;
 }
 
+std::wstring PathBesideThisProgram(const wchar_t* name) {
+  std::wstring path(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    if (length < path.size()) {
+      path.resize(length);
+      break;
+    }
+    path.resize(path.size() * 2);
+  }
+  return path.substr(0, path.find_last_of(L"\\/") + 1) + name;
+}
+
 std::string SystemText(unsigned long code) {
   std::string text = Utf8(GetErrorDescription(static_cast<uint32_t>(code)));
   while (!text.empty() && (text.back() == '\0' || text.back() == '.' || text.back() == '\n' || text.back() == '\r')) {

@@ -17,6 +17,10 @@ std::string Narrow(const std::wstring& text);
 std::string Utf8(const std::wstring& text);
 std::wstring Wide(const std::string& utf8);
 
+// The full path of `name` in the folder of this program's own file: the
+// files of a Quillon installation sit side by side.
+std::wstring PathBesideThisProgram(const wchar_t* name);
+
 // The system's text for a Win32 error code or an HRESULT, in UTF-8, without
 // the final period.
 std::string SystemText(unsigned long code);

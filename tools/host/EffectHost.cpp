@@ -33,13 +33,6 @@ std::string Hex(HRESULT hr) {
   return text;
 }
 
-std::wstring DefaultDllPath() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder(path);
-  return folder.substr(0, folder.find_last_of(L"\\/") + 1) + L"Quillon.dll";
-}
-
 void WaitUntil(int64_t deadlineUs) {
   for (int64_t now; (now = MonotonicMicroseconds()) < deadlineUs;) {
     if (deadlineUs - now > 2000) {
@@ -69,7 +62,7 @@ bool RunEffect(const HostOptions& options, const audio::Sound& input, std::vecto
       return false;
     }
   } else {
-    const std::wstring path = options.dllPath.empty() ? DefaultDllPath() : options.dllPath;
+    const std::wstring path = options.dllPath.empty() ? tools::PathBesideThisProgram(L"Quillon.dll") : options.dllPath;
     library.Reset(LoadLibraryW(path.c_str()));
     if (!library) {
       error = "cannot load the effect library (error " + std::to_string(GetLastError()) + ")";

@@ -8,6 +8,7 @@
 
 namespace quillon::system {
 
+using tools::PathBesideThisProgram;
 using tools::SystemText;
 using tools::Utf8;
 
@@ -56,18 +57,7 @@ USHORT FileMachine(const std::wstring& path) {
 
 }  // namespace
 
-std::wstring QuillonDllPath() {
-  std::wstring path(MAX_PATH, L'\0');
-  for (;;) {
-    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    if (length < path.size()) {
-      path.resize(length);
-      break;
-    }
-    path.resize(path.size() * 2);
-  }
-  return path.substr(0, path.rfind(L'\\') + 1) + L"Quillon.dll";
-}
+std::wstring QuillonDllPath() { return PathBesideThisProgram(L"Quillon.dll"); }
 
 bool CheckQuillonDll(const std::wstring& path, std::string& error) {
   if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
