@@ -17,6 +17,7 @@
 #include "effect/ChunkMixer.h"
 #include "effect/Mixing.h"
 #include "platform/UniqueResource.h"
+#include "transfer/SharedLayout.h"
 
 #include <algorithm>
 #include <chrono>
@@ -158,11 +159,13 @@ class Bench {
     in_ = base;
     out_ = base + stride + page / 2;
     for (size_t i = 0; i < samples_; ++i) in_[i] = 0.001f * static_cast<float>(i % 997);
-    block_.resize(ChunkMixer::kPeriodsPerChunk * samples_);
+    // The receiver copies each block out of the same shared slot, a player's
+    // block at most: one block, accepted again and again.
+    block_.resize(std::min<size_t>(TransferBlock::kMaxSamples, ChunkMixer::kPeriodsPerChunk * samples_));
     for (size_t i = 0; i < block_.size(); ++i) block_[i] = 0.002f * static_cast<float>(i % 499);
     for (size_t i = 0; i < lanes; ++i) {
       lanes_.push_back(std::make_unique<Lane>());
-      lanes_.back()->copied.reset(new float[block_.size()]());
+      lanes_.back()->copied.reset(new float[ChunkMixer::kPeriodsPerChunk * samples_]());
       Prepare(*lanes_.back(), nullptr);
     }
     Prepare(signalling_, chunkTaken_.Get());
