@@ -49,7 +49,11 @@ class ChildProcess {
       CloseHandle(info.hThread);
       process_.Reset(info.hProcess);
     } else {
-      std::fprintf(stderr, "cannot start %ls: error %lu\n", command.c_str(), GetLastError());
+      const DWORD error = GetLastError();
+      // Wine answers ERROR_INTERNAL_ERROR when the new process ended before it
+      // had finished starting, without an exit status of its own.
+      std::fprintf(stderr, "cannot start %ls: error %lu%s\n", command.c_str(), error,
+                   error == ERROR_INTERNAL_ERROR ? " (the new process ended while it was starting)" : "");
     }
   }
   // A program still running is ended.
