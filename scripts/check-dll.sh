@@ -40,8 +40,11 @@ if [[ "$want_exports" == "--exports" ]]; then
   done
 fi
 # The FileVersion text of its version information is the project's version.
+# (The resources are read whole first: grep -q ending a pipe early would kill
+# llvm-readobj with SIGPIPE, which pipefail reports as a failure.)
 version=$(sed -n 's/^project(Quillon VERSION \([0-9.]*\) .*/\1/p' "$(dirname "$0")/../CMakeLists.txt")
-if ! llvm-readobj --coff-resources "$dll" 2>/dev/null | grep -q "Type: VERSIONINFO" ||
+resources=$(llvm-readobj --coff-resources "$dll" 2>/dev/null || true)
+if ! grep -q "Type: VERSIONINFO" <<<"$resources" ||
   ! python3 - "$dll" "$version" <<'PY'; then
 import sys
 data = open(sys.argv[1], "rb").read()
