@@ -28,7 +28,7 @@ void SleepMs(double ms) { std::this_thread::sleep_for(std::chrono::duration<doub
 
 Figures Summarise(std::vector<double> ms) {
   std::sort(ms.begin(), ms.end());
-  return {ms[ms.size() / 2], ms.back()};
+  return {ms[ms.size() / 2], ms.back(), ms[std::min(ms.size() - 1, ms.size() * 99 / 100)]};
 }
 
 Host::Host(const wchar_t* endpoint, int seconds, const std::wstring& out, const std::wstring& report) {

@@ -24,7 +24,7 @@ std::wstring Level(const std::wstring& name, float level, double seconds);
 void SleepMs(double ms);
 
 struct Figures {
-  double median, worst;
+  double median, worst, p99;
 };
 Figures Summarise(std::vector<double> ms);
 

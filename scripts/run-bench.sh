@@ -17,4 +17,7 @@ mapfile -t sound_files <<<"$sounds"
 "$build/wine-run" "$build/bin/quillon_bench_logger.exe"
 "$build/wine-run" "$build/bin/quillon_bench_convert.exe" "${sound_files[@]}"
 "$build/wine-run" "$build/bin/quillon_bench_latency.exe"
+storm=$("$(dirname "$0")/bench-sounds.sh" "$build/bench-sounds" storm)
+mapfile -t storm_files <<<"$storm"
+"$build/wine-run" "$build/bin/quillon_bench_storm.exe" "${storm_files[@]}"
 "$build/wine-run" "$build/bin/quillon_bench_board.exe"

@@ -126,10 +126,12 @@ TEST(BoardWindow, HotkeysPlayWhileAnotherWindowHasTheFocusAndStopEverythingSilen
   const std::wstring longer = Sounds() + L"stopped.wav", shorter = Sounds() + L"stays.wav";
   const std::wstring file =
       MakeBoardFile(L"board-hotkeys", {{longer, "Ctrl+Alt+1"}, {shorter, "Ctrl+Alt+2"}}, "Ctrl+Alt+0");
-  MicHost host(L"board-hotkeys", 8);
-  ASSERT_TRUE(host.Ready()) << host.Report();
+  // The board first: the host's run (8 s of sound) starts only once the
+  // window is up, however slowly the board started.
   BoardProcess board(file, L"board-hotkeys");
   ASSERT_TRUE(board.Open());
+  MicHost host(L"board-hotkeys", 8);
+  ASSERT_TRUE(host.Ready()) << host.Report();
   // A window of another program (this test's) has the focus, not the board.
   RECT shown{};
   GetWindowRect(board.Window(), &shown);
@@ -305,10 +307,10 @@ TEST(BoardWindow, ClosedToTheTrayItsHotkeysAndMenuWorkAndASecondStartShowsIt) {
     std::string error;
     ASSERT_TRUE(board::SaveBoard(loaded.board, file, error)) << error;
   }
-  MicHost host(L"board-tray", 8);
-  ASSERT_TRUE(host.Ready()) << host.Report();
   BoardProcess board(file, L"board-tray");
   ASSERT_TRUE(board.Open());
+  MicHost host(L"board-tray", 8);
+  ASSERT_TRUE(host.Ready()) << host.Report();
   PostMessageW(board.Window(), WM_CLOSE, 0, 0);
   ASSERT_TRUE(PollUntil([&] { return !IsWindowVisible(board.Window()); }));
   EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(board.Process().Handle(), 0)) << "the board ended";

@@ -107,6 +107,13 @@ inline size_t FirstSound(const audio::Sound& sound, float floor = 0.0f) {
   return first / sound.channels;
 }
 
+// One past the last frame with a sample above `floor` in magnitude.
+inline size_t LastSound(const audio::Sound& sound, float floor = 0.0f) {
+  size_t last = sound.samples.size();
+  while (last > 0 && std::fabs(sound.samples[last - 1]) <= floor) --last;
+  return (last + sound.channels - 1) / sound.channels;
+}
+
 // The number written after `key` in a program's output, or -1.
 inline long long NumberAfter(const std::string& text, const std::string& key) {
   const size_t at = text.find(key);

@@ -1,11 +1,19 @@
 // What the player hears: `quillon play --monitor` renders the mix to Wine's
 // playback device, which the suite's ALSA configuration turns into a WAV file
 // in the build folder, while the microphone's effect runs in quillon-host.
+#include "player/MonitorOutput.h"
+#include "player/PlaybackDevices.h"
+#include "player/PlayerEngine.h"
 #include "support/QuillonRun.h"
+#include "support/SharedFiles.h"
+
+#include <audioclient.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 
 namespace quillon::test {
 namespace {
@@ -49,6 +57,66 @@ TEST(Monitor, PlaysTheSoundAtItsOwnVolume) {
               Peak(run.output));
   EXPECT_NEAR(0.501, Peak(heard) / Peak(tone), 0.005);
   EXPECT_EQ(Peak(tone), Peak(run.output));
+}
+
+// The monitor's device fails, through a seam that fails it on demand, and
+// comes back. The microphone never waits: a sound played meanwhile reaches it
+// whole. The monitor says it went away, plays again when Windows reports the
+// device back, and the sounds started from then on are heard on it.
+TEST(Monitor, ComesBackWhenItsDeviceReturns) {
+  constexpr const wchar_t* kBackMic = L"{0.0.1.00000000}.{e0a70000-0000-4000-8000-000000000004}";
+  DeleteFileW(MonitorFile().c_str());
+  ChildProcess host(L"quillon-host.exe", L"--endpoint " + std::wstring(kBackMic) + L" --seconds 6 --out \"" +
+                                             Scratch(L"monitor-back.wav") + L"\"");
+  ASSERT_TRUE(PollUntil([&] { return SlotOf(kBackMic) >= 0; }));
+  auto client = std::make_unique<player::PlayerClient>();
+  ASSERT_EQ(player::PlayerStatus::Ok, client->Connect(kBackMic, 20000));
+
+  std::atomic<bool> failing{false};
+  std::mutex lock;
+  std::string said;
+  player::MonitorOutput::Options options;
+  options.fault = [&] { return failing.load() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK; };
+  player::PlaybackDevice device;
+  std::string error;
+  ASSERT_TRUE(player::ChoosePlaybackDevice(L"", device, error)) << error;
+  auto monitor = player::MonitorOutput::Open(device, options, [&](const std::string& line) {
+    std::lock_guard<std::mutex> hold(lock);
+    said += line + "\n";
+  }, error);
+  ASSERT_TRUE(monitor) << error;
+  player::MonitorOutput& heard = *monitor;
+  const auto saidText = [&] {
+    std::lock_guard<std::mutex> hold(lock);
+    return said;
+  };
+  {
+    player::PlayerEngine engine(std::move(client), {}, nullptr);
+    engine.AddMonitor(std::move(monitor));
+    failing = true;
+    ASSERT_TRUE(PollUntil([&] { return !heard.Running(); }));
+    EXPECT_NE(std::string::npos, saidText().find(" went away; the microphone plays on")) << saidText();
+    engine.Start({{Sounds() + L"tone.wav"}});
+    EXPECT_EQ(player::PlayerStatus::Ok, engine.WaitIdle(nullptr));
+
+    failing = false;
+    heard.DevicesChanged();
+    ASSERT_TRUE(PollUntil([&] { return heard.Running(); }));
+    EXPECT_NE(std::string::npos, saidText().find(" again")) << saidText();
+    engine.Start({{Sounds() + L"stays.wav"}});
+    EXPECT_EQ(player::PlayerStatus::Ok, engine.WaitIdle(nullptr));
+  }
+  ASSERT_EQ(0, host.Wait(60000));
+  // The microphone got the first sound while the monitor was off...
+  const audio::Sound tone = LoadSound(Sounds() + L"tone.wav"), stays = LoadSound(Sounds() + L"stays.wav");
+  const audio::Sound mic = LoadSound(Scratch(L"monitor-back.wav"));
+  const size_t micLag = FirstSound(mic) - FirstSound(tone);
+  for (uint32_t c = 0; c < 2; ++c) EXPECT_GT(Correlation(mic, tone, micLag, c), 0.9999) << "microphone channel " << c;
+  // ...and the stream opened anew (its file written afresh) carries the second.
+  const audio::Sound monitored = ReadMonitor();
+  ASSERT_EQ(2u, monitored.channels);
+  const size_t lag = FirstSound(monitored) - FirstSound(stays);
+  for (uint32_t c = 0; c < 2; ++c) EXPECT_GT(Correlation(monitored, stays, lag, c), 0.9999) << "monitor channel " << c;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // against the real Quillon.dll in quillon-host as the audio engine.
 #include "common/ToolSupport.h"
 #include "player/PlayerEngine.h"
+#include "player/PushToTalk.h"
 #include "support/QuillonRun.h"
 #include "support/SharedFiles.h"
 
@@ -10,6 +11,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
+#include <memory>
 #include <initializer_list>
 #include <mutex>
 #include <thread>
@@ -101,11 +104,122 @@ TEST(PlayerEngine, StoppingOneVoiceLeavesTheOtherWhole) {
   for (size_t i = (lag + frames) * 2; i < out.samples.size(); ++i) ASSERT_EQ(0.0f, out.samples[i]) << i / 2;
 }
 
+// The events of an engine, kept as they come from its reporter.
+class EventLog {
+ public:
+  player::PlayerEngine::Listener Listener() {
+    return [this](const player::EngineEvent& e) {
+      std::lock_guard<std::mutex> lock(lock_);
+      events_.push_back(e);
+    };
+  }
+  std::vector<player::EngineEvent> Of(int voice) const {
+    std::lock_guard<std::mutex> lock(lock_);
+    std::vector<player::EngineEvent> found;
+    for (const auto& e : events_) {
+      if (e.voice == voice) found.push_back(e);
+    }
+    return found;
+  }
+  // Seconds of the voice played, as its last progress said.
+  double Played(int voice) const {
+    double seconds = -1;
+    for (const auto& e : Of(voice)) {
+      if (e.event == player::VoiceEvent::Progress) seconds = e.seconds;
+    }
+    return seconds;
+  }
+
+ private:
+  mutable std::mutex lock_;
+  std::vector<player::EngineEvent> events_;
+};
+
+// An engine in this process playing into quillon-host's effect, which runs
+// `seconds` and writes out-<name>.wav.
+struct EngineRun {
+  EngineRun(const std::wstring& name, int seconds)
+      : out(Scratch(name + L".wav")),
+        host(L"quillon-host.exe", L"--endpoint " + std::wstring(kMic) + L" --seconds " + std::to_wstring(seconds) +
+                                      L" --out \"" + out + L"\"") {}
+  std::unique_ptr<player::PlayerEngine> Connect() {
+    if (!PollUntil([] { return SlotOf(kMic) >= 0; })) return nullptr;
+    auto client = std::make_unique<player::PlayerClient>();
+    if (client->Connect(kMic, 20000) != player::PlayerStatus::Ok) return nullptr;
+    return std::make_unique<player::PlayerEngine>(std::move(client), player::EngineOptions{}, log.Listener());
+  }
+  std::wstring out;
+  ChildProcess host;
+  EventLog log;
+};
+
+// A tone plays while a 30-minute MP3 without a length tag starts 0.7 s in:
+// the MP3 is opened and decoded away from the mixing thread, so the tone goes
+// on without a silent stretch longer than a period, and the MP3 is heard.
+TEST(PlayerEngine, ALongUntaggedMp3JoinsWithoutAGapInAnotherSound) {
+  EngineRun run(L"untagged-join", 5);
+  auto engine = run.Connect();
+  ASSERT_TRUE(engine);
+  const std::wstring toneFile = Sounds() + L"stopped.wav";
+  const int tone = engine->Start({{toneFile}});
+  ASSERT_TRUE(PollUntil([&] { return run.log.Played(tone) >= 0.7; }));
+  const int mp3 = engine->Start({{Sounds() + L"long-untagged.mp3"}});
+  ASSERT_TRUE(PollUntil([&] { return run.log.Played(mp3) >= 1.0; }));
+  engine->Stop(mp3);
+  EXPECT_EQ(player::PlayerStatus::Ok, engine->WaitIdle(nullptr));
+  engine.reset();
+  ASSERT_EQ(0, run.host.Wait(60000));
+
+  const audio::Sound out = LoadSound(run.out), alone = LoadSound(toneFile);
+  const size_t at = FirstSound(out), frames = alone.samples.size() / 2;
+  ASSERT_GE(out.samples.size() / 2, at + frames);
+  size_t run0 = 0, longest = 0;
+  for (size_t f = at; f < at + frames; ++f) {
+    run0 = out.samples[f * 2] == 0.0f && out.samples[f * 2 + 1] == 0.0f ? run0 + 1 : 0;
+    longest = std::max(longest, run0);
+  }
+  std::printf("[ gaps     ] longest silence inside the tone while the MP3 joined: %zu frames\n", longest);
+  EXPECT_LE(longest, 480u) << "the tone went silent";
+  // Less the tone, what is left is the MP3 (a 300 Hz sine at 0.5).
+  float mp3Peak = 0;
+  for (size_t i = 0; i < frames * 2; ++i) mp3Peak = std::max(mp3Peak, std::fabs(out.samples[at * 2 + i] - alone.samples[i]));
+  EXPECT_GT(mp3Peak, 0.4f) << "the MP3 was not heard";
+}
+
+// Every voice ends with exactly one event, the one that says how: one plays
+// to its end, one is stopped, one names a missing file, one a file that holds
+// no sound. Nothing is said of a voice after its end.
+TEST(PlayerEngine, EveryVoiceEndsWithExactlyOneEvent) {
+  using player::VoiceEvent;
+  EngineRun run(L"one-end", 4);
+  auto engine = run.Connect();
+  ASSERT_TRUE(engine);
+  const std::vector<int> ids = engine->StartTogether({{{Sounds() + L"stays.wav"}}, {{Sounds() + L"stopped.wav"}},
+                                                      {{Sounds() + L"no-such-file.wav"}}, {{Sounds() + L"not-a-wav.wav"}}});
+  ASSERT_TRUE(PollUntil([&] { return run.log.Played(ids[1]) >= 0.3; }));
+  engine->Stop(ids[1]);
+  EXPECT_EQ(player::PlayerStatus::Ok, engine->WaitIdle(nullptr));
+  const VoiceEvent expected[] = {VoiceEvent::Ended, VoiceEvent::Stopped, VoiceEvent::Failed, VoiceEvent::Failed};
+  for (size_t i = 0; i < ids.size(); ++i) {
+    const std::vector<player::EngineEvent> events = run.log.Of(ids[i]);
+    const auto last = [](const player::EngineEvent& e) {
+      return e.event == VoiceEvent::Ended || e.event == VoiceEvent::Stopped || e.event == VoiceEvent::Failed;
+    };
+    ASSERT_FALSE(events.empty()) << "voice " << i;
+    EXPECT_EQ(1, std::count_if(events.begin(), events.end(), last)) << "voice " << i;
+    EXPECT_EQ(expected[i], events.back().event) << "voice " << i;
+    EXPECT_FALSE(engine->Playing(ids[i]));
+  }
+  EXPECT_EQ(L"stays.wav", run.log.Of(ids[0]).front().file.substr(run.log.Of(ids[0]).front().file.size() - 9));
+  engine.reset();
+  EXPECT_EQ(0, run.host.Wait(60000));
+}
+
 // Keyboard events as a low-level hook in this process sees them, with the
 // monotonic time they arrived.
 class KeyWatch {
  public:
-  struct Key { UINT key; bool up; int64_t us; };
+  struct Key { UINT key; bool up; int64_t us; DWORD flags = 0; DWORD scan = 0; };
   KeyWatch() {
     thread_ = std::thread([this] {
       watch_ = this;
@@ -142,7 +256,7 @@ class KeyWatch {
       const auto* event = reinterpret_cast<const KBDLLHOOKSTRUCT*>(data);
       const bool up = message == WM_KEYUP || message == WM_SYSKEYUP;
       std::lock_guard<std::mutex> lock(watch_->lock_);
-      watch_->keys_.push_back({event->vkCode, up, tools::MonotonicMicroseconds()});
+      watch_->keys_.push_back({event->vkCode, up, tools::MonotonicMicroseconds(), event->flags, event->scanCode});
     }
     return CallNextHookEx(nullptr, code, message, data);
   }
@@ -175,6 +289,32 @@ TEST(PushToTalk, KeyHeldFromBeforeTheSoundUntilItsTailEnds) {
   std::printf("[ ptt      ] pressed %lld ms before the first sound, released %lld ms after the tone's end\n",
               static_cast<long long>((sound - f13[0].us) / 1000),
               static_cast<long long>((f13[1].us - sound - toneUs) / 1000));
+}
+
+// Keys as a game that reads scan codes sees them: the keys that sit after
+// the 0xE0 prefix go out with the extended flag and their own scan code, the
+// others without the flag.
+TEST(PushToTalk, ExtendedKeysCarryTheExtendedFlag) {
+  struct Case { const char* text; UINT key; bool extended; };
+  const Case cases[] = {{"RCtrl", VK_RCONTROL, true}, {"RAlt", VK_RMENU, true},   {"Right", VK_RIGHT, true},
+                        {"Delete", VK_DELETE, true},  {"PageUp", VK_PRIOR, true}, {"NumDivide", VK_DIVIDE, true},
+                        {"F15", VK_F15, false},       {"Num5", VK_NUMPAD5, false}, {"LCtrl", VK_LCONTROL, false}};
+  KeyWatch keys;
+  ASSERT_TRUE(keys.Hooked());
+  for (const Case& c : cases) {
+    tools::KeyChord chord;
+    std::string error;
+    ASSERT_TRUE(tools::ParseKeyChord(c.text, chord, error)) << error;
+    {
+      player::HeldKeys held;
+      ASSERT_TRUE(held.Press(chord)) << c.text;
+    }  // released on the way out
+    ASSERT_TRUE(PollUntil([&] { return keys.Of({c.key}).size() == 2; })) << c.text;
+    for (const KeyWatch::Key& k : keys.Of({c.key})) {
+      EXPECT_EQ(c.extended, (k.flags & LLKHF_EXTENDED) != 0) << c.text << (k.up ? " up" : " down");
+      EXPECT_EQ(MapVirtualKeyW(c.key, MAPVK_VK_TO_VSC) & 0xFF, k.scan & 0xFF) << c.text;
+    }
+  }
 }
 
 // The key comes up on the ways out that are not the sound's end: Ctrl+C, and

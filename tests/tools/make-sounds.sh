@@ -69,6 +69,16 @@ sox phrase48.wav -b 16 -r 44100 mp3-input.wav
 lame --quiet -b 128 mp3-input.wav mp3-mono-44k-to2.mp3
 lame --quiet --decode mp3-mono-44k-to2.mp3 mp3-decoded.wav
 ref mp3-decoded.wav mp3-mono-44k-to2 2 1 1
+# MP3s without a length tag (lame -t), as many encoders and downloads come: a
+# 10-second one for the table, and a 30-minute one (64 kbit/s) to start while
+# another sound plays.
+sox phrase48.wav -b 16 -r 44100 -c 2 mp3t-input.wav repeat 6
+lame --quiet -t -b 128 mp3t-input.wav mp3untagged-stereo-44k-to2.mp3
+lame --quiet --decode mp3untagged-stereo-44k-to2.mp3 mp3t-decoded.wav
+ref mp3t-decoded.wav mp3untagged-stereo-44k-to2 2
+sox -n -r 22050 -c 1 -b 16 long-input.wav synth 1800 sine 300 vol 0.5
+lame --quiet -t -b 64 long-input.wav long-untagged.mp3
+rm -f long-input.wav
 
 # Sounds played together, and sox's sum of them (each at full volume): a
 # spoken phrase and two tones in a FLAC file. A loud pair, whose sum goes far
@@ -95,5 +105,6 @@ sox -R -n -t raw -r 8000 -b 8 -e unsigned-integer noise.mp3 synth 4 whitenoise
 # A RIFF header whose format chunk names 0 channels.
 printf 'RIFF\x24\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x00\x00\x80\xbb\x00\x00\x00\x00\x00\x00\x00\x00\x10\x00data\x00\x00\x00\x00' > bad-header.wav
 
-rm -f voice.wav phrase.wav phrase48.wav ch?.wav six.wav opus-input.wav opus-decoded.wav mp3-input.wav mp3-decoded.wav
+rm -f voice.wav phrase.wav phrase48.wav ch?.wav six.wav opus-input.wav opus-decoded.wav mp3-input.wav mp3-decoded.wav \
+  mp3t-input.wav mp3t-decoded.wav
 touch "$stamp"

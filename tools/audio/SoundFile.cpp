@@ -3,6 +3,10 @@
 #define ENABLE_SNDFILE_WINDOWS_PROTOTYPES 1
 #include "audio/SoundFile.h"
 
+#include "common/ToolSupport.h"
+#include "platform/UniqueResource.h"
+
+#include <algorithm>
 #include <cstring>
 
 namespace quillon::audio {
@@ -16,21 +20,113 @@ std::string Reason(SNDFILE* file) {
   return text;
 }
 
-bool FileExists(const std::wstring& path) {
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+// A path Windows takes whatever its length: a long one gets the "\\?\" form.
+std::wstring LongPath(const std::wstring& path) {
+  if (path.rfind(L"\\\\?\\", 0) == 0) return path;
+  const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  if (size == 0) return path;
+  std::wstring full(size, L'\0');
+  const DWORD length = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
+  if (length == 0 || length >= size) return path;
+  full.resize(length);
+  if (full.size() < MAX_PATH - 12) return full;
+  if (full.rfind(L"\\\\", 0) == 0) return L"\\\\?\\UNC\\" + full.substr(2);
+  return L"\\\\?\\" + full;
+}
+
+// Whether an MP3 stream carries a length tag (Xing, Info or VBRI) in its
+// first frame; without one, its length is only estimated from its size.
+bool Mp3HasLengthTag(const std::vector<unsigned char>& head) {
+  size_t at = 0;
+  // ID3v2 tags come first, their size in 7-bit bytes.
+  while (at + 10 <= head.size() && head[at] == 'I' && head[at + 1] == 'D' && head[at + 2] == '3') {
+    const size_t size = (size_t{head[at + 6]} << 21) | (size_t{head[at + 7]} << 14) | (size_t{head[at + 8]} << 7) |
+                        head[at + 9];
+    at += 10 + size + ((head[at + 5] & 0x10) != 0 ? 10 : 0);
+  }
+  for (; at + 4 <= head.size(); ++at) {
+    const bool frame = head[at] == 0xFF && (head[at + 1] & 0xE0) == 0xE0 && ((head[at + 1] >> 1) & 3) != 0 &&
+                       (head[at + 2] >> 4) != 0xF && ((head[at + 2] >> 2) & 3) != 3;
+    if (!frame) continue;
+    const auto has = [&](size_t from, const char* tag) {
+      return from + 4 <= head.size() && std::memcmp(&head[from], tag, 4) == 0;
+    };
+    for (size_t from = at + 4; from < at + 4 + 40; ++from) {
+      if (has(from, "Xing") || has(from, "Info")) return true;
+    }
+    return has(at + 36, "VBRI");
+  }
+  return false;
 }
 
 }  // namespace
 
+// libsndfile reads the file through these, on a handle of Windows' own.
+struct SoundFile::Stream {
+  UniqueHandle handle;
+
+  static Stream& Of(void* data) { return *static_cast<Stream*>(data); }
+  static sf_count_t Length(void* data) {
+    LARGE_INTEGER size{};
+    return GetFileSizeEx(Of(data).handle.Get(), &size) ? size.QuadPart : -1;
+  }
+  static sf_count_t Seek(sf_count_t offset, int whence, void* data) {
+    LARGE_INTEGER to{}, at{};
+    to.QuadPart = offset;
+    const DWORD method = whence == SEEK_CUR ? FILE_CURRENT : whence == SEEK_END ? FILE_END : FILE_BEGIN;
+    return SetFilePointerEx(Of(data).handle.Get(), to, &at, method) ? at.QuadPart : -1;
+  }
+  static sf_count_t Read(void* into, sf_count_t count, void* data) {
+    sf_count_t done = 0;
+    while (done < count) {
+      DWORD got = 0;
+      const DWORD want = static_cast<DWORD>(std::min<sf_count_t>(count - done, 1 << 30));
+      if (!ReadFile(Of(data).handle.Get(), static_cast<char*>(into) + done, want, &got, nullptr) || got == 0) break;
+      done += got;
+    }
+    return done;
+  }
+  static sf_count_t Write(const void*, sf_count_t, void*) { return 0; }
+  static sf_count_t Tell(void* data) { return Seek(0, SEEK_CUR, data); }
+};
+
+void SoundFile::StreamCloser::operator()(Stream* stream) const { delete stream; }
+
 bool SoundFile::OpenRead(const std::wstring& path, std::string& error) {
-  if (!FileExists(path)) {
-    error = GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES ? "no such file" : "is a folder";
+  file_.reset();
+  stream_.reset();
+  info_ = SF_INFO{};
+  failed_ = declared_ = false;
+  read_ = 0;
+  error_.clear();
+  const std::wstring name = LongPath(path);
+  const DWORD attributes = GetFileAttributesW(name.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) {
+    const DWORD why = GetLastError();
+    error = why == ERROR_FILE_NOT_FOUND || why == ERROR_PATH_NOT_FOUND ? "no such file" : tools::SystemText(why);
     return false;
   }
-  info_ = SF_INFO{};
-  failed_ = false;
-  file_.reset(sf_wchar_open(path.c_str(), SFM_READ, &info_));
+  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    error = "is a folder";
+    return false;
+  }
+  // Shared for reading and deleting: another program may rename or delete
+  // the file while it plays.
+  std::unique_ptr<Stream, StreamCloser> stream(new Stream{UniqueHandle(
+      CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr))});
+  if (!stream->handle) {
+    error = "cannot be opened (" + tools::SystemText(GetLastError()) + ")";
+    return false;
+  }
+  std::vector<unsigned char> head(64 * 1024);
+  DWORD got = 0;
+  if (!ReadFile(stream->handle.Get(), head.data(), static_cast<DWORD>(head.size()), &got, nullptr)) got = 0;
+  head.resize(got);
+  Stream::Seek(0, SEEK_SET, stream.get());
+  SF_VIRTUAL_IO io{&Stream::Length, &Stream::Seek, &Stream::Read, &Stream::Write, &Stream::Tell};
+  stream_ = std::move(stream);
+  file_.reset(sf_open_virtual(&io, SFM_READ, &info_, stream_.get()));
   if (!file_) {
     // The file is there: whatever libsndfile says (for an MPEG stream it cannot
     // parse, that the file "does not exist"), it holds nothing it can read.
@@ -44,14 +140,24 @@ bool SoundFile::OpenRead(const std::wstring& path, std::string& error) {
     error = "the header names no channels or no rate";
     return false;
   }
+  const bool known = info_.frames > 0 && info_.frames != SF_COUNT_MAX;
+  const int major = info_.format & SF_FORMAT_TYPEMASK;
+  declared_ = known && (major == SF_FORMAT_MPEG ? Mp3HasLengthTag(head) : true);
   // Floats from integer samples are scaled to -1..1; float files stay as they are.
   sf_command(file_.get(), SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
   return CheckWhole(error);
 }
 
+bool SoundFile::HeaderBindsLength() const {
+  const int major = info_.format & SF_FORMAT_TYPEMASK;
+  return declared_ && major != SF_FORMAT_MPEG && major != SF_FORMAT_OGG;
+}
+
 // A WAV or AIFF whose header announces more sound than the file holds is
 // shortened silently by libsndfile, which notes it in its log ("should be");
-// other formats show a missing end when the last frame cannot be reached.
+// a FLAC stream that declares its total shows a missing end when its last
+// frame cannot be reached. A stream that declares no length (MP3, Ogg) is not
+// read through: it plays to its real end.
 bool SoundFile::CheckWhole(std::string& error) {
   char log[8192] = {};
   sf_command(file_.get(), SFC_GET_LOG_INFO, log, sizeof(log));
@@ -68,17 +174,17 @@ bool SoundFile::CheckWhole(std::string& error) {
     return false;
   }
   std::vector<float> probe(static_cast<size_t>(info_.channels) * 16);
-  const bool seekable = info_.seekable != 0 && info_.frames > 0 && info_.frames != SF_COUNT_MAX;
-  if (seekable && sf_seek(file_.get(), info_.frames - 1, SEEK_SET) >= 0) {
+  const bool checkEnd = HeaderBindsLength() && info_.seekable != 0;
+  if (checkEnd && sf_seek(file_.get(), info_.frames - 1, SEEK_SET) >= 0) {
     if (sf_readf_float(file_.get(), probe.data(), 1) != 1) {
       error = "truncated: its last frame cannot be read";
       return false;
     }
-  } else if (seekable) {
+  } else if (checkEnd) {
     error = "truncated or damaged: its end cannot be reached";
     return false;
   }
-  if (seekable && sf_seek(file_.get(), 0, SEEK_SET) != 0) {
+  if (checkEnd && sf_seek(file_.get(), 0, SEEK_SET) != 0) {
     error = "cannot go back to its start";
     return false;
   }
@@ -86,7 +192,7 @@ bool SoundFile::CheckWhole(std::string& error) {
     error = "holds no sound";
     return false;
   }
-  if (seekable && sf_seek(file_.get(), 0, SEEK_SET) != 0) {
+  if (info_.seekable != 0 && sf_seek(file_.get(), 0, SEEK_SET) != 0) {
     error = "cannot go back to its start";
     return false;
   }
@@ -98,7 +204,7 @@ bool SoundFile::OpenWrite(const std::wstring& path, uint32_t rate, uint32_t chan
   info_.samplerate = static_cast<int>(rate);
   info_.channels = static_cast<int>(channels);
   info_.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-  file_.reset(sf_wchar_open(path.c_str(), SFM_WRITE, &info_));
+  file_.reset(sf_wchar_open(LongPath(path).c_str(), SFM_WRITE, &info_));
   if (!file_) error = Reason(nullptr);
   return file_ != nullptr;
 }
@@ -135,11 +241,23 @@ std::string SoundFile::FormatName() const {
 size_t SoundFile::Read(float* samples, size_t frames) {
   if (!file_ || failed_) return 0;
   const sf_count_t got = sf_readf_float(file_.get(), samples, static_cast<sf_count_t>(frames));
-  if (got < static_cast<sf_count_t>(frames) && sf_error(file_.get()) != SF_ERR_NO_ERROR) failed_ = true;
+  read_ += std::max<sf_count_t>(got, 0);
+  if (got < static_cast<sf_count_t>(frames)) {
+    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
+      failed_ = true;
+      std::string reason = Reason(file_.get());
+      while (!reason.empty() && reason.back() == '.') reason.pop_back();
+      error_ = "damaged (" + reason + ")";
+    } else if (HeaderBindsLength() && read_ < info_.frames) {
+      failed_ = true;
+      error_ = "ended early: " + std::to_string(read_) + " of the " + std::to_string(info_.frames) +
+               " frames its header announces";
+    }
+  }
   return got > 0 ? static_cast<size_t>(got) : 0;
 }
 
-std::string SoundFile::Error() const { return Reason(file_.get()); }
+std::string SoundFile::Error() const { return error_.empty() ? Reason(file_.get()) : error_; }
 
 bool SoundFile::Write(const float* samples, size_t frames) {
   return file_ && sf_writef_float(file_.get(), samples, static_cast<sf_count_t>(frames)) ==

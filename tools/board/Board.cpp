@@ -97,10 +97,21 @@ Refusal Board::CheckPageName(const std::string& name, std::optional<size_t> exce
   return std::nullopt;
 }
 
+// Whether holding the push-to-talk key `ptt` can set off `hotkey`: the same
+// key, with no modifier the hotkey lacks (a person's own modifier does the rest).
+bool PushToTalkSetsOff(const tools::KeyChord& ptt, const tools::KeyChord& hotkey) {
+  return ptt.key == hotkey.key && (!ptt.ctrl || hotkey.ctrl) && (!ptt.alt || hotkey.alt) &&
+         (!ptt.shift || hotkey.shift) && (!ptt.win || hotkey.win);
+}
+
 Refusal Board::CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id) const {
   if (!chord) return std::nullopt;
   if (chord->key == 0) return "a hotkey needs a key";
   if (id != 0 && settings_.stopAllHotkey == chord) return chord->Text() + " already stops everything";
+  if (settings_.pushToTalkKey && PushToTalkSetsOff(*settings_.pushToTalkKey, *chord)) {
+    return chord->Text() + " would be pressed by push-to-talk (" + settings_.pushToTalkKey->Text() +
+           ") while a sound plays";
+  }
   for (const Page& page : pages_) {
     for (const Sound& sound : page.sounds) {
       if (sound.id != id && sound.hotkey == chord) {
@@ -206,6 +217,23 @@ Refusal Board::MoveSound(uint32_t id, size_t page, size_t index) {
 Refusal Board::SetSettings(const Settings& settings) {
   if (Refusal refused = CheckHotkey(settings.stopAllHotkey, 0)) return "stop everything: " + *refused;
   if (settings.pushToTalkKey && settings.pushToTalkKey->key == 0) return "push-to-talk needs a key";
+  // Push-to-talk is pressed while a sound plays: it must not press a hotkey of the board's.
+  if (const auto& ptt = settings.pushToTalkKey) {
+    const auto refuse = [&](const tools::KeyChord& hotkey, const std::string& whose) -> Refusal {
+      if (!PushToTalkSetsOff(*ptt, hotkey)) return std::nullopt;
+      return "push-to-talk: " + ptt->Text() + (*ptt == hotkey ? " is " : " is part of " + hotkey.Text() + ", ") +
+             "the hotkey that " + whose;
+    };
+    if (settings.stopAllHotkey) {
+      if (Refusal refused = refuse(*settings.stopAllHotkey, "stops everything")) return refused;
+    }
+    for (const Page& page : pages_) {
+      for (const Sound& sound : page.sounds) {
+        if (!sound.hotkey) continue;
+        if (Refusal refused = refuse(*sound.hotkey, "plays \u201C" + sound.name + "\u201D")) return refused;
+      }
+    }
+  }
   if (Refusal refused = CheckVolume(settings.monitorVolumeDb)) return "hear what you play: " + *refused;
   if (settings.pushToTalkTailMs > 10000) return "the push-to-talk tail is at most 10000 ms";
   settings_ = settings;

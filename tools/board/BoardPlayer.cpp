@@ -110,8 +110,8 @@ bool BoardPlayer::Connect() {
   {
     std::lock_guard<std::mutex> lock(lock_);
     soundOfVoice_.clear();
+    voiceOfSound_.clear();
   }
-  voiceOfSound_.clear();
   system::Microphone mic;
   std::string error;
   if (!system::Choose(system::RunningMicrophones(), tools::Wide(settings_.microphone), mic, error)) {
@@ -138,8 +138,13 @@ bool BoardPlayer::Connect() {
   if (settings_.monitor) {
     player::PlaybackDevice device;
     std::unique_ptr<player::MonitorOutput> monitor;
-    if (player::ChoosePlaybackDevice(tools::Wide(settings_.monitorDevice), device, error)) {
-      monitor = player::MonitorOutput::Open(device, Gain(settings_.monitorVolumeDb), [this](const std::string& line) {
+    if (player::ListPlaybackDevices(error).empty()) {
+      if (error.empty()) error = "there is no playback device";
+    } else if (player::ChoosePlaybackDevice(tools::Wide(settings_.monitorDevice), device, error)) {
+      player::MonitorOutput::Options options;
+      options.gain = Gain(settings_.monitorVolumeDb);
+      options.followDefault = settings_.monitorDevice.empty();
+      monitor = player::MonitorOutput::Open(device, options, [this](const std::string& line) {
         Tell({PlayerNews::Kind::Status, 0, 0, 0, line});
       }, error);
     }
@@ -158,15 +163,21 @@ void BoardPlayer::DoPress(const Sound& sound) {
     Tell({PlayerNews::Kind::Failed, sound.id, 0, 0, "no microphone to play into"});
     return;
   }
+  std::unique_lock<std::mutex> lock(lock_);  // the engine's reporter looks the voices up
   const auto playing = voiceOfSound_.find(sound.id);
   if (playing != voiceOfSound_.end() && engine_->Playing(playing->second)) {
+    // The sound is told stopped now; what the engine says of that voice later is not passed on.
     engine_->Stop(playing->second);
+    voiceOfSound_.erase(playing);
+    lock.unlock();
     Tell({PlayerNews::Kind::Ended, sound.id, 0, 0, ""});
     if (settings_.pressAgain == PressAgain::Stop) return;
+    lock.lock();
   } else if (!settings_.overlap) {
+    lock.unlock();
     StopVoices();
+    lock.lock();
   }
-  std::lock_guard<std::mutex> lock(lock_);  // the engine's thread looks the voice up
   const int voice = engine_->Start({{tools::Wide(sound.file)}, 1, Gain(sound.volumeDb)});
   voiceOfSound_[sound.id] = voice;
   soundOfVoice_[voice] = sound.id;
@@ -174,12 +185,16 @@ void BoardPlayer::DoPress(const Sound& sound) {
 
 void BoardPlayer::StopVoices() {
   if (!engine_) return;
-  // A stopped voice ends without an event of the engine's.
+  // Every sound is told stopped now; the engine's later word on those voices is not passed on.
   std::vector<uint32_t> stopped;
-  for (const auto& [sound, voice] : voiceOfSound_) {
-    if (engine_->Playing(voice)) stopped.push_back(sound);
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    for (const auto& [sound, voice] : voiceOfSound_) {
+      if (engine_->Playing(voice)) stopped.push_back(sound);
+    }
+    voiceOfSound_.clear();
+    engine_->StopAll();
   }
-  engine_->StopAll();
   for (uint32_t sound : stopped) Tell({PlayerNews::Kind::Ended, sound, 0, 0, ""});
 }
 
@@ -189,23 +204,36 @@ void BoardPlayer::OnEngineEvent(const player::EngineEvent& e) {
     std::vector<uint32_t> sounds;
     {
       std::lock_guard<std::mutex> lock(lock_);
-      for (const auto& [voice, sound] : soundOfVoice_) sounds.push_back(sound);
+      for (const auto& [sound, voice] : voiceOfSound_) sounds.push_back(sound);
+      voiceOfSound_.clear();
+      soundOfVoice_.clear();
     }
     for (uint32_t sound : sounds) Tell({PlayerNews::Kind::Ended, sound, 0, 0, ""});
     Tell({PlayerNews::Kind::Status, 0, 0, 0, "the microphone stopped taking sound: " + e.error});
     return;
   }
+  const bool last = e.event == player::VoiceEvent::Ended || e.event == player::VoiceEvent::Stopped ||
+                    e.event == player::VoiceEvent::Failed;
   uint32_t sound = 0;
   {
     std::lock_guard<std::mutex> lock(lock_);
     const auto found = soundOfVoice_.find(e.voice);
     if (found == soundOfVoice_.end()) return;
     sound = found->second;
+    // A voice the sound no longer plays (stopped, or pressed again) says nothing more.
+    const auto current = voiceOfSound_.find(sound);
+    const bool currentVoice = current != voiceOfSound_.end() && current->second == e.voice;
+    if (last) {
+      soundOfVoice_.erase(found);
+      if (currentVoice) voiceOfSound_.erase(current);
+    }
+    if (!currentVoice) return;
   }
   switch (e.event) {
     case player::VoiceEvent::FileStarted: Tell({PlayerNews::Kind::Started, sound, 0, e.totalSeconds, ""}); break;
     case player::VoiceEvent::Progress: Tell({PlayerNews::Kind::Progress, sound, e.seconds, e.totalSeconds, ""}); break;
-    case player::VoiceEvent::Ended: Tell({PlayerNews::Kind::Ended, sound, e.seconds, e.totalSeconds, ""}); break;
+    case player::VoiceEvent::Ended:
+    case player::VoiceEvent::Stopped: Tell({PlayerNews::Kind::Ended, sound, e.seconds, e.totalSeconds, ""}); break;
     case player::VoiceEvent::Failed: Tell({PlayerNews::Kind::Failed, sound, e.seconds, 0, e.error}); break;
     default: break;
   }

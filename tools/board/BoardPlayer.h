@@ -76,9 +76,10 @@ class BoardPlayer {
   std::deque<Request> requests_;
   bool quit_ = false;
   std::deque<PlayerNews> news_;
-  std::map<int, uint32_t> soundOfVoice_;  // guarded by lock_: read on the engine's thread
-
-  std::map<uint32_t, int> voiceOfSound_;  // the worker's own
+  // Guarded by lock_, shared with the engine's reporter: the voice each sound
+  // plays now, and the sound of each voice until the voice's last event.
+  std::map<uint32_t, int> voiceOfSound_;
+  std::map<int, uint32_t> soundOfVoice_;
   std::unique_ptr<player::PlayerEngine> engine_;
   // Held while connected, so that `quillon list` shows the microphone as played into.
   UniqueHandle playingEvent_;

@@ -5,47 +5,62 @@
 
 namespace quillon::player {
 
-MixBus::MixBus(uint32_t rate, uint32_t channels, float gain, Report report)
-    : rate_(rate), channels_(channels), gain_(gain), report_(std::move(report)), limiter_(channels, rate) {}
+MixBus::MixBus(uint32_t rate, uint32_t channels, float gain)
+    : rate_(rate), channels_(channels), gain_(gain), limiter_(channels, rate) {
+  voices_.reserve(kMaxVoices);
+  inbox_.reserve(kMaxVoices);
+}
 
-void MixBus::Add(const std::vector<std::pair<int, VoiceRequest>>& voices) {
+void MixBus::Add(const std::vector<VoiceFeed*>& voices) {
+  if (voices.empty()) return;
   std::lock_guard<std::mutex> lock(inboxLock_);
-  for (const auto& [id, request] : voices) inbox_.push_back({Command::Add, id, request});
+  for (VoiceFeed* feed : voices) inbox_.push_back({Command::Add, feed->Id(), feed, voices.size()});
+  ++pendingAdds_;
 }
 
 void MixBus::Stop(int id) {
   std::lock_guard<std::mutex> lock(inboxLock_);
-  inbox_.push_back({Command::Stop, id, {}});
+  inbox_.push_back({Command::Stop, id, nullptr, 0});
 }
 
 void MixBus::StopAll() {
   std::lock_guard<std::mutex> lock(inboxLock_);
-  inbox_.push_back({Command::StopAll, 0, {}});
-}
-
-bool MixBus::Pending() const {
-  std::lock_guard<std::mutex> lock(inboxLock_);
-  return std::any_of(inbox_.begin(), inbox_.end(), [](const Command& c) { return c.kind == Command::Add; });
+  inbox_.push_back({Command::StopAll, 0, nullptr, 0});
 }
 
 void MixBus::TakeInbox() {
-  std::vector<Command> commands;
-  {
-    std::lock_guard<std::mutex> lock(inboxLock_);
-    commands.swap(inbox_);
-  }
-  for (Command& c : commands) {
+  std::unique_lock<std::mutex> lock(inboxLock_, std::try_to_lock);
+  if (!lock.owns_lock()) return;  // someone is adding: taken next time
+  size_t taken = 0;
+  while (taken < inbox_.size()) {
+    const Command& c = inbox_[taken];
     if (c.kind == Command::Add) {
-      voices_.push_back(std::make_unique<VoiceStream>(c.id, std::move(c.request), rate_, channels_));
+      // A group waits whole until there is room for it beside the others.
+      if (voices_.size() + c.group > kMaxVoices && !voices_.empty()) break;
+      for (size_t i = taken; i < taken + c.group; ++i) {
+        if (voices_.size() < kMaxVoices) {
+          voices_.push_back(inbox_[i].feed);
+        } else {
+          inbox_[i].feed->Release(true);
+        }
+      }
+      taken += c.group;
+      --pendingAdds_;
       continue;
     }
     // A stopped voice ends at once; sound mixed ahead of it still plays.
-    std::erase_if(voices_, [&](const auto& v) { return c.kind == Command::StopAll || v->Id() == c.id; });
+    std::erase_if(voices_, [&](VoiceFeed* v) {
+      const bool stop = c.kind == Command::StopAll || v->Id() == c.id;
+      if (stop) v->Release(true);
+      return stop;
+    });
     if (c.kind == Command::StopAll) {
       aheadFrames_ = 0;
       soundUntil_ = 0;
     }
+    ++taken;
   }
+  inbox_.erase(inbox_.begin(), inbox_.begin() + static_cast<ptrdiff_t>(taken));
 }
 
 size_t MixBus::Mix(float* out, size_t frames) {
@@ -58,19 +73,22 @@ size_t MixBus::Mix(float* out, size_t frames) {
   }
   // work_ = the frames mixed ahead last time, then silence to add voices into.
   const size_t total = frames + ahead;
-  work_.resize(total * channels_);
-  std::fill(work_.begin() + static_cast<ptrdiff_t>(aheadFrames_ * channels_), work_.end(), 0.0f);
+  if (work_.size() < total * channels_) work_.resize(total * channels_);
+  std::fill(work_.begin() + static_cast<ptrdiff_t>(aheadFrames_ * channels_),
+            work_.begin() + static_cast<ptrdiff_t>(total * channels_), 0.0f);
   const size_t fresh = total - aheadFrames_;
   float* into = work_.data() + aheadFrames_ * channels_;
   const bool several = voices_.size() > 1;
-  for (const auto& voice : voices_) {
-    const size_t added = voice->AddTo(into, fresh, [&](const VoiceStream& v, VoiceEvent e) { report_(v, e); });
+  for (VoiceFeed* voice : voices_) {
+    const size_t added = voice->AddTo(into, fresh);
     soundUntil_ = std::max(soundUntil_, aheadFrames_ + added);
-    if (!voice->Ended()) report_(*voice, VoiceEvent::Progress);
   }
-  std::erase_if(voices_, [&](const auto& v) {
-    if (v->Ended() && v->Error().empty()) report_(*v, VoiceEvent::Ended);
-    return v->Ended();
+  // A voice whose decoder is behind stays, silent for now; one that has
+  // handed over all of its sound ends.
+  std::erase_if(voices_, [](VoiceFeed* v) {
+    const bool finished = v->Finished();
+    if (finished) v->Release(false);
+    return finished;
   });
   if (!voices_.empty()) soundUntil_ = total;
   if (gain_ != 1.0f) {
@@ -79,7 +97,8 @@ size_t MixBus::Mix(float* out, size_t frames) {
   limiter_.Apply(work_.data(), frames, several);
   std::copy_n(work_.begin(), frames * channels_, out);
   // The look-ahead frames move to the front for next time.
-  std::copy(work_.begin() + static_cast<ptrdiff_t>(frames * channels_), work_.end(), work_.begin());
+  std::copy(work_.begin() + static_cast<ptrdiff_t>(frames * channels_),
+            work_.begin() + static_cast<ptrdiff_t>(total * channels_), work_.begin());
   aheadFrames_ = ahead;
   const size_t sound = std::min(frames, soundUntil_);
   soundUntil_ -= sound;

@@ -1,6 +1,8 @@
-// The voices of one output mixed into its format: voices are added and
-// stopped through an inbox that any thread may fill, and the output's own
-// thread applies it each time it mixes, so that it never waits for the others.
+// The voices of one output mixed into its format. Voices are added and
+// stopped through an inbox that any thread may fill; the output's own thread
+// takes it when it mixes, only if nobody is filling it at that moment (else
+// next time), so that it never waits. The voices arrive decoded ahead
+// (VoiceFeed): mixing reads memory and adds, nothing else.
 // The mix runs a limiter's look-ahead in front of what it hands out: a voice
 // added now joins after that look-ahead, and the sound itself is not delayed.
 #pragma once
@@ -8,8 +10,7 @@
 #include "player/Limiter.h"
 #include "player/Voice.h"
 
-#include <functional>
-#include <memory>
+#include <atomic>
 #include <mutex>
 #include <vector>
 
@@ -17,14 +18,15 @@ namespace quillon::player {
 
 class MixBus {
  public:
-  using Report = std::function<void(const VoiceStream&, VoiceEvent)>;
+  // Voices beyond this many at once wait in the inbox until others end.
+  static constexpr size_t kMaxVoices = 256;
 
-  // `gain` scales the whole mix (the monitor's volume); `report` is called on
-  // the output's thread.
-  MixBus(uint32_t rate, uint32_t channels, float gain, Report report);
+  // `gain` scales the whole mix (the monitor's volume).
+  MixBus(uint32_t rate, uint32_t channels, float gain);
 
-  // From any thread. Voices added in one call begin at the same frame.
-  void Add(const std::vector<std::pair<int, VoiceRequest>>& voices);
+  // From any thread. Voices added in one call begin at the same frame; the
+  // feeds stay alive until the bus released them (VoiceFeed::Released).
+  void Add(const std::vector<VoiceFeed*>& voices);
   void Stop(int id);
   void StopAll();
 
@@ -35,25 +37,29 @@ class MixBus {
   // Whether a voice plays or mixed sound waits (after the last Mix).
   bool Busy() const { return !voices_.empty() || soundUntil_ > 0; }
   // Whether voices wait in the inbox.
-  bool Pending() const;
+  bool Pending() const { return pendingAdds_.load() > 0; }
   uint32_t Rate() const { return rate_; }
   uint32_t Channels() const { return channels_; }
 
  private:
+  // Plain values, so that taking them frees no memory on the output's thread.
+  // Voices added together are `group` Add commands in a row.
   struct Command {
     enum Kind { Add, Stop, StopAll } kind;
     int id;
-    VoiceRequest request;
+    VoiceFeed* feed;
+    size_t group;
   };
   void TakeInbox();
 
   uint32_t rate_, channels_;
   float gain_;
-  Report report_;
   Limiter limiter_;
-  mutable std::mutex inboxLock_;
+  std::mutex inboxLock_;
   std::vector<Command> inbox_;
-  std::vector<std::unique_ptr<VoiceStream>> voices_;
+  std::atomic<int> pendingAdds_{0};
+  // The output thread's own; its room is kept, so that mixing allocates nothing.
+  std::vector<VoiceFeed*> voices_;
   std::vector<float> work_;   // look-ahead frames already mixed, then the new ones
   size_t aheadFrames_ = 0;    // how many of work_'s first frames are mixed ahead
   size_t soundUntil_ = 0;     // frames from work_'s start that hold sound

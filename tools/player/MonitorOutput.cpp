@@ -1,5 +1,8 @@
 #include "player/MonitorOutput.h"
 
+#include "player/DeviceNotifications.h"
+#include "player/ProAudioThread.h"
+
 #include "common/ComApartment.h"
 #include "common/ToolSupport.h"
 #include "platform/ComPtr.h"
@@ -71,16 +74,30 @@ void Store(SampleKind kind, const float* in, size_t count, BYTE* out) {
 
 }  // namespace
 
-MonitorOutput::MonitorOutput(PlaybackDevice device, float gain, Say say)
-    : device_(std::move(device)), gain_(gain), say_(std::move(say)),
-      opened_(CreateEventW(nullptr, TRUE, FALSE, nullptr)), stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+// One open stream on one device.
+struct MonitorOutput::Stream {
+  ComPtr<IMMDeviceEnumerator> devices;
+  ComPtr<IAudioClient> client;
+  ComPtr<IAudioRenderClient> render;
+  UniqueHandle ready{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+  UINT32 bufferFrames = 0;
+  uint32_t rate = 0, channels = 0;
+  SampleKind kind = SampleKind::Unknown;
+  std::wstring id;
+  std::string name;
+};
 
-std::unique_ptr<MonitorOutput> MonitorOutput::Open(const PlaybackDevice& device, float gain, Say say,
+MonitorOutput::MonitorOutput(PlaybackDevice device, Options options, Say say)
+    : device_(std::move(device)), options_(std::move(options)), say_(std::move(say)),
+      opened_(CreateEventW(nullptr, TRUE, FALSE, nullptr)), stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+      changed_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
+
+std::unique_ptr<MonitorOutput> MonitorOutput::Open(const PlaybackDevice& device, Options options, Say say,
                                                    std::string& error) {
-  std::unique_ptr<MonitorOutput> monitor(new MonitorOutput(device, gain, std::move(say)));
+  std::unique_ptr<MonitorOutput> monitor(new MonitorOutput(device, std::move(options), std::move(say)));
   monitor->thread_ = std::thread([m = monitor.get()] { m->Run(); });
   WaitForSingleObject(monitor->opened_.Get(), INFINITE);
-  if (!monitor->bus_) {
+  if (!monitor->Running()) {
     error = monitor->error_;
     return nullptr;  // the thread has ended; the destructor joins it
   }
@@ -92,65 +109,164 @@ MonitorOutput::~MonitorOutput() {
   if (thread_.joinable()) thread_.join();
 }
 
-void MonitorOutput::Run() {
-  tools::ComApartment com;
-  const std::string name = tools::Narrow(device_.name);
-  ComPtr<IMMDeviceEnumerator> devices;
-  ComPtr<IMMDevice> device;
-  ComPtr<IAudioClient> client;
-  ComPtr<IAudioRenderClient> render;
-  WAVEFORMATEX* format = nullptr;
-  UniqueHandle ready(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-  UINT32 bufferFrames = 0;
-  HRESULT hr = CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL, __uuidof(IMMDeviceEnumerator),
-                                devices.PutVoid());
-  if (SUCCEEDED(hr)) hr = devices->GetDevice(device_.id.c_str(), device.Put());
-  if (SUCCEEDED(hr)) hr = device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, client.PutVoid());
-  if (SUCCEEDED(hr)) hr = client->GetMixFormat(&format);
-  const SampleKind kind = SUCCEEDED(hr) ? KindOf(*format) : SampleKind::Unknown;
-  if (SUCCEEDED(hr) && kind == SampleKind::Unknown) hr = AUDCLNT_E_UNSUPPORTED_FORMAT;
-  if (SUCCEEDED(hr)) {
-    hr = client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK | AUDCLNT_STREAMFLAGS_NOPERSIST,
-                            kBufferHns, 0, format, nullptr);
-  }
-  if (SUCCEEDED(hr)) hr = client->SetEventHandle(ready.Get());
-  if (SUCCEEDED(hr)) hr = client->GetBufferSize(&bufferFrames);
-  if (SUCCEEDED(hr)) hr = client->GetService(__uuidof(IAudioRenderClient), render.PutVoid());
-  if (SUCCEEDED(hr)) hr = client->Start();
-  if (FAILED(hr)) {
-    error_ = "cannot play to " + name + ": " + tools::SystemText(static_cast<unsigned long>(hr));
-    CoTaskMemFree(format);
-    SetEvent(opened_.Get());
-    return;
-  }
-  const uint32_t channels = format->nChannels, rate = format->nSamplesPerSec;
-  CoTaskMemFree(format);
-  bus_ = std::make_unique<MixBus>(rate, channels, gain_, [](const VoiceStream&, VoiceEvent) {});
-  SetEvent(opened_.Get());
+bool MonitorOutput::Current(OutputFormat& format, uint64_t& stream) const {
+  std::lock_guard<std::mutex> lock(lock_);
+  format = format_;
+  stream = stream_;
+  return running_;
+}
 
-  std::vector<float> mix(static_cast<size_t>(bufferFrames) * channels);
-  HANDLE events[] = {stop_.Get(), ready.Get()};
-  while (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
+bool MonitorOutput::Add(const std::vector<VoiceFeed*>& feeds, uint64_t stream) {
+  std::lock_guard<std::mutex> lock(lock_);
+  if (!running_ || stream != stream_) return false;
+  bus_->Add(feeds);
+  return true;
+}
+
+void MonitorOutput::Stop(int id) {
+  std::lock_guard<std::mutex> lock(lock_);
+  if (running_) bus_->Stop(id);
+}
+
+void MonitorOutput::StopAll() {
+  std::lock_guard<std::mutex> lock(lock_);
+  if (running_) bus_->StopAll();
+}
+
+bool MonitorOutput::Reads(uint64_t stream) const {
+  std::lock_guard<std::mutex> lock(lock_);
+  return running_ && stream == stream_;
+}
+
+bool MonitorOutput::Running() const {
+  std::lock_guard<std::mutex> lock(lock_);
+  return running_;
+}
+
+void MonitorOutput::DevicesChanged() { SetEvent(changed_.Get()); }
+
+HRESULT MonitorOutput::OpenStream(Stream& s) {
+  ComPtr<IMMDevice> device;
+  HRESULT hr = options_.followDefault ? s.devices->GetDefaultAudioEndpoint(eRender, eConsole, device.Put())
+                                      : s.devices->GetDevice(device_.id.c_str(), device.Put());
+  s.id = device_.id;
+  s.name = tools::Utf8(device_.name);
+  if (SUCCEEDED(hr) && options_.followDefault) {
+    wchar_t* id = nullptr;
+    if (SUCCEEDED(device->GetId(&id))) s.id = id;
+    CoTaskMemFree(id);
+    if (s.id != device_.id) s.name = "the default playback device";
+  }
+  WAVEFORMATEX* format = nullptr;
+  if (SUCCEEDED(hr)) hr = device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, s.client.PutVoid());
+  if (SUCCEEDED(hr)) hr = s.client->GetMixFormat(&format);
+  s.kind = SUCCEEDED(hr) ? KindOf(*format) : SampleKind::Unknown;
+  if (SUCCEEDED(hr) && s.kind == SampleKind::Unknown) hr = AUDCLNT_E_UNSUPPORTED_FORMAT;
+  if (SUCCEEDED(hr)) {
+    hr = s.client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK | AUDCLNT_STREAMFLAGS_NOPERSIST,
+                              kBufferHns, 0, format, nullptr);
+  }
+  if (SUCCEEDED(hr)) {
+    s.channels = format->nChannels;
+    s.rate = format->nSamplesPerSec;
+  }
+  CoTaskMemFree(format);
+  if (SUCCEEDED(hr)) hr = s.client->SetEventHandle(s.ready.Get());
+  if (SUCCEEDED(hr)) hr = s.client->GetBufferSize(&s.bufferFrames);
+  if (SUCCEEDED(hr)) hr = s.client->GetService(__uuidof(IAudioRenderClient), s.render.PutVoid());
+  if (SUCCEEDED(hr)) hr = s.client->Start();
+  return hr;
+}
+
+HRESULT MonitorOutput::Render(Stream& s) {
+  MixBus* bus = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    bus = bus_.get();
+  }
+  std::vector<float> mix(static_cast<size_t>(s.bufferFrames) * s.channels);
+  HANDLE events[] = {stop_.Get(), s.ready.Get(), changed_.Get()};
+  while (true) {
+    const DWORD woke = WaitForMultipleObjects(3, events, FALSE, INFINITE);
+    if (woke == WAIT_OBJECT_0) return S_OK;
+    if (woke == WAIT_OBJECT_0 + 2) {
+      if (!options_.followDefault) continue;
+      // The default moved: the stream follows it.
+      ComPtr<IMMDevice> now;
+      wchar_t* id = nullptr;
+      const bool moved = SUCCEEDED(s.devices->GetDefaultAudioEndpoint(eRender, eConsole, now.Put())) &&
+                         SUCCEEDED(now->GetId(&id)) && s.id != id;
+      CoTaskMemFree(id);
+      if (moved) return S_FALSE;
+      continue;
+    }
     UINT32 padding = 0;
     BYTE* data = nullptr;
-    hr = client->GetCurrentPadding(&padding);
-    const UINT32 room = bufferFrames - std::min(padding, bufferFrames);
+    HRESULT hr = options_.fault ? options_.fault() : S_OK;
+    if (SUCCEEDED(hr)) hr = s.client->GetCurrentPadding(&padding);
+    const UINT32 room = s.bufferFrames - std::min(padding, s.bufferFrames);
     if (SUCCEEDED(hr) && room == 0) continue;
-    if (SUCCEEDED(hr)) hr = render->GetBuffer(room, &data);
+    if (SUCCEEDED(hr)) hr = s.render->GetBuffer(room, &data);
     if (SUCCEEDED(hr)) {
-      const size_t sound = bus_->Mix(mix.data(), room);
-      Store(kind, mix.data(), static_cast<size_t>(room) * channels, data);
-      hr = render->ReleaseBuffer(room, sound == 0 ? AUDCLNT_BUFFERFLAGS_SILENT : 0);
+      const size_t sound = bus->Mix(mix.data(), room);
+      Store(s.kind, mix.data(), static_cast<size_t>(room) * s.channels, data);
+      hr = s.render->ReleaseBuffer(room, sound == 0 ? AUDCLNT_BUFFERFLAGS_SILENT : 0);
     }
-    if (FAILED(hr)) {
-      say_(hr == AUDCLNT_E_DEVICE_INVALIDATED
-               ? "monitor: " + name + " went away; the microphone plays on"
-               : "monitor: " + name + " failed (" + tools::SystemText(static_cast<unsigned long>(hr)) +
-                     "); the microphone plays on");
+    if (FAILED(hr)) return hr;
+  }
+}
+
+void MonitorOutput::Run() {
+  tools::ComApartment com;
+  ProAudioThread proAudio;
+  ComPtr<IMMDeviceEnumerator> devices;
+  HRESULT hr = CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL, __uuidof(IMMDeviceEnumerator),
+                                devices.PutVoid());
+  const DeviceNotifications notifications(devices.Get(), changed_.Get());
+  bool first = true, off = false;
+  while (true) {
+    Stream s;
+    s.devices = devices;
+    if (SUCCEEDED(hr)) hr = OpenStream(s);
+    if (FAILED(hr) && first) {
+      error_ = "cannot play to " + tools::Utf8(device_.name) + ": " + tools::SystemText(static_cast<unsigned long>(hr));
+      SetEvent(opened_.Get());
       return;
     }
+    if (SUCCEEDED(hr)) {
+      {
+        std::lock_guard<std::mutex> lock(lock_);
+        bus_ = std::make_unique<MixBus>(s.rate, s.channels, options_.gain);
+        format_ = {s.rate, s.channels, 0, 0};
+        ++stream_;
+        running_ = true;
+      }
+      if (first) SetEvent(opened_.Get());
+      if (off) say_("monitor: playing to " + s.name + " again");
+      first = off = false;
+      hr = Render(s);
+      {
+        // The engine stops feeding this stream, and lets go of its voices.
+        std::lock_guard<std::mutex> lock(lock_);
+        running_ = false;
+      }
+      s.client->Stop();
+      if (hr == S_OK) return;  // stopped
+      if (FAILED(hr)) {
+        off = true;
+        say_(hr == AUDCLNT_E_DEVICE_INVALIDATED
+                 ? "monitor: " + s.name + " went away; the microphone plays on"
+                 : "monitor: " + s.name + " failed (" + tools::SystemText(static_cast<unsigned long>(hr)) +
+                       "); the microphone plays on");
+      }
+      hr = S_OK;
+      if (!off) continue;  // the default moved: straight to it
+    }
+    // Off until Windows says a device came or the default changed.
+    HANDLE events[] = {stop_.Get(), changed_.Get()};
+    if (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0) return;
+    hr = S_OK;
   }
-  client->Stop();
 }
 
 }  // namespace quillon::player

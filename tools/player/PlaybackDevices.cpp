@@ -86,10 +86,10 @@ bool ChoosePlaybackDevice(const std::wstring& wanted, PlaybackDevice& device, st
     return true;
   }
   std::string candidates;
-  for (const PlaybackDevice& d : devices) candidates += (candidates.empty() ? "" : ", ") + tools::Narrow(d.name);
+  for (const PlaybackDevice& d : devices) candidates += (candidates.empty() ? "" : ", ") + tools::Utf8(d.name);
   error = wanted.empty() ? "Windows has no default playback device; name one of: " + candidates
-          : fits.empty() ? "no playback device \"" + tools::Narrow(wanted) + "\"; the devices are: " + candidates
-                         : "\"" + tools::Narrow(wanted) + "\" fits several playback devices: " + candidates;
+          : fits.empty() ? "no playback device \"" + tools::Utf8(wanted) + "\"; the devices are: " + candidates
+                         : "\"" + tools::Utf8(wanted) + "\" fits several playback devices: " + candidates;
   return false;
 }
 

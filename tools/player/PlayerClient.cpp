@@ -257,7 +257,7 @@ PlayerStatus PlayerClient::WaitClosed(DWORD timeoutMs) {
 }
 
 std::string PlayerClient::Explain(PlayerStatus status) const {
-  using tools::Narrow;
+  using tools::Utf8;
   switch (status) {
     case PlayerStatus::Ok: return "done";
     case PlayerStatus::NoInstance: return "no effect instance is running for this microphone";
@@ -265,7 +265,7 @@ std::string PlayerClient::Explain(PlayerStatus status) const {
     case PlayerStatus::NoFormat: return "the effect instance has not published its stream format";
     case PlayerStatus::Closed: return "the effect instance went away: its stream was closed";
     case PlayerStatus::Replaced:
-      return "the effect instance went away: slot " + std::to_string(slot_) + " now belongs to " + Narrow(replacedBy_);
+      return "the effect instance went away: slot " + std::to_string(slot_) + " now belongs to " + Utf8(replacedBy_);
     case PlayerStatus::OtherPlayer: return "another player is sending to this microphone";
     case PlayerStatus::NotAnswering: return "the effect stopped answering";
     case PlayerStatus::Timeout: return "the effect did not take a block in time";

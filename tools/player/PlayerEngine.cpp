@@ -2,12 +2,19 @@
 
 #include "common/ToolSupport.h"
 #include "player/MonitorOutput.h"
+#include "player/ProAudioThread.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace quillon::player {
 namespace {
+
+// How often the reporter looks at the voices while any plays.
+constexpr DWORD kReportMs = 20;
+// How much of a voice is decoded ahead of the mix, at least: far more than a
+// slow moment of a decoder on a busy machine.
+constexpr double kAheadSeconds = 0.5;
 
 // A wait that ends on `events` or after `ms`.
 void WaitAny(std::initializer_list<HANDLE> events, DWORD ms) {
@@ -24,23 +31,18 @@ PlayerEngine::PlayerEngine(std::unique_ptr<PlayerClient> mic, const EngineOption
       channels_(mic_->Channels()),
       blockFrames_(std::clamp<size_t>(static_cast<size_t>(rate_ * options.blockMs / 1000.0), 1,
                                       mic_->MaxBlockSamples() / channels_)),
-      bus_(rate_, channels_, 1.0f,
-           [this](const VoiceStream& v, VoiceEvent e) {
-             const audio::SoundSource* source = v.Source();
-             const double seconds = static_cast<double>(v.FramesRead()) / rate_;
-             listener_({v.Id(), e, v.File(), seconds, source != nullptr ? source->Seconds() : seconds, v.Error(),
-                        source != nullptr ? &source->File() : nullptr});
-             if (e == VoiceEvent::Ended || e == VoiceEvent::Failed) Ended(v.Id());
-           }),
+      bus_(rate_, channels_, 1.0f),
       wake_(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
       interrupt_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       idle_(CreateEventW(nullptr, TRUE, TRUE, nullptr)),
-      failed_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+      failed_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+      news_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
   mic_->SetInterrupt(interrupt_.Get());
   block_.resize(blockFrames_ * channels_);
   runsOutAt_ = Clock::now();
   lead_ = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(options.leadMs));
   thread_ = std::thread([this] { Run(); });
+  reporter_ = std::thread([this] { Report(); });
 }
 
 PlayerEngine::~PlayerEngine() {
@@ -48,7 +50,23 @@ PlayerEngine::~PlayerEngine() {
   quit_ = true;
   SetEvent(wake_.Get());
   thread_.join();
-  monitor_.reset();
+  quitReporter_ = true;
+  SetEvent(news_.Get());
+  reporter_.join();
+  // A decoder that is just ready looks at the monitor under the lock.
+  std::unique_ptr<MonitorOutput> monitor;
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    monitor.swap(monitor_);
+  }
+  monitor.reset();
+  // No output reads the voices any more: their decoders end with them,
+  // outside the lock, which a decoder that is just ready takes.
+  std::map<int, Tracked> voices;
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    voices.swap(voices_);
+  }
 }
 
 void PlayerEngine::AddMonitor(std::unique_ptr<MonitorOutput> monitor) { monitor_ = std::move(monitor); }
@@ -56,39 +74,91 @@ void PlayerEngine::AddMonitor(std::unique_ptr<MonitorOutput> monitor) { monitor_
 int PlayerEngine::Start(const VoiceRequest& request) { return StartTogether({request}).front(); }
 
 std::vector<int> PlayerEngine::StartTogether(const std::vector<VoiceRequest>& requests) {
-  std::vector<std::pair<int, VoiceRequest>> voices;
+  // Each output gets the voice in its own format, decoded well ahead of its
+  // mix; the microphone's first blocks are ready before the voice joins.
+  std::vector<OutputFormat> outputs;
+  const size_t ahead = static_cast<size_t>(rate_ * kAheadSeconds);
+  outputs.push_back({rate_, channels_, std::max(ahead, 4 * blockFrames_), 2 * blockFrames_});
+  auto group = std::make_shared<Group>();
+  OutputFormat monitor;
+  if (monitor_ && monitor_->Current(monitor, group->monitorStream)) {
+    outputs.push_back({monitor.rate, monitor.channels, static_cast<size_t>(monitor.rate * kAheadSeconds),
+                       monitor.rate / 20});
+  }
+  std::vector<int> ids;
   {
     std::lock_guard<std::mutex> lock(lock_);
     for (const VoiceRequest& request : requests) {
-      voices.emplace_back(nextId_++, request);
-      playing_.insert(voices.back().first);
+      const int id = nextId_++;
+      Tracked& t = voices_[id];
+      t.voice = std::make_unique<Voice>(id, request, outputs);
+      t.monitorStream = group->monitorStream;
+      group->voices.push_back(t.voice.get());
+      playing_.insert(id);
+      ++live_;
+      ids.push_back(id);
     }
     ResetEvent(idle_.Get());
   }
-  bus_.Add(voices);
-  if (monitor_) monitor_->Bus().Add(voices);
-  SetEvent(wake_.Get());
-  std::vector<int> ids;
-  for (const auto& voice : voices) ids.push_back(voice.first);
+  group->waiting = group->voices.size();
+  // A voice is let go of only after its outputs released it, which cannot
+  // happen before its group launched: the pointers stay good.
+  for (Voice* voice : group->voices) {
+    voice->Start([this, group] {
+      if (--group->waiting == 0) Launch(*group);
+    });
+  }
+  SetEvent(news_.Get());
   return ids;
 }
 
-void PlayerEngine::Stop(int id) {
-  bus_.Stop(id);
-  if (monitor_) monitor_->Bus().Stop(id);
-  Ended(id);
+void PlayerEngine::Launch(const Group& group) {
+  std::vector<VoiceFeed*> mic, monitor;
+  {
+    // Under the table's lock, so that a stop either finds the voices in the
+    // mixes' inboxes or keeps them out.
+    std::lock_guard<std::mutex> lock(lock_);
+    for (Voice* voice : group.voices) {
+      if (voice->StopRequested()) {
+        for (size_t output = 0; output < voice->Outputs(); ++output) voice->Feed(output).Release(true);
+        continue;
+      }
+      mic.push_back(&voice->Feed(0));
+      if (voice->Outputs() > 1) monitor.push_back(&voice->Feed(1));
+    }
+    bus_.Add(mic);
+    // A monitor whose stream ended meanwhile never hears them.
+    if (!monitor.empty() && (!monitor_ || !monitor_->Add(monitor, group.monitorStream))) {
+      for (VoiceFeed* feed : monitor) feed->Release(true);
+    }
+  }
   SetEvent(wake_.Get());
+  SetEvent(news_.Get());
+}
+
+void PlayerEngine::Stop(int id) {
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    if (const auto found = voices_.find(id); found != voices_.end()) found->second.voice->Stop();
+    playing_.erase(id);
+  }
+  bus_.Stop(id);
+  if (monitor_) monitor_->Stop(id);
+  SetEvent(wake_.Get());
+  SetEvent(news_.Get());
 }
 
 void PlayerEngine::StopAll() {
-  bus_.StopAll();
-  if (monitor_) monitor_->Bus().StopAll();
   {
     std::lock_guard<std::mutex> lock(lock_);
+    for (auto& [id, t] : voices_) t.voice->Stop();
     playing_.clear();
   }
+  bus_.StopAll();
+  if (monitor_) monitor_->StopAll();
   stopAll_ = true;
   SetEvent(interrupt_.Get());
+  SetEvent(news_.Get());
 }
 
 void PlayerEngine::Abort() {
@@ -101,20 +171,168 @@ bool PlayerEngine::Playing(int id) const {
   return playing_.count(id) != 0;
 }
 
-void PlayerEngine::Ended(int id) {
-  std::lock_guard<std::mutex> lock(lock_);
-  playing_.erase(id);
+PlayerStatus PlayerEngine::WaitIdle(HANDLE interrupt) {
+  while (true) {
+    if (const auto status = WaitIdle(interrupt, nullptr)) return *status;
+  }
 }
 
-PlayerStatus PlayerEngine::WaitIdle(HANDLE interrupt) {
-  HANDLE events[] = {failed_.Get(), idle_.Get(), interrupt};
-  const DWORD r = WaitForMultipleObjects(interrupt != nullptr ? 3 : 2, events, FALSE, INFINITE);
+std::optional<PlayerStatus> PlayerEngine::WaitIdle(HANDLE interrupt, HANDLE wake) {
+  HANDLE events[4] = {failed_.Get(), idle_.Get()};
+  DWORD count = 2;
+  const DWORD interruptAt = interrupt != nullptr ? count : MAXDWORD;
+  if (interrupt != nullptr) events[count++] = interrupt;
+  if (wake != nullptr) events[count++] = wake;
+  const DWORD r = WaitForMultipleObjects(count, events, FALSE, INFINITE);
   if (r == WAIT_OBJECT_0) return failure_;
-  return r == WAIT_OBJECT_0 + 1 ? PlayerStatus::Ok : PlayerStatus::Interrupted;
+  if (r == WAIT_OBJECT_0 + 1) return PlayerStatus::Ok;
+  if (r == WAIT_OBJECT_0 + interruptAt) return PlayerStatus::Interrupted;
+  return std::nullopt;
 }
 
 PlayerStatus PlayerEngine::Failure() const {
   return WaitForSingleObject(failed_.Get(), 0) == WAIT_OBJECT_0 ? failure_ : PlayerStatus::Ok;
+}
+
+void PlayerEngine::Tell(EngineEvent event) {
+  if (listener_) listener_(event);
+}
+
+void PlayerEngine::Report() {
+  bool firstTold = false, failureTold = false;
+  while (!quitReporter_) {
+    bool any;
+    {
+      std::lock_guard<std::mutex> lock(lock_);
+      any = !voices_.empty();
+    }
+    WaitForSingleObject(news_.Get(), any ? kReportMs : INFINITE);
+    if (quitReporter_) break;
+    if (const int64_t taken = firstTakenUs_.load(); taken >= 0 && !firstTold) {
+      firstTold = true;
+      EngineEvent event{0, VoiceEvent::FirstBlockTaken};
+      event.takenUs = taken;
+      Tell(event);
+    }
+    if (!failureTold && Failure() != PlayerStatus::Ok) {
+      // No voice plays on, and none reports any more.
+      failureTold = true;
+      EngineEvent event{0, VoiceEvent::OutputFailed};
+      event.error = mic_->Explain(failure_);
+      Tell(event);
+    }
+    if (failureTold) continue;
+    std::vector<Tracked*> tracked;
+    {
+      std::lock_guard<std::mutex> lock(lock_);
+      for (auto& [id, t] : voices_) tracked.push_back(&t);
+    }
+    // Only this thread erases entries, so the pointers stay good meanwhile.
+    std::vector<int> gone;
+    for (Tracked* t : tracked) {
+      if (ReportVoice(*t)) gone.push_back(t->voice->Id());
+    }
+    if (gone.empty()) continue;
+    std::vector<std::unique_ptr<Voice>> ended;  // their decoders are joined outside the lock
+    {
+      std::lock_guard<std::mutex> lock(lock_);
+      for (int id : gone) {
+        ended.push_back(std::move(voices_[id].voice));
+        voices_.erase(id);
+      }
+    }
+  }
+}
+
+bool PlayerEngine::ReportVoice(Tracked& t) {
+  Voice& voice = *t.voice;
+  VoiceFeed& mic = voice.Feed(0);
+  // Released first: once it is, the frames read are final.
+  const bool released = mic.Released();
+  const uint64_t played = mic.FramesRead();
+  const double rate = voice.Rate(0);
+  const bool stopped = released && (mic.WasStopped() || voice.StopRequested());
+  const auto event = [&](VoiceEvent kind) {
+    EngineEvent e{voice.Id(), kind, t.file};
+    e.seconds = static_cast<double>(played - std::min(played, t.fileFrom)) / rate;
+    e.totalSeconds = t.fileSeconds;
+    return e;
+  };
+  if (!t.ended) {
+    const std::vector<Voice::Mark> marks = voice.MarksFrom(t.marksSeen);
+    for (const Voice::Mark& mark : marks) {
+      // A stopped voice reports nothing past where it stopped.
+      if (mark.at > played || (stopped && mark.at == played && mark.kind != Voice::Mark::Kind::Ended)) break;
+      ++t.marksSeen;
+      switch (mark.kind) {
+        case Voice::Mark::Kind::Started: {
+          t.inFile = true;
+          t.file = voice.Request().files[mark.file];
+          t.fileFrom = mark.at;
+          t.fileSeconds = mark.seconds;
+          t.reported = mark.at;
+          EngineEvent e = event(VoiceEvent::FileStarted);
+          e.seconds = 0;
+          e.format = mark.format;
+          e.fileRate = mark.rate;
+          e.fileChannels = mark.channels;
+          Tell(e);
+          break;
+        }
+        case Voice::Mark::Kind::Ended: {
+          t.inFile = false;
+          t.fileSeconds = mark.seconds;
+          EngineEvent e = event(VoiceEvent::FileEnded);
+          e.seconds = mark.seconds;
+          Tell(e);
+          break;
+        }
+        case Voice::Mark::Kind::Failed: {
+          if (mark.file < voice.Request().files.size()) t.file = voice.Request().files[mark.file];
+          EngineEvent e = event(VoiceEvent::Failed);
+          e.error = mark.error;
+          e.midFile = t.inFile;
+          if (!t.inFile) e.seconds = 0;
+          t.ended = true;
+          Tell(e);
+          break;
+        }
+      }
+      if (t.ended) break;
+    }
+    if (!t.ended && t.inFile && played > t.reported) {
+      t.reported = played;
+      // The length of a file that declares none is known once it was decoded to its end.
+      if (t.fileSeconds == 0) {
+        for (const Voice::Mark& mark : voice.MarksFrom(t.marksSeen)) {
+          if (mark.kind == Voice::Mark::Kind::Ended) {
+            t.fileSeconds = mark.seconds;
+            break;
+          }
+        }
+      }
+      Tell(event(VoiceEvent::Progress));
+    }
+    if (!t.ended && released) {
+      t.ended = true;
+      Tell(event(stopped ? VoiceEvent::Stopped : VoiceEvent::Ended));
+    }
+    if (t.ended) {
+      {
+        std::lock_guard<std::mutex> lock(lock_);
+        playing_.erase(voice.Id());
+      }
+      --live_;
+      SetEvent(wake_.Get());
+    }
+  }
+  if (!t.ended) return false;
+  // Let go of only when no output reads it any more (a monitor's stream that ended reads nothing).
+  for (size_t output = 1; output < voice.Outputs(); ++output) {
+    if (!voice.Feed(output).Released() && monitor_ && monitor_->Reads(t.monitorStream)) return false;
+  }
+  voice.Stop();
+  return true;
 }
 
 void PlayerEngine::WaitUntil(Clock::time_point when) {
@@ -136,6 +354,7 @@ void PlayerEngine::WaitUntil(Clock::time_point when) {
 }
 
 void PlayerEngine::Run() {
+  ProAudioThread proAudio;
   while (true) {
     if (stopAll_.exchange(false)) {
       // Withdraws a block not yet taken and drops what the effect queued.
@@ -157,9 +376,11 @@ void PlayerEngine::Run() {
       if (keys_.Held()) {
         WaitUntil(release);
       } else {
-        {
-          std::lock_guard<std::mutex> lock(lock_);
-          if (playing_.empty()) SetEvent(idle_.Get());
+        // Looked at again after: a voice started meanwhile resets the event
+        // after it counted itself, so one of the two sees it.
+        if (live_.load() == 0) {
+          SetEvent(idle_.Get());
+          if (live_.load() != 0) ResetEvent(idle_.Get());
         }
         WaitAny({interrupt_.Get(), wake_.Get()}, INFINITE);
       }
@@ -179,7 +400,7 @@ void PlayerEngine::Run() {
       failure_ = status;
       keys_.Release();
       SetEvent(failed_.Get());
-      listener_({0, VoiceEvent::OutputFailed, L"", 0, 0, mic_->Explain(status)});
+      SetEvent(news_.Get());
       return;
     }
   }
@@ -191,7 +412,10 @@ PlayerStatus PlayerEngine::WriteBlock() {
   const auto needed = runsOutAt_;  // when the effect runs out of sound
   const size_t frames = bus_.Mix(block_.data(), blockFrames_);
   // The cost of making a block, remembered at its highest and let go slowly.
-  makeCost_ = std::max(Clock::now() - started, makeCost_ * 15 / 16);
+  const auto cost = Clock::now() - started;
+  makeCost_ = std::max(cost, makeCost_ * 15 / 16);
+  const int64_t costUs = std::chrono::duration_cast<std::chrono::microseconds>(cost).count();
+  if (costUs > slowestMixUs_.load(std::memory_order_relaxed)) slowestMixUs_.store(costUs, std::memory_order_relaxed);
   if (frames == 0) {
     streaming_ = false;
     return PlayerStatus::Ok;
@@ -203,9 +427,8 @@ PlayerStatus PlayerEngine::WriteBlock() {
   const auto taken = Clock::now();
   if (!anyTaken_) {
     anyTaken_ = true;
-    EngineEvent event{0, VoiceEvent::FirstBlockTaken, L"", 0, 0, ""};
-    event.takenUs = tools::MonotonicMicroseconds();
-    listener_(event);
+    firstTakenUs_ = tools::MonotonicMicroseconds();
+    SetEvent(news_.Get());
   }
   const auto length = std::chrono::duration_cast<Clock::duration>(
       std::chrono::duration<double>(static_cast<double>(frames) / rate_));

@@ -2,12 +2,31 @@
 
 namespace quillon::player {
 
+namespace {
+
+// Keys whose scan code comes after the 0xE0 prefix: a game that reads scan
+// codes (or tells right Ctrl from left) sees them only with the extended flag.
+bool Extended(UINT key) {
+  switch (key) {
+    case VK_RCONTROL: case VK_RMENU: case VK_LWIN: case VK_RWIN: case VK_APPS:
+    case VK_INSERT: case VK_DELETE: case VK_HOME: case VK_END: case VK_PRIOR: case VK_NEXT:
+    case VK_LEFT: case VK_RIGHT: case VK_UP: case VK_DOWN:
+    case VK_DIVIDE: case VK_NUMLOCK: case VK_SNAPSHOT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
 bool HeldKeys::Send(UINT key, bool up) {
   INPUT input{};
   input.type = INPUT_KEYBOARD;
   input.ki.wVk = static_cast<WORD>(key);
-  input.ki.wScan = static_cast<WORD>(MapVirtualKeyW(key, MAPVK_VK_TO_VSC));
-  input.ki.dwFlags = up ? KEYEVENTF_KEYUP : 0;
+  // The scan code without its prefix: the flag stands for the prefix.
+  input.ki.wScan = static_cast<WORD>(MapVirtualKeyW(key, MAPVK_VK_TO_VSC) & 0xFF);
+  input.ki.dwFlags = (up ? KEYEVENTF_KEYUP : 0) | (Extended(key) ? KEYEVENTF_EXTENDEDKEY : 0);
   return SendInput(1, &input, sizeof(input)) == 1;
 }
 

@@ -1,12 +1,20 @@
 // One sound the engine plays: its files (one after another, a number of
-// times) at its volume, read in the format of one output. Each output reads
-// its own copy, so that no output ever waits for another.
+// times) at its volume. A thread of the voice's own opens and decodes them
+// ahead, in the format of each output, into one feed per output; the outputs'
+// mixing threads only take samples from their feeds. A feed that runs dry
+// leaves that voice silent for the moment, never the others.
 #pragma once
 
 #include "audio/SoundSource.h"
+#include "platform/UniqueResource.h"
+#include "player/SampleRing.h"
 
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace quillon::player {
@@ -18,82 +26,136 @@ struct VoiceRequest {
   float gain = 1.0f;
 };
 
-// Where a voice stands, as an output saw it.
+// What happened to a voice, as the microphone played it. Every voice ends
+// with exactly one of Ended, Stopped and Failed.
 enum class VoiceEvent {
   FileStarted,
-  Progress,  // more of the file was mixed
+  Progress,  // more of the file was played
   FileEnded,
-  Failed,
+  Failed,    // a file could not be opened or read to its end: error says why
   Ended,     // the last file ended
+  Stopped,   // stopped before its end
   FirstBlockTaken,  // (of the engine) the effect took the first block
   OutputFailed,     // (of the engine) the microphone's thread ended: error says why; no voice plays on
 };
 
-class VoiceStream {
+// The format one output mixes in.
+struct OutputFormat {
+  uint32_t rate = 0, channels = 0;
+  size_t aheadFrames = 0;  // how much of the voice is decoded ahead for it
+  size_t primeFrames = 0;  // how much is decoded before the voice joins the mix
+};
+
+// One voice as one output's mix reads it: the samples its decoder wrote
+// ahead, and how far the mix has read them.
+class VoiceFeed {
  public:
-  VoiceStream(int id, VoiceRequest request, uint32_t rate, uint32_t channels);
+  VoiceFeed(int id, uint32_t channels, size_t frames) : id_(id), channels_(channels), ring_(frames * channels) {}
+  VoiceFeed(const VoiceFeed&) = delete;
+  VoiceFeed& operator=(const VoiceFeed&) = delete;
 
   int Id() const { return id_; }
-  // Adds up to `frames` frames of the voice to `mix`; fewer once it ended.
-  // `report` is told of each file started and ended, and of a failure.
-  template <typename Report>
-  size_t AddTo(float* mix, size_t frames, Report&& report);
-  bool Ended() const { return ended_; }
 
-  // The file playing now, its index in the request, and its frames read so far.
-  const std::wstring& File() const { return request_.files[index_]; }
-  size_t FileIndex() const { return index_; }
-  size_t FramesRead() const { return framesRead_; }
-  const audio::SoundSource* Source() const { return source_.get(); }
-  std::string Error() const { return error_; }
+  // The mixing thread's side. Adds up to `frames` frames to `mix`; fewer when
+  // the decoder is behind or the sound ends within them.
+  size_t AddTo(float* mix, size_t frames) {
+    const size_t got = ring_.AddTo(mix, frames * channels_) / channels_;
+    read_.store(read_.load(std::memory_order_relaxed) + got, std::memory_order_release);
+    return got;
+  }
+  // Whether all of the sound was read (the decoder wrote its last).
+  bool Finished() const { return decoded_.load(std::memory_order_acquire) && ring_.Available() == 0; }
+  // The mix lets go of the feed, at its end or stopped; it is never read again.
+  void Release(bool stopped) {
+    stopped_.store(stopped, std::memory_order_relaxed);
+    released_.store(true, std::memory_order_release);
+  }
+
+  // The decoder's side.
+  SampleRing& Ring() { return ring_; }
+  uint32_t Channels() const { return channels_; }
+  void Decoded() { decoded_.store(true, std::memory_order_release); }
+
+  // Anyone's.
+  uint64_t FramesRead() const { return read_.load(std::memory_order_acquire); }
+  bool Released() const { return released_.load(std::memory_order_acquire); }
+  bool WasStopped() const { return stopped_.load(std::memory_order_relaxed); }
 
  private:
-  // Opens the next file; false at the end or on a failure.
-  bool Next(std::string& error);
+  int id_;
+  uint32_t channels_;
+  SampleRing ring_;
+  std::atomic<uint64_t> read_{0};
+  std::atomic<bool> decoded_{false}, released_{false}, stopped_{false};
+};
+
+class Voice {
+ public:
+  // Where a file began or ended in the first output's feed, in its frames.
+  struct Mark {
+    enum class Kind { Started, Ended, Failed } kind;
+    uint64_t at = 0;
+    size_t file = 0;         // index in the request
+    std::string format;      // Started: "MP3", "WAV 16-bit"...
+    uint32_t rate = 0, channels = 0;  // Started: the file's own
+    double seconds = 0;      // Started: the length it declares, 0 if none; Ended: its real length
+    std::string error;       // Failed
+  };
+
+  Voice(int id, VoiceRequest request, const std::vector<OutputFormat>& outputs);
+  // Stops the decoder and waits for it.
+  ~Voice();
+  Voice(const Voice&) = delete;
+  Voice& operator=(const Voice&) = delete;
+
+  int Id() const { return id_; }
+  const VoiceRequest& Request() const { return request_; }
+  size_t Outputs() const { return lanes_.size(); }
+  VoiceFeed& Feed(size_t output) { return *lanes_[output]->feed; }
+  uint32_t Rate(size_t output) const { return outputs_[output].rate; }
+
+  // Starts the decoder: it opens the first file and fills every feed, then
+  // calls `ready` on its own thread, then keeps the feeds filled.
+  void Start(std::function<void()> ready);
+  // From any thread: the decoder ends soon.
+  void Stop();
+  bool StopRequested() const { return stop_.load(); }
+  // Whether the decoder has ended (every feed has all it will get).
+  bool DecoderDone() const { return done_.load(); }
+
+  // The marks from index `from` on.
+  std::vector<Mark> MarksFrom(size_t from) const;
+
+ private:
+  struct Lane {
+    std::unique_ptr<VoiceFeed> feed;
+    std::unique_ptr<audio::SoundSource> source;
+    size_t index = 0;           // the file playing, in the request
+    long long round = 0;
+    bool started = false, done = false;
+    uint64_t written = 0;       // frames into the feed
+    uint64_t fileFrom = 0;      // where the file playing began
+    uint64_t roundFrames = 0;   // frames of the round so far
+    std::vector<float> scratch;
+  };
+  void Run(const std::function<void()>& ready);
+  // Decodes one block into the lane's feed when it has room; false when it had none or is done.
+  bool Fill(size_t output);
+  // Opens the lane's next file; false at the end of the request or on a failure.
+  bool OpenNext(size_t output);
+  void Note(size_t output, Mark mark);
+  // The lane gets nothing more: its file is closed and its feed told.
+  static void Finish(Lane& lane);
 
   int id_;
   VoiceRequest request_;
-  uint32_t rate_, channels_;
-  std::unique_ptr<audio::SoundSource> source_;
-  size_t index_ = 0;
-  long long round_ = 0;
-  bool started_ = false, ended_ = false;
-  size_t framesRead_ = 0;
-  std::string error_;
-  std::vector<float> scratch_;
+  std::vector<OutputFormat> outputs_;
+  std::vector<std::unique_ptr<Lane>> lanes_;
+  std::atomic<bool> stop_{false}, done_{false};
+  UniqueHandle wake_;
+  mutable std::mutex marksLock_;  // between the decoder and the engine's reporter; never the mix
+  std::vector<Mark> marks_;
+  std::thread thread_;
 };
-
-template <typename Report>
-size_t VoiceStream::AddTo(float* mix, size_t frames, Report&& report) {
-  size_t done = 0;
-  while (done < frames && !ended_) {
-    if (!source_) {
-      if (!Next(error_)) {
-        ended_ = true;
-        if (!error_.empty()) report(*this, VoiceEvent::Failed);
-        break;
-      }
-      report(*this, VoiceEvent::FileStarted);
-    }
-    const size_t want = frames - done;
-    scratch_.resize(want * channels_);
-    const size_t got = source_->Read(scratch_.data(), want);
-    float* to = mix + done * channels_;
-    for (size_t i = 0; i < got * channels_; ++i) to[i] += scratch_[i];
-    done += got;
-    framesRead_ += got;
-    if (got < want) {  // the file ended (or failed) within this call
-      if (source_->Failed()) {
-        error_ = source_->Error();
-        ended_ = true;
-        report(*this, VoiceEvent::Failed);
-        break;
-      }
-      report(*this, VoiceEvent::FileEnded);
-      source_.reset();
-    }
-  }
-  return done;
-}
 
 }  // namespace quillon::player

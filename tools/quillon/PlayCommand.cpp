@@ -15,8 +15,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <utility>
 
 namespace quillon::cli {
 
@@ -110,36 +113,36 @@ bool FindMicrophone(const PlayOptions& o, HANDLE interrupt, Microphone& mic, std
   }
 }
 
-// What the engine reports, printed: a progress bar (or plain lines) per file
-// when the files play one after another, plain lines when they play together.
+// What the engine reports, printed on the main thread: a progress bar (or
+// plain lines) per file when the files play one after another, plain lines
+// when they play together. A console that holds its output (a selection in
+// it) then holds up this thread only, never the sound.
 class Report {
  public:
   Report(bool together, bool verbose) : together_(together), verbose_(verbose) {}
 
-  void operator()(const player::EngineEvent& e) {
-    std::lock_guard<std::mutex> lock(lock_);
+  void Print(const player::EngineEvent& e) {
     if (e.event == player::VoiceEvent::FirstBlockTaken) {
       if (!verbose_) return;
-      for (auto& [voice, progress] : progress_) progress.Break();
-      Print("first block taken at qpc_us=%lld\n", static_cast<long long>(e.takenUs));
+      Break();
+      cli::Print("first block taken at qpc_us=%lld\n", static_cast<long long>(e.takenUs));
       return;
     }
+    if (e.event == player::VoiceEvent::OutputFailed) return;  // said by WaitIdle's result
     Progress& progress = progress_[e.voice];
     switch (e.event) {
       case player::VoiceEvent::FileStarted: {
-        const audio::SoundFile& file = *e.source;
-        const std::string description = file.FormatName() + ", " + std::to_string(file.Rate()) + " Hz, " +
-                                        std::to_string(file.Channels()) + (file.Channels() == 1 ? " channel" : " channels");
+        const std::string description = e.format + ", " + std::to_string(e.fileRate) + " Hz, " +
+                                        std::to_string(e.fileChannels) + (e.fileChannels == 1 ? " channel" : " channels");
         progress.Start(FileName(e.file), description, e.totalSeconds, !together_);
         break;
       }
-      case player::VoiceEvent::Progress: progress.Update(e.seconds); break;
+      case player::VoiceEvent::Progress: progress.Update(e.seconds, e.totalSeconds); break;
       case player::VoiceEvent::FileEnded: progress.Finish("played", e.seconds); break;
       case player::VoiceEvent::Failed:
         progress.Break();
-        failure_ = e.source != nullptr
-                       ? Utf8(e.file) + ": decoding stopped at " + Clock(e.seconds) + ": " + e.error
-                       : Utf8(e.file) + ": " + e.error;
+        failure_ = e.midFile ? Utf8(e.file) + ": decoding stopped at " + Clock(e.seconds) + ": " + e.error
+                             : Utf8(e.file) + ": " + e.error;
         break;
       default: break;
     }
@@ -147,23 +150,44 @@ class Report {
 
   // The whole play was interrupted: each file still playing says so.
   void Interrupted() {
-    std::lock_guard<std::mutex> lock(lock_);
     for (auto& [voice, progress] : progress_) progress.FinishIfPlaying("interrupted: the rest was dropped;");
   }
   void Break() {
-    std::lock_guard<std::mutex> lock(lock_);
     for (auto& [voice, progress] : progress_) progress.Break();
   }
-  std::string Failure() {
-    std::lock_guard<std::mutex> lock(lock_);
-    return failure_;
-  }
+  const std::string& Failure() const { return failure_; }
 
  private:
   bool together_, verbose_;
-  std::mutex lock_;
   std::map<int, Progress> progress_;
   std::string failure_;
+};
+
+// What the engine's reporter and the monitor's thread hand to the main
+// thread: an event, or a line to print.
+class Inbox {
+ public:
+  struct Item {
+    player::EngineEvent event;
+    std::string line;  // when not empty, printed instead
+  };
+  void Push(Item item) {
+    {
+      std::lock_guard<std::mutex> lock(lock_);
+      items_.push_back(std::move(item));
+    }
+    SetEvent(ready_.Get());
+  }
+  std::deque<Item> Take() {
+    std::lock_guard<std::mutex> lock(lock_);
+    return std::exchange(items_, {});
+  }
+  HANDLE Ready() const { return ready_.Get(); }
+
+ private:
+  std::mutex lock_;
+  std::deque<Item> items_;
+  UniqueHandle ready_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
 };
 
 int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
@@ -190,11 +214,24 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
     Print("slot %d: %s, %s\n", client->Slot(), Describe(mic).c_str(), DescribeFormat(client->Format()).c_str());
   }
   Report report(o.together, o.verbose);
-  player::PlayerEngine engine(std::move(client), o.engine, [&](const player::EngineEvent& e) { report(e); });
+  Inbox inbox;
+  const auto show = [&] {
+    for (Inbox::Item& item : inbox.Take()) {
+      if (item.line.empty()) {
+        report.Print(item.event);
+      } else {
+        report.Break();
+        Print("%s\n", item.line.c_str());
+      }
+    }
+  };
+  player::PlayerEngine engine(std::move(client), o.engine, [&](const player::EngineEvent& e) { inbox.Push({e, ""}); });
   if (monitorDevice != nullptr) {
-    auto monitor = player::MonitorOutput::Open(*monitorDevice, o.monitorGain, [&](const std::string& line) {
-      report.Break();
-      Print("%s\n", line.c_str());
+    player::MonitorOutput::Options options;
+    options.gain = o.monitorGain;
+    options.followDefault = o.monitorDevice.empty();
+    auto monitor = player::MonitorOutput::Open(*monitorDevice, options, [&](const std::string& line) {
+      inbox.Push({{}, line});
     }, error);
     if (!monitor) {
       Fail("%s", error.c_str());
@@ -209,7 +246,9 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
   } else {
     engine.Start({o.files, o.loops, o.gain});
   }
-  const PlayerStatus end = engine.WaitIdle(interrupt.Event());
+  std::optional<PlayerStatus> end;
+  while (!(end = engine.WaitIdle(interrupt.Event(), inbox.Ready()))) show();
+  show();
   if (end == PlayerStatus::Interrupted) {
     engine.Abort();
     report.Interrupted();
@@ -217,11 +256,11 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
   }
   if (end != PlayerStatus::Ok) {
     report.Break();
-    Fail("%s", engine.Microphone().Explain(end).c_str());
+    Fail("%s", engine.Microphone().Explain(*end).c_str());
     return kExitFailed;
   }
-  if (const std::string failure = report.Failure(); !failure.empty()) {
-    Fail("%s", failure.c_str());
+  if (!report.Failure().empty()) {
+    Fail("%s", report.Failure().c_str());
     return kExitFailed;
   }
   return kExitDone;
@@ -242,14 +281,19 @@ int RunPlay(const Arguments& args) {
     }
   }
   player::PlaybackDevice monitor;
+  bool monitorOn = options.monitor;
   if (options.monitor) {
     std::string error;
-    if (!player::ChoosePlaybackDevice(options.monitorDevice, monitor, error)) {
+    if (player::ListPlaybackDevices(error).empty()) {
+      // Nothing to hear it on: the microphone still gets the sound.
+      Print("monitor: off: %s; the microphone plays on\n", error.empty() ? "there is no playback device" : error.c_str());
+      monitorOn = false;
+    } else if (!player::ChoosePlaybackDevice(options.monitorDevice, monitor, error)) {
       Fail("--monitor: %s", error.c_str());
       return kExitUsage;
     }
   }
-  return Play(options, options.monitor ? &monitor : nullptr);
+  return Play(options, monitorOn ? &monitor : nullptr);
 }
 
 }  // namespace quillon::cli

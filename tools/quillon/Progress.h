@@ -10,9 +10,10 @@ class Progress {
  public:
   Progress() = default;
   // `bar`: a bar on a console; plain lines otherwise, or when several files
-  // play at once.
+  // play at once. `totalSeconds` is 0 for a file that declares no length: the
+  // elapsed time is shown alone until its length is known.
   void Start(const std::string& name, const std::string& description, double totalSeconds, bool bar = true);
-  void Update(double elapsedSeconds);
+  void Update(double elapsedSeconds, double totalSeconds);
   // Ends the file's line: "played", "stopped" and the like.
   void Finish(const std::string& outcome, double elapsedSeconds);
   // The same at the last time shown, when a file plays.

@@ -1,0 +1,26 @@
+#include "player/ProAudioThread.h"
+
+namespace quillon::player {
+namespace {
+
+using JoinTask = HANDLE(WINAPI*)(LPCWSTR task, LPDWORD index);
+using LeaveTask = BOOL(WINAPI*)(HANDLE task);
+
+}  // namespace
+
+ProAudioThread::ProAudioThread() : avrt_(LoadLibraryExW(L"avrt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+  if (!avrt_) return;
+  const auto join = reinterpret_cast<JoinTask>(
+      reinterpret_cast<void*>(GetProcAddress(avrt_.Get(), "AvSetMmThreadCharacteristicsW")));
+  DWORD index = 0;
+  if (join != nullptr) task_ = join(L"Pro Audio", &index);
+}
+
+ProAudioThread::~ProAudioThread() {
+  if (task_ == nullptr) return;
+  const auto leave = reinterpret_cast<LeaveTask>(
+      reinterpret_cast<void*>(GetProcAddress(avrt_.Get(), "AvRevertMmThreadCharacteristics")));
+  if (leave != nullptr) leave(task_);
+}
+
+}  // namespace quillon::player
