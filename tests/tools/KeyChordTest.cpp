@@ -24,6 +24,8 @@ TEST(KeyChordText, ReadsAndPrintsBackTheSameChord) {
       {"0x7c", "F13", VK_F13, 0},
       {"0xBA", "0xBA", VK_OEM_1, 0},
       {"RCtrl", "RCtrl", VK_RCONTROL, 0},
+      {"Ctrl+NumEnter", "Ctrl+NumEnter", VK_RETURN, MOD_CONTROL},
+      {"Enter", "Enter", VK_RETURN, 0},
   };
   for (const auto& c : cases) {
     KeyChord chord;
@@ -36,6 +38,12 @@ TEST(KeyChordText, ReadsAndPrintsBackTheSameChord) {
     ASSERT_TRUE(ParseKeyChord(chord.Text(), again, error)) << chord.Text();
     EXPECT_EQ(chord, again) << c.text;
   }
+  // The keypad's Enter is a chord of its own, not Enter.
+  KeyChord enter, numEnter;
+  std::string error;
+  ASSERT_TRUE(ParseKeyChord("Enter", enter, error));
+  ASSERT_TRUE(ParseKeyChord("NumEnter", numEnter, error));
+  EXPECT_NE(enter, numEnter);
 }
 
 TEST(KeyChordText, NamesWhatIsNotAKey) {

@@ -5,6 +5,7 @@
 #include "player/PlaybackDevices.h"
 #include "player/PlayerEngine.h"
 #include "support/QuillonRun.h"
+#include "support/RegistryValue.h"
 #include "support/SharedFiles.h"
 
 #include <audioclient.h>
@@ -57,6 +58,24 @@ TEST(Monitor, PlaysTheSoundAtItsOwnVolume) {
               Peak(run.output));
   EXPECT_NEAR(0.501, Peak(heard) / Peak(tone), 0.005);
   EXPECT_EQ(Peak(tone), Peak(run.output));
+}
+
+// With no playback device at all the monitor is off, said in one line, and
+// the microphone still gets the sound. Wine's own switch takes its audio
+// driver away for the programs started meanwhile, as on a PC whose only
+// headset is unplugged.
+TEST(Monitor, WithNoPlaybackDeviceTheMicrophonePlaysOn) {
+  ScopedRegistryValue noDriver(HKEY_CURRENT_USER, L"Software\\Wine\\Drivers", L"Audio");
+  ASSERT_TRUE(noDriver.SetString(L""));
+  ASSERT_NE(std::string::npos, RunQuillon(L"devices").text.find("There is no playback device."));
+  const audio::Sound tone = LoadSound(Sounds() + L"tone.wav");
+  const ToolRun run = HostAndPlayer(kMic, L"--seconds 3", Sounds() + L"tone.wav", L"monitor-none", L"--monitor");
+  EXPECT_EQ(0, run.playerExit) << run.playerText;
+  EXPECT_NE(std::string::npos, run.playerText.find("monitor: off: there is no playback device; the microphone plays on"))
+      << run.playerText;
+  ASSERT_EQ(0, run.hostExit) << run.hostText;
+  const size_t lag = FirstSound(run.output) - FirstSound(tone);
+  for (uint32_t c = 0; c < 2; ++c) EXPECT_GT(Correlation(run.output, tone, lag, c), 0.9999) << "channel " << c;
 }
 
 // The monitor's device fails, through a seam that fails it on demand, and

@@ -298,7 +298,8 @@ TEST(PushToTalk, ExtendedKeysCarryTheExtendedFlag) {
   struct Case { const char* text; UINT key; bool extended; };
   const Case cases[] = {{"RCtrl", VK_RCONTROL, true}, {"RAlt", VK_RMENU, true},   {"Right", VK_RIGHT, true},
                         {"Delete", VK_DELETE, true},  {"PageUp", VK_PRIOR, true}, {"NumDivide", VK_DIVIDE, true},
-                        {"F15", VK_F15, false},       {"Num5", VK_NUMPAD5, false}, {"LCtrl", VK_LCONTROL, false}};
+                        {"NumEnter", VK_RETURN, true}, {"F15", VK_F15, false},     {"Num5", VK_NUMPAD5, false},
+                        {"LCtrl", VK_LCONTROL, false}};
   KeyWatch keys;
   ASSERT_TRUE(keys.Hooked());
   for (const Case& c : cases) {

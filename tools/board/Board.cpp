@@ -97,6 +97,13 @@ Refusal Board::CheckPageName(const std::string& name, std::optional<size_t> exce
   return std::nullopt;
 }
 
+namespace {
+
+// Whether two chords are one hotkey to Windows, which tells no keypad Enter from Enter.
+bool SameHotkey(const std::optional<tools::KeyChord>& a, const tools::KeyChord& b) {
+  return a && a->key == b.key && a->HotkeyModifiers() == b.HotkeyModifiers();
+}
+
 // Whether holding the push-to-talk key `ptt` can set off `hotkey`: the same
 // key, with no modifier the hotkey lacks (a person's own modifier does the rest).
 bool PushToTalkSetsOff(const tools::KeyChord& ptt, const tools::KeyChord& hotkey) {
@@ -104,17 +111,19 @@ bool PushToTalkSetsOff(const tools::KeyChord& ptt, const tools::KeyChord& hotkey
          (!ptt.shift || hotkey.shift) && (!ptt.win || hotkey.win);
 }
 
+}  // namespace
+
 Refusal Board::CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id) const {
   if (!chord) return std::nullopt;
   if (chord->key == 0) return "a hotkey needs a key";
-  if (id != 0 && settings_.stopAllHotkey == chord) return chord->Text() + " already stops everything";
+  if (id != 0 && SameHotkey(settings_.stopAllHotkey, *chord)) return chord->Text() + " already stops everything";
   if (settings_.pushToTalkKey && PushToTalkSetsOff(*settings_.pushToTalkKey, *chord)) {
     return chord->Text() + " would be pressed by push-to-talk (" + settings_.pushToTalkKey->Text() +
            ") while a sound plays";
   }
   for (const Page& page : pages_) {
     for (const Sound& sound : page.sounds) {
-      if (sound.id != id && sound.hotkey == chord) {
+      if (sound.id != id && SameHotkey(sound.hotkey, *chord)) {
         return chord->Text() + " already plays \u201C" + sound.name + "\u201D";
       }
     }

@@ -166,11 +166,13 @@ void BoardPlayer::DoPress(const Sound& sound) {
   std::unique_lock<std::mutex> lock(lock_);  // the engine's reporter looks the voices up
   const auto playing = voiceOfSound_.find(sound.id);
   if (playing != voiceOfSound_.end() && engine_->Playing(playing->second)) {
-    // The sound is told stopped now; what the engine says of that voice later is not passed on.
+    // The sound is told stopped now, in the same hold of the lock that makes
+    // the engine's later word on that voice go unsaid.
     engine_->Stop(playing->second);
     voiceOfSound_.erase(playing);
+    news_.push_back({PlayerNews::Kind::Ended, sound.id, 0, 0, ""});
     lock.unlock();
-    Tell({PlayerNews::Kind::Ended, sound.id, 0, 0, ""});
+    notify_();
     if (settings_.pressAgain == PressAgain::Stop) return;
     lock.lock();
   } else if (!settings_.overlap) {
@@ -186,16 +188,15 @@ void BoardPlayer::DoPress(const Sound& sound) {
 void BoardPlayer::StopVoices() {
   if (!engine_) return;
   // Every sound is told stopped now; the engine's later word on those voices is not passed on.
-  std::vector<uint32_t> stopped;
   {
     std::lock_guard<std::mutex> lock(lock_);
     for (const auto& [sound, voice] : voiceOfSound_) {
-      if (engine_->Playing(voice)) stopped.push_back(sound);
+      if (engine_->Playing(voice)) news_.push_back({PlayerNews::Kind::Ended, sound, 0, 0, ""});
     }
     voiceOfSound_.clear();
     engine_->StopAll();
   }
-  for (uint32_t sound : stopped) Tell({PlayerNews::Kind::Ended, sound, 0, 0, ""});
+  notify_();
 }
 
 void BoardPlayer::OnEngineEvent(const player::EngineEvent& e) {
@@ -214,13 +215,13 @@ void BoardPlayer::OnEngineEvent(const player::EngineEvent& e) {
   }
   const bool last = e.event == player::VoiceEvent::Ended || e.event == player::VoiceEvent::Stopped ||
                     e.event == player::VoiceEvent::Failed;
-  uint32_t sound = 0;
   {
+    // Looked up and told in one hold of the lock: a sound stopped meanwhile
+    // was told so first, and hears nothing more of this voice.
     std::lock_guard<std::mutex> lock(lock_);
     const auto found = soundOfVoice_.find(e.voice);
     if (found == soundOfVoice_.end()) return;
-    sound = found->second;
-    // A voice the sound no longer plays (stopped, or pressed again) says nothing more.
+    const uint32_t sound = found->second;
     const auto current = voiceOfSound_.find(sound);
     const bool currentVoice = current != voiceOfSound_.end() && current->second == e.voice;
     if (last) {
@@ -228,15 +229,20 @@ void BoardPlayer::OnEngineEvent(const player::EngineEvent& e) {
       if (currentVoice) voiceOfSound_.erase(current);
     }
     if (!currentVoice) return;
+    switch (e.event) {
+      case player::VoiceEvent::FileStarted: news_.push_back({PlayerNews::Kind::Started, sound, 0, e.totalSeconds, ""}); break;
+      case player::VoiceEvent::Progress:
+        news_.push_back({PlayerNews::Kind::Progress, sound, e.seconds, e.totalSeconds, ""});
+        break;
+      case player::VoiceEvent::Ended:
+      case player::VoiceEvent::Stopped:
+        news_.push_back({PlayerNews::Kind::Ended, sound, e.seconds, e.totalSeconds, ""});
+        break;
+      case player::VoiceEvent::Failed: news_.push_back({PlayerNews::Kind::Failed, sound, e.seconds, 0, e.error}); break;
+      default: return;
+    }
   }
-  switch (e.event) {
-    case player::VoiceEvent::FileStarted: Tell({PlayerNews::Kind::Started, sound, 0, e.totalSeconds, ""}); break;
-    case player::VoiceEvent::Progress: Tell({PlayerNews::Kind::Progress, sound, e.seconds, e.totalSeconds, ""}); break;
-    case player::VoiceEvent::Ended:
-    case player::VoiceEvent::Stopped: Tell({PlayerNews::Kind::Ended, sound, e.seconds, e.totalSeconds, ""}); break;
-    case player::VoiceEvent::Failed: Tell({PlayerNews::Kind::Failed, sound, e.seconds, 0, e.error}); break;
-    default: break;
-  }
+  notify_();
 }
 
 }  // namespace quillon::board

@@ -75,6 +75,7 @@ std::string KeyChord::Text() const {
   if ((key >= '0' && key <= '9') || (key >= 'A' && key <= 'Z')) return text + static_cast<char>(key);
   if (key >= VK_F1 && key <= VK_F24) return text + "F" + std::to_string(key - VK_F1 + 1);
   if (key >= VK_NUMPAD0 && key <= VK_NUMPAD9) return text + "Num" + std::to_string(key - VK_NUMPAD0);
+  if (key == VK_RETURN && extended) return text + "NumEnter";
   for (const NamedKey& k : kNamedKeys) {
     if (k.key == key) return text + k.name;
   }
@@ -90,7 +91,8 @@ bool ParseKeyChord(const std::string& text, KeyChord& chord, std::string& error)
     const size_t plus = text.find('+', from);
     const std::string part = text.substr(from, plus == std::string::npos ? std::string::npos : plus - from);
     if (plus == std::string::npos) {
-      chord.key = part.empty() ? 0 : KeyOf(part);
+      chord.extended = Same(part, "NumEnter");
+      chord.key = chord.extended ? VK_RETURN : part.empty() ? 0 : KeyOf(part);
       if (chord.key == 0) {
         error = "\"" + text + "\" is not a key: " + (part.empty() ? "a key must follow the modifiers" :
                 "\"" + part + "\" is unknown (use a letter, a digit, F1 to F24, Num0 to Num9, a name such as Space, or 0x hex)");

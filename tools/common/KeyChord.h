@@ -12,6 +12,9 @@ namespace quillon::tools {
 struct KeyChord {
   bool ctrl = false, alt = false, shift = false, win = false;
   UINT key = 0;  // the virtual-key code
+  // The key's second place on the keyboard, which shares its virtual key:
+  // the numeric keypad's Enter ("NumEnter") beside Enter.
+  bool extended = false;
 
   // The modifiers as RegisterHotKey takes them (MOD_CONTROL...).
   UINT HotkeyModifiers() const;

@@ -20,22 +20,25 @@ bool Extended(UINT key) {
 
 }  // namespace
 
-bool HeldKeys::Send(UINT key, bool up) {
+bool HeldKeys::Send(Key key, bool up) {
   INPUT input{};
   input.type = INPUT_KEYBOARD;
-  input.ki.wVk = static_cast<WORD>(key);
+  input.ki.wVk = static_cast<WORD>(key.key);
   // The scan code without its prefix: the flag stands for the prefix.
-  input.ki.wScan = static_cast<WORD>(MapVirtualKeyW(key, MAPVK_VK_TO_VSC) & 0xFF);
-  input.ki.dwFlags = (up ? KEYEVENTF_KEYUP : 0) | (Extended(key) ? KEYEVENTF_EXTENDEDKEY : 0);
+  input.ki.wScan = static_cast<WORD>(MapVirtualKeyW(key.key, MAPVK_VK_TO_VSC) & 0xFF);
+  input.ki.dwFlags = (up ? KEYEVENTF_KEYUP : 0) | (key.extended ? KEYEVENTF_EXTENDEDKEY : 0);
   return SendInput(1, &input, sizeof(input)) == 1;
 }
 
 bool HeldKeys::Press(const tools::KeyChord& chord) {
   Release();
-  const UINT keys[] = {chord.ctrl ? VK_CONTROL : 0u, chord.alt ? VK_MENU : 0u, chord.shift ? VK_SHIFT : 0u,
-                       chord.win ? VK_LWIN : 0u, chord.key};
-  for (UINT key : keys) {
-    if (key == 0) continue;
+  const Key keys[] = {{chord.ctrl ? VK_CONTROL : 0u, false},
+                      {chord.alt ? VK_MENU : 0u, false},
+                      {chord.shift ? VK_SHIFT : 0u, false},
+                      {chord.win ? VK_LWIN : 0u, true},
+                      {chord.key, chord.extended || Extended(chord.key)}};
+  for (const Key& key : keys) {
+    if (key.key == 0) continue;
     if (!Send(key, false)) {
       Release();
       return false;

@@ -26,8 +26,12 @@ class HeldKeys {
   bool Held() const { return !down_.empty(); }
 
  private:
-  static bool Send(UINT key, bool up);
-  std::vector<UINT> down_;  // in the order pressed
+  struct Key {
+    UINT key;
+    bool extended;
+  };
+  static bool Send(Key key, bool up);
+  std::vector<Key> down_;  // in the order pressed
 };
 
 }  // namespace quillon::player
