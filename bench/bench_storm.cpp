@@ -7,7 +7,8 @@
 // sound (0.1) and the short WAV (0.25), which the output tells apart.
 //
 // Reported: silent frames inside the long sound; press to first sample of
-// the short WAV; press to the first file of each kind being open and ready;
+// the short WAV; press to the first mix that took each kind of file (opened
+// and decoded ahead on its voice's own thread);
 // the microphone thread's slowest block; the working set after 5 s and at
 // the end, and its peak.
 //
@@ -155,7 +156,7 @@ int main() {
   for (int kind = 0; kind < 5; ++kind) {
     if (readyMs[kind].empty()) continue;
     const Figures r = Summarise(readyMs[kind]);
-    std::printf("  press to open and decoded ahead, %-26s median %6.1f ms, p99 %6.1f ms, worst %6.1f ms\n", kinds[kind],
+    std::printf("  press to first mixed, %-26s median %6.1f ms, p99 %6.1f ms, worst %6.1f ms\n", kinds[kind],
                 r.median, r.p99, r.worst);
   }
   std::printf("  the microphone thread's slowest block (80 ms of sound): %.2f ms\n", static_cast<double>(slowestUs) / 1000);

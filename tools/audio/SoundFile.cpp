@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 namespace quillon::audio {
 namespace {
@@ -34,17 +35,30 @@ std::wstring LongPath(const std::wstring& path) {
   return L"\\\\?\\" + full;
 }
 
+// `bytes` bytes of `file` from `offset` (fewer at its end).
+std::vector<unsigned char> ReadAt(HANDLE file, uint64_t offset, size_t bytes) {
+  std::vector<unsigned char> data(bytes);
+  OVERLAPPED at{};
+  at.Offset = static_cast<DWORD>(offset);
+  at.OffsetHigh = static_cast<DWORD>(offset >> 32);
+  DWORD got = 0;
+  if (!ReadFile(file, data.data(), static_cast<DWORD>(bytes), &got, &at)) got = 0;
+  data.resize(got);
+  return data;
+}
+
 // Whether an MP3 stream carries a length tag (Xing, Info or VBRI) in its
 // first frame; without one, its length is only estimated from its size.
-bool Mp3HasLengthTag(const std::vector<unsigned char>& head) {
-  size_t at = 0;
-  // ID3v2 tags come first, their size in 7-bit bytes.
-  while (at + 10 <= head.size() && head[at] == 'I' && head[at + 1] == 'D' && head[at + 2] == '3') {
-    const size_t size = (size_t{head[at + 6]} << 21) | (size_t{head[at + 7]} << 14) | (size_t{head[at + 8]} << 7) |
-                        head[at + 9];
-    at += 10 + size + ((head[at + 5] & 0x10) != 0 ? 10 : 0);
+bool Mp3HasLengthTag(HANDLE file) {
+  // ID3v2 tags come first (cover art makes them large), their size in 7-bit bytes.
+  uint64_t at = 0;
+  for (std::vector<unsigned char> tag = ReadAt(file, 0, 10);
+       tag.size() == 10 && tag[0] == 'I' && tag[1] == 'D' && tag[2] == '3'; tag = ReadAt(file, at, 10)) {
+    at += 10 + ((uint64_t{tag[6]} << 21) | (uint64_t{tag[7]} << 14) | (uint64_t{tag[8]} << 7) | tag[9]) +
+          ((tag[5] & 0x10) != 0 ? 10 : 0);
   }
-  for (; at + 4 <= head.size(); ++at) {
+  const std::vector<unsigned char> head = ReadAt(file, at, 16 * 1024);
+  for (size_t at = 0; at + 4 <= head.size(); ++at) {
     const bool frame = head[at] == 0xFF && (head[at + 1] & 0xE0) == 0xE0 && ((head[at + 1] >> 1) & 3) != 0 &&
                        (head[at + 2] >> 4) != 0xF && ((head[at + 2] >> 2) & 3) != 3;
     if (!frame) continue;
@@ -61,9 +75,17 @@ bool Mp3HasLengthTag(const std::vector<unsigned char>& head) {
 
 }  // namespace
 
+// libsndfile's texts of why a file did not open are kept for the whole
+// process: an open and the reading of its reason go together.
+static std::mutex& OpenLock() {
+  static std::mutex lock;
+  return lock;
+}
+
 // libsndfile reads the file through these, on a handle of Windows' own.
 struct SoundFile::Stream {
   UniqueHandle handle;
+  DWORD readError = ERROR_SUCCESS;  // a read that failed (a share gone, a disk error): not an end
 
   static Stream& Of(void* data) { return *static_cast<Stream*>(data); }
   static sf_count_t Length(void* data) {
@@ -81,7 +103,11 @@ struct SoundFile::Stream {
     while (done < count) {
       DWORD got = 0;
       const DWORD want = static_cast<DWORD>(std::min<sf_count_t>(count - done, 1 << 30));
-      if (!ReadFile(Of(data).handle.Get(), static_cast<char*>(into) + done, want, &got, nullptr) || got == 0) break;
+      if (!ReadFile(Of(data).handle.Get(), static_cast<char*>(into) + done, want, &got, nullptr)) {
+        Of(data).readError = GetLastError();
+        break;
+      }
+      if (got == 0) break;
       done += got;
     }
     return done;
@@ -110,39 +136,44 @@ bool SoundFile::OpenRead(const std::wstring& path, std::string& error) {
     error = "is a folder";
     return false;
   }
-  // Shared for reading and deleting: another program may rename or delete
-  // the file while it plays.
+  // Shared for everything: another program may go on writing the file, or
+  // rename or delete it while it plays.
   std::unique_ptr<Stream, StreamCloser> stream(new Stream{UniqueHandle(
-      CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr))});
+      CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr))});
   if (!stream->handle) {
     error = "cannot be opened (" + tools::SystemText(GetLastError()) + ")";
     return false;
   }
-  std::vector<unsigned char> head(64 * 1024);
-  DWORD got = 0;
-  if (!ReadFile(stream->handle.Get(), head.data(), static_cast<DWORD>(head.size()), &got, nullptr)) got = 0;
-  head.resize(got);
-  Stream::Seek(0, SEEK_SET, stream.get());
   SF_VIRTUAL_IO io{&Stream::Length, &Stream::Seek, &Stream::Read, &Stream::Write, &Stream::Tell};
   stream_ = std::move(stream);
+  std::unique_lock<std::mutex> opening(OpenLock());
   file_.reset(sf_open_virtual(&io, SFM_READ, &info_, stream_.get()));
   if (!file_) {
     // The file is there: whatever libsndfile says (for an MPEG stream it cannot
     // parse, that the file "does not exist"), it holds nothing it can read.
     std::string reason = Reason(nullptr);
+    opening.unlock();
     while (!reason.empty() && reason.back() == '.') reason.pop_back();
     if (reason.find("does not exist") != std::string::npos) reason = "not a sound format it knows, or damaged";
     error = "holds no sound that can be read (" + reason + ")";
     return false;
   }
+  opening.unlock();
   if (info_.channels < 1 || info_.samplerate < 1) {
     error = "the header names no channels or no rate";
     return false;
   }
   const bool known = info_.frames > 0 && info_.frames != SF_COUNT_MAX;
   const int major = info_.format & SF_FORMAT_TYPEMASK;
-  declared_ = known && (major == SF_FORMAT_MPEG ? Mp3HasLengthTag(head) : true);
+  if (known && major == SF_FORMAT_MPEG) {
+    // Read beside libsndfile, which finds its place where it left it.
+    const sf_count_t position = Stream::Tell(stream_.get());
+    declared_ = Mp3HasLengthTag(stream_->handle.Get());
+    Stream::Seek(position, SEEK_SET, stream_.get());
+  } else {
+    declared_ = known;
+  }
   // Floats from integer samples are scaled to -1..1; float files stay as they are.
   sf_command(file_.get(), SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
   return CheckWhole(error);
@@ -204,6 +235,7 @@ bool SoundFile::OpenWrite(const std::wstring& path, uint32_t rate, uint32_t chan
   info_.samplerate = static_cast<int>(rate);
   info_.channels = static_cast<int>(channels);
   info_.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+  std::lock_guard<std::mutex> opening(OpenLock());
   file_.reset(sf_wchar_open(LongPath(path).c_str(), SFM_WRITE, &info_));
   if (!file_) error = Reason(nullptr);
   return file_ != nullptr;
@@ -243,7 +275,10 @@ size_t SoundFile::Read(float* samples, size_t frames) {
   const sf_count_t got = sf_readf_float(file_.get(), samples, static_cast<sf_count_t>(frames));
   read_ += std::max<sf_count_t>(got, 0);
   if (got < static_cast<sf_count_t>(frames)) {
-    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
+    if (stream_->readError != ERROR_SUCCESS) {
+      failed_ = true;
+      error_ = "cannot be read further (" + tools::SystemText(stream_->readError) + ")";
+    } else if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
       failed_ = true;
       std::string reason = Reason(file_.get());
       while (!reason.empty() && reason.back() == '.') reason.pop_back();

@@ -117,7 +117,8 @@ Refusal Board::CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t
   if (!chord) return std::nullopt;
   if (chord->key == 0) return "a hotkey needs a key";
   if (id != 0 && SameHotkey(settings_.stopAllHotkey, *chord)) return chord->Text() + " already stops everything";
-  if (settings_.pushToTalkKey && PushToTalkSetsOff(*settings_.pushToTalkKey, *chord)) {
+  // (The stop-everything hotkey is checked against push-to-talk with the settings it comes in.)
+  if (id != 0 && settings_.pushToTalkKey && PushToTalkSetsOff(*settings_.pushToTalkKey, *chord)) {
     return chord->Text() + " would be pressed by push-to-talk (" + settings_.pushToTalkKey->Text() +
            ") while a sound plays";
   }

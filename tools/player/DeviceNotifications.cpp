@@ -23,15 +23,18 @@ class DeviceNotifications::Client final : public IMMNotificationClient {
     return E_NOINTERFACE;
   }
 
-  HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR, DWORD state) override {
-    if (state == DEVICE_STATE_ACTIVE) SetEvent(changed_);
+  HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR, DWORD) override {
+    SetEvent(changed_);
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR) override {
     SetEvent(changed_);
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR) override {
+    SetEvent(changed_);
+    return S_OK;
+  }
   HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR) override {
     if (flow == eRender && role == eConsole) SetEvent(changed_);
     return S_OK;

@@ -1,6 +1,6 @@
-// Windows' word that playback devices changed, turned into an event: a device
-// became active (a headset plugged in again) or the default playback device
-// changed. Windows calls on threads of its own; this only sets the event, and
+// Windows' word that audio devices changed, turned into an event: a device
+// came, went or changed its state (a headset unplugged or plugged in again),
+// or the default playback device changed. Windows calls on threads of its own; this only sets the event, and
 // the monitor's thread looks at what changed. Registered for as long as the
 // object lives.
 #pragma once

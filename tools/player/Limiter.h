@@ -33,6 +33,8 @@ class Limiter {
   // alone) nothing is needed of the frames: a gain still held back rises
   // back to 1 as after a peak, and from there the mix passes as it is.
   void Apply(float* mix, size_t frames, bool engaged = true);
+  // Makes room for calls of up to `frames` frames, so that they allocate nothing.
+  void Reserve(size_t frames) { needed_.reserve(frames + lookahead_); }
 
  private:
   static constexpr float kCeiling = 0.999f;

@@ -5,47 +5,44 @@
 
 namespace quillon::player {
 
-MixBus::MixBus(uint32_t rate, uint32_t channels, float gain)
+MixBus::MixBus(uint32_t rate, uint32_t channels, float gain, size_t maxFrames)
     : rate_(rate), channels_(channels), gain_(gain), limiter_(channels, rate) {
   voices_.reserve(kMaxVoices);
-  inbox_.reserve(kMaxVoices);
+  inbox_.reserve(64);
+  work_.resize((maxFrames + limiter_.Lookahead()) * channels);
+  limiter_.Reserve(maxFrames);
 }
 
 void MixBus::Add(const std::vector<VoiceFeed*>& voices) {
   if (voices.empty()) return;
   std::lock_guard<std::mutex> lock(inboxLock_);
-  for (VoiceFeed* feed : voices) inbox_.push_back({Command::Add, feed->Id(), feed, voices.size()});
+  for (size_t i = 0; i < voices.size(); ++i) {
+    inbox_.push_back({Command::Add, voices[i]->Id(), voices[i], i + 1 == voices.size()});
+  }
   ++pendingAdds_;
 }
 
 void MixBus::Stop(int id) {
   std::lock_guard<std::mutex> lock(inboxLock_);
-  inbox_.push_back({Command::Stop, id, nullptr, 0});
+  inbox_.push_back({Command::Stop, id, nullptr, false});
 }
 
 void MixBus::StopAll() {
   std::lock_guard<std::mutex> lock(inboxLock_);
-  inbox_.push_back({Command::StopAll, 0, nullptr, 0});
+  inbox_.push_back({Command::StopAll, 0, nullptr, false});
 }
 
 void MixBus::TakeInbox() {
   std::unique_lock<std::mutex> lock(inboxLock_, std::try_to_lock);
   if (!lock.owns_lock()) return;  // someone is adding: taken next time
-  size_t taken = 0;
-  while (taken < inbox_.size()) {
-    const Command& c = inbox_[taken];
+  for (const Command& c : inbox_) {
     if (c.kind == Command::Add) {
-      // A group waits whole until there is room for it beside the others.
-      if (voices_.size() + c.group > kMaxVoices && !voices_.empty()) break;
-      for (size_t i = taken; i < taken + c.group; ++i) {
-        if (voices_.size() < kMaxVoices) {
-          voices_.push_back(inbox_[i].feed);
-        } else {
-          inbox_[i].feed->Release(true);
-        }
+      if (voices_.size() < kMaxVoices) {
+        voices_.push_back(c.feed);
+      } else {
+        c.feed->Release(true);  // too many at once: it is stopped
       }
-      taken += c.group;
-      --pendingAdds_;
+      if (c.last) --pendingAdds_;
       continue;
     }
     // A stopped voice ends at once; sound mixed ahead of it still plays.
@@ -58,9 +55,8 @@ void MixBus::TakeInbox() {
       aheadFrames_ = 0;
       soundUntil_ = 0;
     }
-    ++taken;
   }
-  inbox_.erase(inbox_.begin(), inbox_.begin() + static_cast<ptrdiff_t>(taken));
+  inbox_.clear();  // keeps its room
 }
 
 size_t MixBus::Mix(float* out, size_t frames) {

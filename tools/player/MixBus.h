@@ -18,11 +18,12 @@ namespace quillon::player {
 
 class MixBus {
  public:
-  // Voices beyond this many at once wait in the inbox until others end.
-  static constexpr size_t kMaxVoices = 256;
+  // Voices beyond this many at once are stopped as they arrive.
+  static constexpr size_t kMaxVoices = 1024;
 
-  // `gain` scales the whole mix (the monitor's volume).
-  MixBus(uint32_t rate, uint32_t channels, float gain);
+  // `gain` scales the whole mix (the monitor's volume); calls of Mix up to
+  // `maxFrames` allocate nothing.
+  MixBus(uint32_t rate, uint32_t channels, float gain, size_t maxFrames);
 
   // From any thread. Voices added in one call begin at the same frame; the
   // feeds stay alive until the bus released them (VoiceFeed::Released).
@@ -43,12 +44,11 @@ class MixBus {
 
  private:
   // Plain values, so that taking them frees no memory on the output's thread.
-  // Voices added together are `group` Add commands in a row.
   struct Command {
     enum Kind { Add, Stop, StopAll } kind;
     int id;
     VoiceFeed* feed;
-    size_t group;
+    bool last;  // of the voices added together (the waiting count goes with it)
   };
   void TakeInbox();
 

@@ -21,6 +21,7 @@ namespace quillon::player {
 namespace {
 
 constexpr REFERENCE_TIME kBufferHns = 200000;  // 20 ms
+constexpr DWORD kProbeMs = 200;
 // The extensible format's sub-formats of integer and float samples.
 constexpr GUID kSubtypePcm = GuidFromText(L"{00000001-0000-0010-8000-00aa00389b71}");
 constexpr GUID kSubtypeFloat = GuidFromText(L"{00000003-0000-0010-8000-00aa00389b71}");
@@ -187,25 +188,27 @@ HRESULT MonitorOutput::Render(Stream& s) {
   std::vector<float> mix(static_cast<size_t>(s.bufferFrames) * s.channels);
   HANDLE events[] = {stop_.Get(), s.ready.Get(), changed_.Get()};
   while (true) {
-    const DWORD woke = WaitForMultipleObjects(3, events, FALSE, INFINITE);
+    // A device that went away may signal nothing more: a quiet while, or
+    // Windows' word of a change, has the stream asked how it is.
+    const DWORD woke = WaitForMultipleObjects(3, events, FALSE, kProbeMs);
     if (woke == WAIT_OBJECT_0) return S_OK;
-    if (woke == WAIT_OBJECT_0 + 2) {
-      if (!options_.followDefault) continue;
-      // The default moved: the stream follows it.
+    if (woke == WAIT_OBJECT_0 + 2 && options_.followDefault) {
+      // The default moved (or there is none any more): the stream follows it.
       ComPtr<IMMDevice> now;
       wchar_t* id = nullptr;
-      const bool moved = SUCCEEDED(s.devices->GetDefaultAudioEndpoint(eRender, eConsole, now.Put())) &&
-                         SUCCEEDED(now->GetId(&id)) && s.id != id;
+      const bool same = SUCCEEDED(s.devices->GetDefaultAudioEndpoint(eRender, eConsole, now.Put())) &&
+                        SUCCEEDED(now->GetId(&id)) && s.id == id;
       CoTaskMemFree(id);
-      if (moved) return S_FALSE;
-      continue;
+      if (!same) return S_FALSE;
     }
     UINT32 padding = 0;
     BYTE* data = nullptr;
     HRESULT hr = options_.fault ? options_.fault() : S_OK;
     if (SUCCEEDED(hr)) hr = s.client->GetCurrentPadding(&padding);
+    if (FAILED(hr)) return hr;
+    if (woke != WAIT_OBJECT_0 + 1) continue;
     const UINT32 room = s.bufferFrames - std::min(padding, s.bufferFrames);
-    if (SUCCEEDED(hr) && room == 0) continue;
+    if (room == 0) continue;
     if (SUCCEEDED(hr)) hr = s.render->GetBuffer(room, &data);
     if (SUCCEEDED(hr)) {
       const size_t sound = bus->Mix(mix.data(), room);
@@ -233,10 +236,15 @@ void MonitorOutput::Run() {
       SetEvent(opened_.Get());
       return;
     }
+    if (FAILED(hr) && !off) {
+      off = true;
+      say_("monitor: cannot play to " + (s.name.empty() ? std::string("the default playback device") : s.name) +
+           " (" + tools::SystemText(static_cast<unsigned long>(hr)) + "); the microphone plays on");
+    }
     if (SUCCEEDED(hr)) {
       {
         std::lock_guard<std::mutex> lock(lock_);
-        bus_ = std::make_unique<MixBus>(s.rate, s.channels, options_.gain);
+        bus_ = std::make_unique<MixBus>(s.rate, s.channels, options_.gain, s.bufferFrames);
         format_ = {s.rate, s.channels, 0, 0};
         ++stream_;
         running_ = true;

@@ -31,7 +31,7 @@ PlayerEngine::PlayerEngine(std::unique_ptr<PlayerClient> mic, const EngineOption
       channels_(mic_->Channels()),
       blockFrames_(std::clamp<size_t>(static_cast<size_t>(rate_ * options.blockMs / 1000.0), 1,
                                       mic_->MaxBlockSamples() / channels_)),
-      bus_(rate_, channels_, 1.0f),
+      bus_(rate_, channels_, 1.0f, blockFrames_),
       wake_(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
       interrupt_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       idle_(CreateEventW(nullptr, TRUE, TRUE, nullptr)),
@@ -60,13 +60,15 @@ PlayerEngine::~PlayerEngine() {
     monitor.swap(monitor_);
   }
   monitor.reset();
-  // No output reads the voices any more: their decoders end with them,
-  // outside the lock, which a decoder that is just ready takes.
+  // No output reads the voices any more: every decoder is told to end, then
+  // each is waited for, outside the lock, which a decoder that is just ready
+  // takes (and then finds its group gone).
   std::map<int, Tracked> voices;
   {
     std::lock_guard<std::mutex> lock(lock_);
     voices.swap(voices_);
   }
+  for (auto& [id, t] : voices) t.voice->Stop();
 }
 
 void PlayerEngine::AddMonitor(std::unique_ptr<MonitorOutput> monitor) { monitor_ = std::move(monitor); }
@@ -80,12 +82,12 @@ std::vector<int> PlayerEngine::StartTogether(const std::vector<VoiceRequest>& re
   const size_t ahead = static_cast<size_t>(rate_ * kAheadSeconds);
   outputs.push_back({rate_, channels_, std::max(ahead, 4 * blockFrames_), 2 * blockFrames_});
   auto group = std::make_shared<Group>();
+  group->waiting = requests.size();
   OutputFormat monitor;
   if (monitor_ && monitor_->Current(monitor, group->monitorStream)) {
     outputs.push_back({monitor.rate, monitor.channels, static_cast<size_t>(monitor.rate * kAheadSeconds),
                        monitor.rate / 20});
   }
-  std::vector<int> ids;
   {
     std::lock_guard<std::mutex> lock(lock_);
     for (const VoiceRequest& request : requests) {
@@ -93,23 +95,21 @@ std::vector<int> PlayerEngine::StartTogether(const std::vector<VoiceRequest>& re
       Tracked& t = voices_[id];
       t.voice = std::make_unique<Voice>(id, request, outputs);
       t.monitorStream = group->monitorStream;
-      group->voices.push_back(t.voice.get());
+      group->voices.push_back(id);
       playing_.insert(id);
       ++live_;
-      ids.push_back(id);
     }
     ResetEvent(idle_.Get());
-  }
-  group->waiting = group->voices.size();
-  // A voice is let go of only after its outputs released it, which cannot
-  // happen before its group launched: the pointers stay good.
-  for (Voice* voice : group->voices) {
-    voice->Start([this, group] {
-      if (--group->waiting == 0) Launch(*group);
-    });
+    // Started under the lock, which the reporter holds to let go of a voice:
+    // none goes before its thread is known.
+    for (int id : group->voices) {
+      voices_[id].voice->Start([this, group] {
+        if (--group->waiting == 0) Launch(*group);
+      });
+    }
   }
   SetEvent(news_.Get());
-  return ids;
+  return group->voices;
 }
 
 void PlayerEngine::Launch(const Group& group) {
@@ -118,7 +118,10 @@ void PlayerEngine::Launch(const Group& group) {
     // Under the table's lock, so that a stop either finds the voices in the
     // mixes' inboxes or keeps them out.
     std::lock_guard<std::mutex> lock(lock_);
-    for (Voice* voice : group.voices) {
+    for (int id : group.voices) {
+      const auto found = voices_.find(id);
+      if (found == voices_.end()) continue;  // the engine is ending
+      Voice* voice = found->second.voice.get();
       if (voice->StopRequested()) {
         for (size_t output = 0; output < voice->Outputs(); ++output) voice->Feed(output).Release(true);
         continue;
@@ -156,7 +159,6 @@ void PlayerEngine::StopAll() {
   }
   bus_.StopAll();
   if (monitor_) monitor_->StopAll();
-  stopAll_ = true;
   SetEvent(interrupt_.Get());
   SetEvent(news_.Get());
 }
@@ -183,11 +185,16 @@ std::optional<PlayerStatus> PlayerEngine::WaitIdle(HANDLE interrupt, HANDLE wake
   const DWORD interruptAt = interrupt != nullptr ? count : MAXDWORD;
   if (interrupt != nullptr) events[count++] = interrupt;
   if (wake != nullptr) events[count++] = wake;
-  const DWORD r = WaitForMultipleObjects(count, events, FALSE, INFINITE);
-  if (r == WAIT_OBJECT_0) return failure_;
-  if (r == WAIT_OBJECT_0 + 1) return PlayerStatus::Ok;
-  if (r == WAIT_OBJECT_0 + interruptAt) return PlayerStatus::Interrupted;
-  return std::nullopt;
+  while (true) {
+    const DWORD r = WaitForMultipleObjects(count, events, FALSE, INFINITE);
+    if (r == WAIT_OBJECT_0) return failure_;
+    if (r == WAIT_OBJECT_0 + interruptAt) return PlayerStatus::Interrupted;
+    if (r != WAIT_OBJECT_0 + 1) return std::nullopt;
+    if (live_.load() == 0) return PlayerStatus::Ok;
+    // The microphone's thread said idle the moment a voice started; it takes
+    // that back at once (a voice counts itself before it resets the event).
+    Sleep(1);
+  }
 }
 
 PlayerStatus PlayerEngine::Failure() const {
@@ -215,8 +222,12 @@ void PlayerEngine::Report() {
       Tell(event);
     }
     if (!failureTold && Failure() != PlayerStatus::Ok) {
-      // No voice plays on, and none reports any more.
+      // No voice plays on, and none reports any more: their decoders end.
       failureTold = true;
+      {
+        std::lock_guard<std::mutex> lock(lock_);
+        for (auto& [id, t] : voices_) t.voice->Stop();
+      }
       EngineEvent event{0, VoiceEvent::OutputFailed};
       event.error = mic_->Explain(failure_);
       Tell(event);
@@ -261,8 +272,11 @@ bool PlayerEngine::ReportVoice(Tracked& t) {
   if (!t.ended) {
     const std::vector<Voice::Mark> marks = voice.MarksFrom(t.marksSeen);
     for (const Voice::Mark& mark : marks) {
-      // A stopped voice reports nothing past where it stopped.
-      if (mark.at > played || (stopped && mark.at == played && mark.kind != Voice::Mark::Kind::Ended)) break;
+      // A file has started once some of it was played (or the voice ended
+      // there); a stopped voice reports nothing past where it stopped.
+      const bool reached = mark.kind == Voice::Mark::Kind::Started ? mark.at < played || (released && !stopped)
+                                                                   : mark.at <= played;
+      if (!reached || (stopped && mark.at == played && mark.kind != Voice::Mark::Kind::Ended)) break;
       ++t.marksSeen;
       switch (mark.kind) {
         case Voice::Mark::Kind::Started: {
@@ -326,8 +340,9 @@ bool PlayerEngine::ReportVoice(Tracked& t) {
       SetEvent(wake_.Get());
     }
   }
-  if (!t.ended) return false;
-  // Let go of only when no output reads it any more (a monitor's stream that ended reads nothing).
+  // Let go of only when no output reads it any more: the microphone's mix
+  // released it, and each monitor's did or its stream ended.
+  if (!t.ended || !released) return false;
   for (size_t output = 1; output < voice.Outputs(); ++output) {
     if (!voice.Feed(output).Released() && monitor_ && monitor_->Reads(t.monitorStream)) return false;
   }
@@ -356,7 +371,10 @@ void PlayerEngine::WaitUntil(Clock::time_point when) {
 void PlayerEngine::Run() {
   ProAudioThread proAudio;
   while (true) {
-    if (stopAll_.exchange(false)) {
+    // The event itself says a stop came: reset only once seen, a stop that
+    // comes after is seen on the next round.
+    if (WaitForSingleObject(interrupt_.Get(), 0) == WAIT_OBJECT_0) {
+      ResetEvent(interrupt_.Get());
       // Withdraws a block not yet taken and drops what the effect queued.
       mic_->Abandon();
       keys_.Release();
@@ -364,7 +382,6 @@ void PlayerEngine::Run() {
       lastBlock_ = {};
       awaitingStart_ = false;
       streaming_ = false;
-      ResetEvent(interrupt_.Get());
     }
     if (quit_) break;
     const auto now = Clock::now();

@@ -118,7 +118,7 @@ class PlayerEngine {
   // Voices started together, joining the mix once all of them are ready.
   struct Group {
     std::atomic<size_t> waiting{0};
-    std::vector<Voice*> voices;
+    std::vector<int> voices;
     uint64_t monitorStream = 0;
   };
   void Run();
@@ -152,7 +152,7 @@ class PlayerEngine {
   UniqueHandle interrupt_;  // stop everything (ends the microphone's waits)
   UniqueHandle idle_, failed_;
   UniqueHandle news_;       // something to report
-  std::atomic<bool> stopAll_{false}, quit_{false}, quitReporter_{false};
+  std::atomic<bool> quit_{false}, quitReporter_{false};
   PlayerStatus failure_ = PlayerStatus::Ok;
   std::atomic<int64_t> firstTakenUs_{-1}, slowestMixUs_{0};
 

@@ -14,7 +14,7 @@ namespace quillon::player {
 
 class HeldKeys {
  public:
-  HeldKeys() = default;
+  HeldKeys() { down_.reserve(5); }
   HeldKeys(const HeldKeys&) = delete;
   HeldKeys& operator=(const HeldKeys&) = delete;
   ~HeldKeys() { Release(); }
