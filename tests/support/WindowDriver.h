@@ -43,11 +43,16 @@ inline void PressKeys(const std::string& text) {
 // window manager the X server gives the keys to the window under the pointer.
 // The window's thread reads them when it handles its messages (PumpUntil).
 // xdotool is a Linux program: Wine starts it as one, without a handle to wait on.
+// `mousemove --sync` waits until the pointer has moved, for ever when it is
+// already there (as it is when an earlier run of the same test left it): the
+// pointer goes one pixel below first, which is never where it was left.
 inline void PressKeysOnX(HWND window, const std::string& keys) {
   RECT r{};
   ASSERT_TRUE(GetWindowRect(window, &r));
-  std::wstring line = L"xdotool mousemove --sync " + std::to_wstring((r.left + r.right) / 2) + L" " +
-                      std::to_wstring((r.top + r.bottom) / 2) + L" key " + std::wstring(keys.begin(), keys.end());
+  const std::wstring x = std::to_wstring((r.left + r.right) / 2);
+  const int y = (r.top + r.bottom) / 2;
+  std::wstring line = L"xdotool mousemove --sync " + x + L" " + std::to_wstring(y + 1) + L" mousemove --sync " + x +
+                      L" " + std::to_wstring(y) + L" key " + std::wstring(keys.begin(), keys.end());
   STARTUPINFOW startup{sizeof(startup)};
   PROCESS_INFORMATION info{};
   ASSERT_TRUE(CreateProcessW(L"Z:\\usr\\bin\\xdotool", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,

@@ -104,7 +104,7 @@ void BoardPlayer::Handle(const Request& request) {
   }
 }
 
-bool BoardPlayer::Connect() {
+bool BoardPlayer::Connect(std::string& why) {
   if (engine_ && engine_->Failure() == player::PlayerStatus::Ok) return true;
   Disconnect();
   {
@@ -115,13 +115,15 @@ bool BoardPlayer::Connect() {
   system::Microphone mic;
   std::string error;
   if (!system::Choose(system::RunningMicrophones(), tools::Wide(settings_.microphone), mic, error)) {
+    why = error;
     Tell({PlayerNews::Kind::Status, 0, 0, 0, error});
     return false;
   }
   auto client = std::make_unique<player::PlayerClient>();
   const player::PlayerStatus connected = client->Connect(mic.endpointId, kConnectTimeoutMs);
   if (connected != player::PlayerStatus::Ok) {
-    Tell({PlayerNews::Kind::Status, 0, 0, 0, system::Describe(mic) + ": " + client->Explain(connected)});
+    why = system::Describe(mic) + ": " + client->Explain(connected);
+    Tell({PlayerNews::Kind::Status, 0, 0, 0, why});
     return false;
   }
   player::EngineOptions options;
@@ -159,8 +161,8 @@ bool BoardPlayer::Connect() {
 }
 
 void BoardPlayer::DoPress(const Sound& sound) {
-  if (!Connect()) {
-    Tell({PlayerNews::Kind::Failed, sound.id, 0, 0, "no microphone to play into"});
+  if (std::string why; !Connect(why)) {
+    Tell({PlayerNews::Kind::Failed, sound.id, 0, 0, why});
     return;
   }
   std::unique_lock<std::mutex> lock(lock_);  // the engine's reporter looks the voices up

@@ -61,8 +61,8 @@ class BoardPlayer {
   // Stops every voice, and says so of those that played.
   void StopVoices();
   // Connects to the chosen microphone's effect when nothing is connected (or
-  // the connection broke); false, with news that says why, when it cannot.
-  bool Connect();
+  // the connection broke); false, with news and `why`, when it cannot.
+  bool Connect(std::string& why);
   // Drops the connection; what the effect holds plays out.
   void Disconnect();
   void Tell(PlayerNews news);
