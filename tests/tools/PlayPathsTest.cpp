@@ -34,9 +34,9 @@ std::wstring CopySound(const std::wstring& sound, const std::wstring& path) {
   return std::wstring(full, length);
 }
 
-// Whether `out` carries `sound` whole, sample for sample but for rounding.
-void ExpectCarries(const audio::Sound& out, const std::wstring& sound) {
-  const audio::Sound ref = LoadSound(Sounds() + sound);
+// Whether `played` carries `sound` whole, sample for sample but for rounding.
+void ExpectCarries(const audio::Sound& played, const std::wstring& sound) {
+  const audio::Sound out = WithoutGaps(played, "path"), ref = LoadSound(Sounds() + sound);
   const size_t at = FirstSound(out) - FirstSound(ref);
   ASSERT_GE(out.samples.size() / out.channels, at + ref.samples.size() / ref.channels) << "the sound was cut short";
   for (uint32_t c = 0; c < 2; ++c) EXPECT_GT(Correlation(out, ref, at, c), 0.99999) << "channel " << c;

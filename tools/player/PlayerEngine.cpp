@@ -164,8 +164,11 @@ void PlayerEngine::StopAll() {
 }
 
 void PlayerEngine::Abort() {
-  quit_ = true;
+  // The stop first: a thread that sees the quit then sees the stop too, and
+  // drops what the effect holds before it ends.
   StopAll();
+  quit_ = true;
+  SetEvent(wake_.Get());
 }
 
 bool PlayerEngine::Playing(int id) const {
@@ -351,17 +354,18 @@ bool PlayerEngine::ReportVoice(Tracked& t) {
 }
 
 void PlayerEngine::WaitUntil(Clock::time_point when) {
+  wokeLate_ = {};
   const auto ms = std::chrono::ceil<std::chrono::milliseconds>(when - Clock::now()).count();
   if (ms <= 0) return;
-  if (!awaitingStart_) {
-    WaitAny({interrupt_.Get(), wake_.Get()}, static_cast<DWORD>(ms));
-    return;
-  }
   // The effect's look after the block was sent: the stream took it into a
   // chunk now, so its sound runs out one block from now.
   HANDLE look = mic_->LookEvent();
   HANDLE events[] = {interrupt_.Get(), wake_.Get(), look};
-  if (WaitForMultipleObjects(3, events, FALSE, static_cast<DWORD>(ms)) == WAIT_OBJECT_0 + 2) {
+  const DWORD woke = WaitForMultipleObjects(awaitingStart_ ? 3 : 2, events, FALSE, static_cast<DWORD>(ms));
+  if (woke == WAIT_TIMEOUT) {
+    // Beyond the wait's own rounding up to a whole millisecond.
+    wokeLate_ = std::max(Clock::duration{}, Clock::now() - when - std::chrono::milliseconds(1));
+  } else if (woke == WAIT_OBJECT_0 + 2) {
     ResetEvent(look);
     awaitingStart_ = false;
     runsOutAt_ = Clock::now() + lastBlock_;
@@ -371,6 +375,8 @@ void PlayerEngine::WaitUntil(Clock::time_point when) {
 void PlayerEngine::Run() {
   ProAudioThread proAudio;
   while (true) {
+    // Read before the stop: an abort's stop came before its quit.
+    const bool quitting = quit_;
     // The event itself says a stop came: reset only once seen, a stop that
     // comes after is seen on the next round.
     if (WaitForSingleObject(interrupt_.Get(), 0) == WAIT_OBJECT_0) {
@@ -383,7 +389,7 @@ void PlayerEngine::Run() {
       awaitingStart_ = false;
       streaming_ = false;
     }
-    if (quit_) break;
+    if (quitting) break;
     const auto now = Clock::now();
     if (!bus_.Busy() && !bus_.Pending()) {
       lastBlock_ = {};
@@ -411,7 +417,9 @@ void PlayerEngine::Run() {
       WaitUntil(due);
       continue;
     }
-    const PlayerStatus status = WriteBlock();
+    // How late this thread woke for a block that streams on: on a busy
+    // machine it wakes after its time, and the next blocks go earlier by that.
+    const PlayerStatus status = WriteBlock(streaming_ ? std::exchange(wokeLate_, {}) : Clock::duration{});
     if (status == PlayerStatus::Interrupted) continue;  // a stop: handled at the top
     if (status != PlayerStatus::Ok) {
       failure_ = status;
@@ -424,13 +432,14 @@ void PlayerEngine::Run() {
   keys_.Release();
 }
 
-PlayerStatus PlayerEngine::WriteBlock() {
+PlayerStatus PlayerEngine::WriteBlock(Clock::duration late) {
   const auto started = Clock::now();
   const auto needed = runsOutAt_;  // when the effect runs out of sound
   const size_t frames = bus_.Mix(block_.data(), blockFrames_);
-  // The cost of making a block, remembered at its highest and let go slowly.
+  // The cost of making a block (waking late included), remembered at its
+  // highest and let go slowly.
   const auto cost = Clock::now() - started;
-  makeCost_ = std::max(cost, makeCost_ * 15 / 16);
+  makeCost_ = std::max(late + cost, makeCost_ * 15 / 16);
   const int64_t costUs = std::chrono::duration_cast<std::chrono::microseconds>(cost).count();
   if (costUs > slowestMixUs_.load(std::memory_order_relaxed)) slowestMixUs_.store(costUs, std::memory_order_relaxed);
   if (frames == 0) {

@@ -7,7 +7,8 @@
 // meanwhile must wait behind it. The effect's first look at the mapping after
 // a block was taken comes when the stream starts that block; from it the
 // thread knows when the sound runs out, and writes the next block `leadMs`
-// before, plus twice what mixing a block costs of late. A block that still
+// before, plus twice what making a block costs of late (mixing it, and the
+// thread's waking after its time on a busy machine). A block that still
 // comes late moves the next ones a period earlier, up to a block ahead. When
 // nothing played, a block goes at once.
 //
@@ -122,8 +123,9 @@ class PlayerEngine {
     uint64_t monitorStream = 0;
   };
   void Run();
-  // One block: mixes, holds the key, sends, and moves the estimate on.
-  PlayerStatus WriteBlock();
+  // One block, `late` after it was due: mixes, holds the key, sends, and
+  // moves the estimate on.
+  PlayerStatus WriteBlock(Clock::duration late);
   void WaitUntil(Clock::time_point when);
   // The voices of a group join the outputs' mixes (on a decoder's thread).
   void Launch(const Group& group);
@@ -163,7 +165,8 @@ class PlayerEngine {
   bool awaitingStart_ = false;    // whether the effect has yet to start that block
   bool streaming_ = false;        // whether blocks follow one another without a pause
   Clock::duration lead_{};        // how long before the sound runs out a block is written
-  Clock::duration makeCost_{};    // what mixing a block has cost of late
+  Clock::duration makeCost_{};    // what making a block has cost of late
+  Clock::duration wokeLate_{};    // how late the last timed wait ended
   bool anyTaken_ = false;
   std::thread thread_, reporter_;
 };
