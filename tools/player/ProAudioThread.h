@@ -18,9 +18,6 @@ class ProAudioThread {
   ProAudioThread(const ProAudioThread&) = delete;
   ProAudioThread& operator=(const ProAudioThread&) = delete;
 
-  // Whether the thread joined the task.
-  bool Joined() const { return task_ != nullptr; }
-
  private:
   UniqueModule avrt_;  // avrt.dll, loaded here: the toolchain has no import library for it
   HANDLE task_ = nullptr;

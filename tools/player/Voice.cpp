@@ -105,8 +105,8 @@ bool Voice::Fill(size_t output) {
     } else {
       Note(output, {Mark::Kind::Ended, lane.written, lane.index, "", 0, 0,
                     static_cast<double>(lane.written - lane.fileFrom) / outputs_[output].rate, ""});
+      lane.source.reset();
     }
-    lane.source.reset();
   }
   return true;
 }
@@ -131,7 +131,6 @@ void Voice::Run(const std::function<void()>& ready) {
     if (!filled) WaitForSingleObject(wake_.Get(), kIdleMs);
   }
   for (auto& lane : lanes_) Finish(*lane);
-  done_ = true;
 }
 
 }  // namespace quillon::player

@@ -73,7 +73,6 @@ class VoiceFeed {
 
   // The decoder's side.
   SampleRing& Ring() { return ring_; }
-  uint32_t Channels() const { return channels_; }
   void Decoded() { decoded_.store(true, std::memory_order_release); }
 
   // Anyone's.
@@ -120,8 +119,6 @@ class Voice {
   // From any thread: the decoder ends soon.
   void Stop();
   bool StopRequested() const { return stop_.load(); }
-  // Whether the decoder has ended (every feed has all it will get).
-  bool DecoderDone() const { return done_.load(); }
 
   // The marks from index `from` on.
   std::vector<Mark> MarksFrom(size_t from) const;
@@ -151,7 +148,7 @@ class Voice {
   VoiceRequest request_;
   std::vector<OutputFormat> outputs_;
   std::vector<std::unique_ptr<Lane>> lanes_;
-  std::atomic<bool> stop_{false}, done_{false};
+  std::atomic<bool> stop_{false};
   UniqueHandle wake_;
   mutable std::mutex marksLock_;  // between the decoder and the engine's reporter; never the mix
   std::vector<Mark> marks_;
