@@ -18,6 +18,9 @@ namespace quillon::test {
 inline const std::wstring kMMDevices = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices";
 // Each from its own literal: globals of other files may be made before these.
 inline const std::wstring kCapture = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\";
+// Where Windows before build 14393 is told to load effects that are not signed.
+inline const wchar_t kProtectedAudioKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Audio";
+inline const wchar_t kProtectedAudioValue[] = L"DisableProtectedAudioDG";
 // Where attach keeps the .reg backup of each endpoint it changed.
 inline const std::wstring kBackupFolder = L"C:\\ProgramData\\Marrowin\\Quillon\\backup\\";
 
@@ -66,6 +69,8 @@ class EndpointTest : public ::testing::Test {
     }
     DeleteKeys({kMMDevices + L"\\Audio\\Render\\{7e570007-0000-4000-8000-000000000007}", kQuillonClassKey,
                 kQuillonEngineKey});
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kProtectedAudioKey, kProtectedAudioValue);
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSettingsKey, L"SetDisableProtectedAudioDG");
   }
 };
 

@@ -6,9 +6,12 @@
 #include "platform/ComPtr.h"
 #include "platform/UniqueResource.h"
 #include "support/ChildProcess.h"
+#include "support/SharedFiles.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <fstream>
 #include <string>
 
 namespace quillon::test {
@@ -19,6 +22,28 @@ inline const std::wstring kQuillonEngineKey =
     std::wstring(L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\") + kQuillonClsidText;
 
 inline std::wstring QuillonDllPath() { return ExecutableFolder() + L"Quillon.dll"; }
+
+// The offset of a PE file's Machine field.
+inline size_t MachineOffset(const std::string& bytes) {
+  return *reinterpret_cast<const uint32_t*>(bytes.data() + 0x3C) + 4;
+}
+
+// A copy of Quillon.dll as `folder`\Quillon.dll with `change` made to its bytes.
+template <typename Change>
+std::wstring ChangedDllCopy(const std::wstring& folder, Change change) {
+  CreateDirectoryW(folder.c_str(), nullptr);
+  std::string bytes = ReadText(QuillonDllPath());
+  change(bytes);
+  const std::wstring path = folder + L"Quillon.dll";
+  std::ofstream(path.c_str(), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return path;
+}
+
+// Makes its header name the other architecture: x64 for ARM64 and back.
+inline void FlipMachine(std::string& bytes) {
+  uint16_t& machine = *reinterpret_cast<uint16_t*>(bytes.data() + MachineOffset(bytes));
+  machine = machine == IMAGE_FILE_MACHINE_AMD64 ? IMAGE_FILE_MACHINE_ARM64 : IMAGE_FILE_MACHINE_AMD64;
+}
 
 class QuillonDll {
  public:

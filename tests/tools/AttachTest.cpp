@@ -164,14 +164,7 @@ std::wstring LoneQuillon(bool foreignDll) {
   CreateDirectoryW(folder.c_str(), nullptr);
   DeleteFileW((folder + L"Quillon.dll").c_str());
   CopyFileW((ExecutableFolder() + L"quillon.exe").c_str(), (folder + L"quillon.exe").c_str(), FALSE);
-  if (foreignDll) {
-    std::string bytes = test::ReadText(ExecutableFolder() + L"Quillon.dll");
-    const uint32_t header = *reinterpret_cast<const uint32_t*>(bytes.data() + 0x3C);
-    uint16_t& machine = *reinterpret_cast<uint16_t*>(bytes.data() + header + 4);
-    machine = machine == IMAGE_FILE_MACHINE_AMD64 ? IMAGE_FILE_MACHINE_ARM64 : IMAGE_FILE_MACHINE_AMD64;
-    std::ofstream((folder + L"Quillon.dll").c_str(), std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  }
+  if (foreignDll) ChangedDllCopy(folder, FlipMachine);
   return folder + L"quillon.exe";
 }
 

@@ -6,10 +6,12 @@
 #include "platform/UniqueResource.h"
 #include "quillon/Commands.h"
 #include "quillon/Console.h"
+#include "quillon/MicrophoneChoice.h"
 #include "system/Administrator.h"
 #include "system/Attachment.h"
 #include "system/AudioService.h"
 #include "system/DefaultMicrophone.h"
+#include "system/ProtectedAudio.h"
 #include "system/QuillonServer.h"
 
 #include <windows.h>
@@ -57,31 +59,6 @@ struct Target {
   Backup backup;
 };
 
-// The one capture endpoint `text` names; playback endpoints are named in the refusal.
-const Endpoint* Resolve(const std::vector<Endpoint>& captures, const std::wstring& text, std::string& error) {
-  for (bool exact : {true, false}) {
-    std::vector<const Endpoint*> found;
-    for (const Endpoint& endpoint : captures) {
-      if (Names(endpoint, text, exact)) found.push_back(&endpoint);
-    }
-    if (found.size() == 1) return found.front();
-    if (found.size() > 1) {
-      error = "several microphones match \"" + Utf8(text) + "\"; name one by its GUID:";
-      for (const Endpoint* endpoint : found) error += "\n  " + endpoint->Describe();
-      return nullptr;
-    }
-  }
-  for (const Endpoint& endpoint : ReadEndpoints(Flow::kRender)) {
-    if (Names(endpoint, text, false)) {
-      error = endpoint.Describe() + " is a playback endpoint; Quillon goes on microphones only";
-      return nullptr;
-    }
-  }
-  error = "no microphone matches \"" + Utf8(text) + "\"" + (captures.empty() ? "; Windows shows no microphones" : ":");
-  for (const Endpoint& endpoint : captures) error += "\n  " + endpoint.Describe();
-  return nullptr;
-}
-
 // The endpoints a command names: by name, every one `all` accepts, or the default microphone.
 bool Select(const Arguments& args, const char* command, bool (*all)(const Endpoint&), std::vector<Endpoint>& chosen,
             int& exitCode) {
@@ -104,7 +81,7 @@ bool Select(const Arguments& args, const char* command, bool (*all)(const Endpoi
   }
   for (const std::wstring& name : names) {
     std::string error;
-    const Endpoint* endpoint = Resolve(captures, name, error);
+    const Endpoint* endpoint = ResolveMicrophone(captures, name, error);
     if (endpoint == nullptr) {
       Fail("%s", error.c_str());
       exitCode = kExitFailed;
@@ -189,13 +166,8 @@ bool Register(bool dryRun) {
     return true;
   }
   std::string error;
-  std::wstring failedKey;
-  if (!CallRegistration(dll, true, error)) {
+  if (!system::RegisterServer(dll, error)) {
     Fail("%s", error.c_str());
-    return false;
-  }
-  if (const LSTATUS status = Apply(changes, failedKey)) {
-    Fail("cannot write %s: %s", HklmText(failedKey).c_str(), SystemText(status).c_str());
     return false;
   }
   return true;
@@ -220,10 +192,35 @@ int Finish(const Arguments& args, bool changed) {
   return kExitDone;
 }
 
+// On a Windows that loads only signed effects unless told otherwise, tells it
+// otherwise, noting that Quillon did.
+bool TurnOffProtectedAudioWhereNeeded(bool dryRun) {
+  const DWORD build = system::WindowsBuild();
+  if (!system::NeedsProtectedAudioOff(build) || system::ProtectedAudioIsOff()) return true;
+  const std::vector<RegChange> changes = system::TurnOffProtectedAudio();
+  if (dryRun) {
+    Print("turn off protected audio, which Windows build %lu has on:\n", static_cast<unsigned long>(build));
+    PrintChanges(changes);
+    return true;
+  }
+  std::wstring failedKey;
+  if (const LSTATUS status = Apply(changes, failedKey)) {
+    std::wstring ignored;
+    Apply(system::RestoreProtectedAudio(), ignored);
+    Fail("cannot turn off protected audio: cannot write %s: %s", HklmText(failedKey).c_str(),
+         SystemText(status).c_str());
+    return false;
+  }
+  Print("turned off protected audio (DisableProtectedAudioDG): Windows build %lu loads no effect Microsoft did not "
+        "sign without it\n",
+        static_cast<unsigned long>(build));
+  return true;
+}
+
 // Attaches to every target; the first failure stops, undone.
 bool AttachAll(const Arguments& args, const std::vector<Target>& targets) {
   const bool dryRun = args.Has("--dry-run");
-  if (!Register(dryRun)) return false;
+  if (!Register(dryRun) || !TurnOffProtectedAudioWhereNeeded(dryRun)) return false;
   for (const Target& target : targets) {
     const Endpoint& endpoint = target.endpoint;
     const std::vector<RegChange> changes = AttachChanges(endpoint, target.backup);
@@ -247,6 +244,23 @@ bool AttachAll(const Arguments& args, const std::vector<Target>& targets) {
           original ? ("its own effect " + Utf8(*original) + " runs first").c_str() : "it had no effect of its own",
           Utf8(regFile).c_str());
   }
+  return true;
+}
+
+// Once no microphone has Quillon, protected audio goes back on if Quillon turned it off.
+bool RestoreProtectedAudioWhenUnused() {
+  for (const Endpoint& endpoint : ReadEndpoints(Flow::kCapture)) {
+    if (HasQuillon(endpoint) || ReadBackup(endpoint)) return true;
+  }
+  const std::vector<RegChange> changes = system::RestoreProtectedAudio();
+  if (changes.empty()) return true;
+  std::wstring failedKey;
+  if (const LSTATUS status = Apply(changes, failedKey)) {
+    Fail("cannot turn protected audio back on: cannot write %s: %s", HklmText(failedKey).c_str(),
+         SystemText(status).c_str());
+    return false;
+  }
+  Print("turned protected audio back on, as it was before Quillon\n");
   return true;
 }
 
@@ -330,6 +344,7 @@ int RunDetach(const Arguments& args) {
     DeleteFileW(regFile.c_str());
     Print("restored the effects of %s\n", endpoint.Describe().c_str());
   }
+  if (!args.Has("--dry-run") && !RestoreProtectedAudioWhenUnused()) return kExitFailed;
   return Finish(args, true);
 }
 

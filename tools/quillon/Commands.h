@@ -33,6 +33,7 @@ int RunDevices(const Arguments& args);
 int RunAttach(const Arguments& args);
 int RunDetach(const Arguments& args);
 int RunReattach(const Arguments& args);
+int RunCheck(const Arguments& args);
 int RunRegister(const Arguments& args);
 int RunUnregister(const Arguments& args);
 int RunRestartAudio(const Arguments& args);

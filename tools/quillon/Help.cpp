@@ -121,6 +121,50 @@ const std::vector<Command>& AllCommands() {
        "For every microphone with a backup whose slot no longer holds Quillon,\n"
        "backs up the new values and attaches again.\n",
        RunReattach},
+      {"check", {{"--mic", true}, {"--json", false}, {"--fix", false}},
+       "check [--mic NAME|ID] [--json] [--fix]",
+       "prove that the audio engine runs Quillon, or say why not",
+       "Checks the microphones Quillon is attached to (or the one named; with none\n"
+       "attached, the default one) and prints each finding with what fixes it.\n"
+       "Exit 0 when Quillon is attached and the audio engine ran it everywhere it\n"
+       "should, 1 when something is wrong, 2 on a usage error.\n"
+       "\n"
+       "  --mic NAME|ID  the microphone: GUID, endpoint id, or a unique part of its name\n"
+       "  --json         the findings as JSON, for scripts\n"
+       "  --fix          make the fixes that can be made (as Administrator), restart\n"
+       "                 the audio service and check again; a step that fails undoes\n"
+       "                 them all and is named\n"
+       "\n"
+       "Quillon.dll\n"
+       "  not-registered     no COM class names a Quillon.dll (quillon register)\n"
+       "  not-registered-with-engine\n"
+       "                     the audio engine's key for Quillon is missing (register)\n"
+       "  threading-model    its COM class is not ThreadingModel Both (register)\n"
+       "  dll-missing        the registered Quillon.dll does not exist (register)\n"
+       "  dll-machine        it is built for another machine than Windows runs: an\n"
+       "                     x64 DLL never loads into ARM64 Windows' audio engine\n"
+       "  dll-version        it is not the version of this quillon.exe (register)\n"
+       "  dll-access         LOCAL SERVICE, the audio engine's account, may not read\n"
+       "                     and execute it or its folder (icacls, by hand)\n"
+       "  protected-audio    Windows before build 14393 loads only signed effects\n"
+       "                     unless DisableProtectedAudioDG is 1; attach sets it and\n"
+       "                     detach removes it again when it set it\n"
+       "Each microphone\n"
+       "  inactive           unplugged, disabled or not present\n"
+       "  not-attached       Quillon is not in its stream effect slot (attach)\n"
+       "  replaced           a driver update put its own effect back (reattach)\n"
+       "  composite          its driver's composite effect list runs in place of the\n"
+       "                     slot (by hand: update or roll back the driver)\n"
+       "  no-backup          attached without a backup (by hand)\n"
+       "  backup-differs     the effect that runs before Quillon is not the one the\n"
+       "                     backup names\n"
+       "  no-default-mode    the stream effect's processing modes lack the default\n"
+       "  enhancements-off   \"Enable audio enhancements\" is off for it\n"
+       "  running            the audio engine loaded Quillon (instance, format)\n"
+       "  not-loaded         recording for 3 s did not load it: the likeliest causes\n"
+       "                     follow; programs that record in exclusive mode or as a\n"
+       "                     raw stream bypass effects\n",
+       RunCheck},
       {"register", {}, "register", "register the Quillon.dll beside quillon.exe (as Administrator)",
        "Registers it with the audio engine (DllRegisterServer) and as a COM class.\n", RunRegister},
       {"unregister", {}, "unregister", "undo register once no microphone has Quillon (as Administrator)", "",

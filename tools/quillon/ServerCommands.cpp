@@ -35,13 +35,8 @@ int RunRegister(const Arguments& args) {
   }
   const std::wstring dll = QuillonDllPath();
   std::string error;
-  std::wstring failedKey;
-  if (!CheckQuillonDll(dll, error) || !CallRegistration(dll, true, error)) {
+  if (!system::RegisterServer(dll, error)) {
     Fail("%s", error.c_str());
-    return kExitFailed;
-  }
-  if (const LSTATUS status = Apply(ComClassChanges(dll), failedKey)) {
-    Fail("cannot write %s: %s", HklmText(failedKey).c_str(), SystemText(status).c_str());
     return kExitFailed;
   }
   Print("registered %s\n", Utf8(dll).c_str());

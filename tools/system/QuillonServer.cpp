@@ -6,13 +6,13 @@
 
 #include <windows.h>
 
+#include <vector>
+
 namespace quillon::system {
 
 using tools::PathBesideThisProgram;
 using tools::SystemText;
 using tools::Utf8;
-
-namespace {
 
 std::string MachineName(USHORT machine) {
   switch (machine) {
@@ -23,7 +23,6 @@ std::string MachineName(USHORT machine) {
   }
 }
 
-// The machine Windows itself runs on.
 USHORT NativeMachine() {
   using IsWow64Process2Fn = BOOL(WINAPI*)(HANDLE, USHORT*, USHORT*);
   const auto isWow64Process2 = reinterpret_cast<IsWow64Process2Fn>(
@@ -39,7 +38,6 @@ USHORT NativeMachine() {
   }
 }
 
-// The Machine field of a PE file's header, or 0.
 USHORT FileMachine(const std::wstring& path) {
   UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
   IMAGE_DOS_HEADER dos{};
@@ -55,7 +53,35 @@ USHORT FileMachine(const std::wstring& path) {
   return header.Machine;
 }
 
-}  // namespace
+std::string FileVersionText(const std::wstring& path) {
+  DWORD ignored = 0;
+  const DWORD size = GetFileVersionInfoSizeW(path.c_str(), &ignored);
+  std::vector<BYTE> info(size);
+  VS_FIXEDFILEINFO* fixed = nullptr;
+  UINT length = 0;
+  if (size == 0 || !GetFileVersionInfoW(path.c_str(), 0, size, info.data()) ||
+      !VerQueryValueW(info.data(), L"\\", reinterpret_cast<void**>(&fixed), &length) || fixed == nullptr) {
+    return "";
+  }
+  return std::to_string(HIWORD(fixed->dwFileVersionMS)) + "." + std::to_string(LOWORD(fixed->dwFileVersionMS)) + "." +
+         std::to_string(HIWORD(fixed->dwFileVersionLS));
+}
+
+std::wstring EngineClassKey() {
+  return std::wstring(L"SOFTWARE\\Classes\\AudioEngine\\AudioProcessingObjects\\") + kQuillonClsidText;
+}
+
+Registration ReadRegistration() {
+  Registration registration;
+  registration.comClass = KeyExists(ComClassKey());
+  const std::wstring server = ComClassKey() + L"\\InprocServer32";
+  if (const std::optional<RegValue> path = ReadValue(server, L"")) registration.server = path->AsText().value_or(L"");
+  if (const std::optional<RegValue> model = ReadValue(server, L"ThreadingModel")) {
+    registration.threadingModel = model->AsText().value_or(L"");
+  }
+  registration.engine = KeyExists(EngineClassKey());
+  return registration;
+}
 
 std::wstring QuillonDllPath() { return PathBesideThisProgram(L"Quillon.dll"); }
 
@@ -81,6 +107,16 @@ std::vector<RegChange> ComClassChanges(const std::wstring& path) {
   return {RegChange::Set(ComClassKey(), L"", RegValue::Text(L"Quillon")),
           RegChange::Set(server, L"", RegValue::Text(path)),
           RegChange::Set(server, L"ThreadingModel", RegValue::Text(L"Both"))};
+}
+
+bool RegisterServer(const std::wstring& path, std::string& error) {
+  std::wstring failedKey;
+  if (!CheckQuillonDll(path, error) || !CallRegistration(path, true, error)) return false;
+  if (const LSTATUS status = Apply(ComClassChanges(path), failedKey)) {
+    error = "cannot write " + HklmText(failedKey) + ": " + SystemText(status);
+    return false;
+  }
+  return true;
 }
 
 bool CallRegistration(const std::wstring& path, bool registering, std::string& error) {

@@ -127,6 +127,44 @@ std::vector<std::wstring> SubKeys(const std::wstring& key) {
   return names;
 }
 
+KeySnapshot Snapshot(const std::wstring& key) {
+  KeySnapshot snapshot{key, false, {}};
+  ScopedRegKey opened;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ | kView, opened.Put()) != ERROR_SUCCESS) {
+    return snapshot;
+  }
+  snapshot.existed = true;
+  std::vector<wchar_t> name(16384);
+  for (DWORD i = 0;; ++i) {
+    DWORD length = static_cast<DWORD>(name.size());
+    if (RegEnumValueW(opened.Get(), i, name.data(), &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+      break;
+    }
+    const std::wstring valueName(name.data(), length);
+    if (std::optional<RegValue> value = ReadValue(key, valueName)) {
+      snapshot.values.emplace_back(valueName, std::move(*value));
+    }
+  }
+  return snapshot;
+}
+
+std::vector<RegChange> UndoChanges(const std::vector<KeySnapshot>& snapshots) {
+  std::vector<RegChange> changes;
+  for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
+    if (!snapshot->existed) {
+      changes.push_back(RegChange::DeleteTree(snapshot->key));
+      continue;
+    }
+    for (const auto& [name, now] : Snapshot(snapshot->key).values) {
+      bool kept = false;
+      for (const auto& [earlier, value] : snapshot->values) kept = kept || earlier == name;
+      if (!kept) changes.push_back(RegChange::Delete(snapshot->key, name));
+    }
+    for (const auto& [name, value] : snapshot->values) changes.push_back(RegChange::Set(snapshot->key, name, value));
+  }
+  return changes;
+}
+
 RegChange RegChange::Set(std::wstring key, std::wstring name, RegValue value) {
   return {kSetValue, std::move(key), std::move(name), std::move(value)};
 }

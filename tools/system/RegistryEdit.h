@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quillon::system {
@@ -44,6 +45,17 @@ struct RegChange {
   static RegChange DeleteTree(std::wstring key);
   static RegChange DeleteKeyIfEmpty(std::wstring key);
 };
+
+// What a key held at one moment, to be put back after a failed change.
+struct KeySnapshot {
+  std::wstring key;
+  bool existed = false;
+  std::vector<std::pair<std::wstring, RegValue>> values;
+};
+KeySnapshot Snapshot(const std::wstring& key);
+// The changes that give each key back what its snapshot holds: values added
+// since are deleted, and a key that did not exist is deleted with its subkeys.
+std::vector<RegChange> UndoChanges(const std::vector<KeySnapshot>& snapshots);
 
 // One line: "set HKLM\...\name = "text" (REG_SZ)".
 std::string Describe(const RegChange& change);
