@@ -1,7 +1,9 @@
 ; Setup package for Quillon: installs Quillon.dll, quillon.exe and
 ; quillon-board.exe into Program Files (which the audio service's account can
 ; read), registers the effect, adds the board to the Start menu of every user,
-; offers to attach the effect to the default microphone, and adds an entry to
+; offers to attach the effect to the default microphone, checks that the audio
+; engine runs it (its last page says what the check found, and every install
+; keeps the findings in install.log beside the programs), and adds an entry to
 ; Programs and Features whose uninstaller detaches every microphone first.
 ;
 ; Installing over an installed Quillon works while the audio service holds
@@ -34,10 +36,12 @@ SetCompressor /SOLID lzma
 RequestExecutionLevel admin
 
 !include LogicLib.nsh
+!include nsDialogs.nsh
 !include x64.nsh
 
 !define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\Quillon"
 !define BOARD_SHORTCUT "$SMPROGRAMS\Quillon Board.lnk"
+!define INSTALL_LOG "$INSTDIR\install.log"
 
 Name "Quillon ${VERSION} (${ARCH})"
 OutFile "${OUTFILE}"
@@ -57,6 +61,7 @@ ShowUninstDetails show
 
 Page directory
 Page instfiles
+Page custom CheckPage
 UninstPage uninstConfirm
 UninstPage instfiles
 
@@ -70,6 +75,37 @@ Function .onInit
     MessageBox MB_ICONSTOP "This setup is for Windows on ${ARCH}; the audio service of this Windows cannot load it." /SD IDOK
     Abort
   ${EndIf}
+FunctionEnd
+
+Var checkExit
+
+; The last page: the check's verdict in words, and its findings with their fixes.
+Function CheckPage
+  nsDialogs::Create 1018
+  Pop $0
+  ${If} $checkExit == 0
+    StrCpy $1 "Quillon is installed and the audio engine runs it: programs that record from your microphone hear what Quillon plays."
+  ${Else}
+    StrCpy $1 "Quillon is installed, but it does not run yet. The check found what is below; each problem comes with its fix. Run 'quillon check --fix' as Administrator, or the board's Fix button, to make the fixes that can be made."
+  ${EndIf}
+  ${NSD_CreateLabel} 0 0 100% 30u "$1"
+  Pop $0
+  nsDialogs::CreateControl EDIT ${DEFAULT_STYLES}|${WS_TABSTOP}|${WS_VSCROLL}|${ES_MULTILINE}|${ES_READONLY}|${ES_AUTOVSCROLL} ${WS_EX_CLIENTEDGE} 0 34u 100% -34u ""
+  Pop $2
+  ClearErrors
+  FileOpen $3 "${INSTALL_LOG}" r
+  ${IfNot} ${Errors}
+    ${Do}
+      FileReadUTF16LE $3 $4
+      ${If} ${Errors}
+        ${Break}
+      ${EndIf}
+      SendMessage $2 ${EM_SETSEL} -1 -1
+      SendMessage $2 ${EM_REPLACESEL} 0 "STR:$4"
+    ${Loop}
+    FileClose $3
+  ${EndIf}
+  nsDialogs::Show
 FunctionEnd
 
 Function un.onInit
@@ -213,6 +249,12 @@ Section "Quillon"
     ${EndIf}
     done:
   ${EndIf}
+
+  ; Whether the audio engine runs Quillon, kept in the install log (a silent
+  ; install shows no page) and shown on the last page.
+  nsExec::ExecToLog '"$INSTDIR\quillon.exe" check --report "${INSTALL_LOG}"'
+  Pop $checkExit
+  DetailPrint "quillon check exited with $checkExit; its findings are in ${INSTALL_LOG}"
 SectionEnd
 
 Section "Uninstall"
@@ -230,6 +272,7 @@ Section "Uninstall"
   ; next restart, so that a Quillon installed again meanwhile is not removed.
   !insertmacro RemoveInUse "Quillon.dll"
   Delete "$INSTDIR\quillon.exe"
+  Delete "${INSTALL_LOG}"
   !insertmacro RemoveInUse "quillon-board.exe"
   Delete /REBOOTOK "$INSTDIR\*.replaced-*"
   SetShellVarContext all

@@ -12,13 +12,14 @@
 #include "system/Administrator.h"
 #include "system/Attachment.h"
 #include "system/AudioService.h"
-#include "system/DefaultMicrophone.h"
 #include "system/EffectCheck.h"
 #include "system/ProtectedAudio.h"
 #include "system/QuillonServer.h"
 
 #include <nlohmann/json.hpp>
 
+#include <cstdarg>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <optional>
@@ -37,8 +38,7 @@ using tools::Utf8;
 namespace {
 
 // The microphones to check: the one named; else every active one Quillon is
-// attached to or has a backup of; else the default microphone, or every
-// active one when Windows names no default.
+// attached to or has a backup of; else every active one.
 bool Select(const Arguments& args, std::vector<Endpoint>& chosen) {
   const std::vector<Endpoint> captures = system::ReadEndpoints(Flow::kCapture);
   if (args.Has("--mic")) {
@@ -57,21 +57,27 @@ bool Select(const Arguments& args, std::vector<Endpoint>& chosen) {
     active.push_back(endpoint);
     if (system::HasQuillon(endpoint) || system::ReadBackup(endpoint)) chosen.push_back(endpoint);
   }
-  if (!chosen.empty()) return true;
-  std::string ignored;
-  const std::wstring defaultGuid = system::DefaultMicrophoneGuid(ignored);
-  for (const Endpoint& endpoint : active) {
-    if (system::Lowercase(endpoint.guid) == system::Lowercase(defaultGuid)) chosen.push_back(endpoint);
-  }
   if (chosen.empty()) chosen = active;
   return true;
 }
 
-void PrintFindings(const std::vector<Finding>& findings) {
+std::string Line(const char* format, ...) __attribute__((format(printf, 1, 2)));
+std::string Line(const char* format, ...) {
+  char buffer[4096];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(buffer, sizeof(buffer), format, args);
+  va_end(args);
+  return buffer;
+}
+
+std::string FindingsText(const std::vector<Finding>& findings) {
+  std::string text;
   for (const Finding& finding : findings) {
-    Print("  %-8s %s\n", finding.problem ? "PROBLEM" : "ok", finding.what.c_str());
-    if (!finding.fix.empty()) Print("  %-8s fix: %s\n", "", finding.fix.c_str());
+    text += Line("  %-8s %s\n", finding.problem ? "PROBLEM" : "ok", finding.what.c_str());
+    if (!finding.fix.empty()) text += Line("  %-8s fix: %s\n", "", finding.fix.c_str());
   }
+  return text;
 }
 
 bool Fixable(Remedy remedy) { return remedy != Remedy::kNone && remedy != Remedy::kByHand; }
@@ -86,19 +92,41 @@ int CountProblems(const CheckReport& report, bool fixableOnly) {
   return count;
 }
 
-void PrintReport(const CheckReport& report) {
-  Print("Quillon %s on Windows build %lu (%s)\n\nQuillon.dll\n", report.version.c_str(),
-        static_cast<unsigned long>(report.build), system::MachineName(system::NativeMachine()).c_str());
-  PrintFindings(report.machine);
+std::string ReportText(const CheckReport& report) {
+  std::string text = Line("Quillon %s on Windows build %lu (%s)\n\nQuillon.dll\n", report.version.c_str(),
+                          static_cast<unsigned long>(report.build),
+                          system::MachineName(system::NativeMachine()).c_str());
+  text += FindingsText(report.machine);
   for (const MicrophoneCheck& check : report.microphones) {
-    Print("\n%s\n", check.endpoint.Describe().c_str());
-    PrintFindings(check.findings);
+    text += "\n" + check.endpoint.Describe() + "\n" + FindingsText(check.findings);
   }
-  Print("\n%s\n", system::Verdict(report).c_str());
+  text += "\n" + system::Verdict(report) + "\n";
   const int fixable = CountProblems(report, true);
   if (fixable > 0) {
-    Print("quillon check --fix (as Administrator) fixes %d of %d problems.\n", fixable, CountProblems(report, false));
+    text += Line("quillon check --fix (as Administrator) fixes %d of %d problems.\n", fixable,
+                 CountProblems(report, false));
   }
+  return text;
+}
+
+void PrintReport(const CheckReport& report) { Print("%s", ReportText(report).c_str()); }
+
+// The report as a text file of its own (UTF-16 with a byte order mark and
+// CR LF line ends, as Notepad and the setup read it).
+bool WriteReport(const std::wstring& path, const CheckReport& report) {
+  std::wstring text = L"\xFEFF";
+  for (wchar_t c : tools::Wide(ReportText(report))) {
+    if (c == L'\n') text += L'\r';
+    text += c;
+  }
+  UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  DWORD written = 0;
+  const DWORD size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+  if (!file || !WriteFile(file.Get(), text.data(), size, &written, nullptr) || written != size) {
+    Fail("cannot write %s: %s", Utf8(path).c_str(), tools::SystemText(GetLastError()).c_str());
+    return false;
+  }
+  return true;
 }
 
 nlohmann::json FindingsJson(const std::vector<Finding>& findings) {
@@ -323,6 +351,7 @@ int RunCheck(const Arguments& args) {
   } else {
     PrintReport(report);
   }
+  if (args.Has("--report") && !WriteReport(args.Value("--report"), report)) return kExitFailed;
   return system::Passed(report) ? kExitDone : kExitFailed;
 }
 

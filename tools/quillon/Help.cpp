@@ -121,11 +121,11 @@ const std::vector<Command>& AllCommands() {
        "For every microphone with a backup whose slot no longer holds Quillon,\n"
        "backs up the new values and attaches again.\n",
        RunReattach},
-      {"check", {{"--mic", true}, {"--json", false}, {"--fix", false}},
-       "check [--mic NAME|ID] [--json] [--fix]",
+      {"check", {{"--mic", true}, {"--json", false}, {"--fix", false}, {"--report", true}},
+       "check [--mic NAME|ID] [--json] [--fix] [--report FILE]",
        "prove that the audio engine runs Quillon, or say why not",
        "Checks the microphones Quillon is attached to (or the one named; with none\n"
-       "attached, the default one) and prints each finding with what fixes it.\n"
+       "attached, every active one) and prints each finding with what fixes it.\n"
        "Exit 0 when Quillon is attached and the audio engine ran it everywhere it\n"
        "should, 1 when something is wrong, 2 on a usage error.\n"
        "\n"
@@ -134,6 +134,8 @@ const std::vector<Command>& AllCommands() {
        "  --fix          make the fixes that can be made (as Administrator), restart\n"
        "                 the audio service and check again; a step that fails undoes\n"
        "                 them all and is named\n"
+       "  --report FILE  also write the findings to FILE (UTF-16), as the setup\n"
+       "                 does into its install log\n"
        "\n"
        "Quillon.dll\n"
        "  not-registered     no COM class names a Quillon.dll (quillon register)\n"

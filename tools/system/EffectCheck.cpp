@@ -256,6 +256,11 @@ CheckReport CheckEffect(const std::vector<Endpoint>& endpoints, const std::strin
   for (Finding& finding : CheckProtectedAudio(build)) report.machine.push_back(std::move(finding));
   for (const Endpoint& endpoint : endpoints) {
     MicrophoneCheck check{endpoint, CheckAttachment(endpoint)};
+    // Where Quillon is not attached, or the microphone does not run, nothing can load it.
+    if (!HasQuillon(endpoint) || (endpoint.state & 0xF) != 1) {
+      report.microphones.push_back(std::move(check));
+      continue;
+    }
     const EffectProbe probe = ProbeEffect(endpoint, record ? kProbeMs : 0);
     if (!record && !probe.found) {
       check.findings.push_back(Fine("idle", "no program records from this microphone now"));
