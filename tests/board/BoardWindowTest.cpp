@@ -7,6 +7,7 @@
 #include "board/BoardCommands.h"
 #include "board/BoardResources.h"
 #include "common/ToolSupport.h"
+#include "support/EndpointFixtures.h"
 #include "support/QuillonRun.h"
 #include "support/RegistryValue.h"
 #include "support/WindowDriver.h"
@@ -75,16 +76,16 @@ class BoardProcess {
   HWND window_ = nullptr;
 };
 
-// A board file of these sounds (file, hotkey) on one page, playing into kMic.
+// A board file of these sounds (file, hotkey) on one page, playing into `mic`.
 std::wstring MakeBoardFile(const std::wstring& name, const std::vector<std::pair<std::wstring, const char*>>& sounds,
-                           const char* stopAll) {
+                           const char* stopAll, const std::wstring& mic = kMic) {
   Board board;
   for (const auto& [file, hotkey] : sounds) {
     const uint32_t id = board.AddSounds(0, {Utf8(file)}).front();
     EXPECT_FALSE(board.SetHotkey(id, Chord(hotkey)));
   }
   board::Settings settings;
-  settings.microphone = Utf8(kMic);
+  settings.microphone = Utf8(mic);
   settings.stopAllHotkey = Chord(stopAll);
   settings.keepInTray = false;
   EXPECT_FALSE(board.SetSettings(settings));
@@ -94,19 +95,20 @@ std::wstring MakeBoardFile(const std::wstring& name, const std::vector<std::pair
   return path;
 }
 
-// quillon-host as the engine of kMic for `seconds`, writing out-<name>.wav.
+// quillon-host as the engine of `mic` for `seconds`, writing out-<name>.wav.
 struct MicHost {
-  MicHost(const std::wstring& name, int seconds)
+  MicHost(const std::wstring& name, int seconds, const std::wstring& mic = kMic)
       : name(name),
+        mic(mic),
         process(L"quillon-host.exe",
-                L"--endpoint " + kMic + L" --seconds " + std::to_wstring(seconds) + L" --out \"" +
+                L"--endpoint " + mic + L" --seconds " + std::to_wstring(seconds) + L" --out \"" +
                     Scratch(name + L".wav") + L"\"",
                 Scratch(name + L"-host.txt")) {}
   // Whether its effect registered.
-  bool Ready() const { return PollUntil([] { return SlotOf(kMic) >= 0; }); }
+  bool Ready() const { return PollUntil([this] { return SlotOf(mic) >= 0; }); }
   std::string Report() const { return ReadText(Scratch(name + L"-host.txt")); }
   audio::Sound Output() const { return LoadSound(Scratch(name + L".wav")); }
-  std::wstring name;
+  std::wstring name, mic;
   ChildProcess process;
 };
 
@@ -486,6 +488,43 @@ TEST(BoardWindow, KilledWhileSavingLeavesAWholeBoard) {
     EXPECT_TRUE(sounds == before || sounds == before + many.size()) << "round " << round << ": " << sounds;
     before = sounds;
   }
+}
+
+// A microphone Quillon is attached to, with its audio enhancements turned off:
+// the status bar says so and offers Fix…, which runs quillon check --fix as
+// Administrator; the enhancements are on again and the board says Quillon is ready.
+class BoardWindowCheck : public EndpointTest {
+ protected:
+  static bool FixShown(HWND window) {
+    for (HWND button : Descendants(window, L"Button")) {
+      if (TextOf(button) == L"F&ix\u2026") return IsWindowVisible(button) != FALSE;
+    }
+    return false;
+  }
+};
+
+TEST_F(BoardWindowCheck, ShowsWhatKeepsQuillonFromRunningAndFixesIt) {
+  const std::wstring guid = kFixtureGuids[2];
+  const std::wstring effects = kCapture + guid + L"\\FxProperties";
+  const wchar_t* const effectsOff = L"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5";
+  Seed("no-effects");
+  ASSERT_EQ(0, RunQuillon(L"attach \"plain mic\" --no-restart").exit);
+  ASSERT_EQ(0, RunReg(L"add \"HKLM\\" + effects + L"\" /v \"" + effectsOff + L"\" /t REG_DWORD /d 1 /f"));
+  MicHost host(L"board-fix", 60, guid);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  BoardProcess board(MakeBoardFile(L"board-fix", {}, "Ctrl+Alt+0", guid), L"board-fix");
+  ASSERT_TRUE(board.Open());
+  const std::wstring problem = L"Quillon does not run on Plain Mic: audio enhancements are turned off for this "
+                               L"microphone, so Windows runs none of its effects.";
+  EXPECT_TRUE(PollUntil([&] { return board.Status().rfind(problem, 0) == 0; }, 20000)) << Utf8(board.Status());
+  EXPECT_TRUE(FixShown(board.Window()));
+
+  PostMessageW(board.Window(), WM_COMMAND, board::kFix, 0);
+  EXPECT_TRUE(PollUntil([&] { return board.Status() == L"Quillon is ready on Plain Mic."; }, 30000))
+      << Utf8(board.Status());
+  EXPECT_FALSE(RegHas(effects, effectsOff));
+  EXPECT_FALSE(FixShown(board.Window()));
+  EXPECT_EQ(0, board.Quit());
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ const CommandInfo kCommands[] = {
     {0, MenuOf::Board, nullptr, 0, 0, nullptr},
     {kAttach, MenuOf::Board, L"A&ttach Quillon to the microphone\u2026", 0, 0, nullptr},
     {kEffect, MenuOf::Board, L"Microphone &effect\u2026", 0, 0, nullptr},
+    {kFix, MenuOf::Board, L"&Fix what keeps Quillon from running\u2026", 0, 0, nullptr},
     {kSettings, MenuOf::Board, L"&Settings\u2026", kCtrl, VK_OEM_COMMA, L"Ctrl+,"},
     {0, MenuOf::Board, nullptr, 0, 0, nullptr},
     {kExit, MenuOf::Board, L"E&xit", 0, 0, nullptr},

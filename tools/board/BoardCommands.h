@@ -29,6 +29,7 @@ enum Command : UINT {
   kNextPage,
   kPreviousPage,
   kEffect,
+  kFix,
   // kPlaySound + a sound's id plays that sound (its button's id, its hotkey's id).
   kPlaySound = 0x1000,
   kLastPlaySound = 0xBFFF,

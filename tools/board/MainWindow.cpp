@@ -228,7 +228,12 @@ void MainWindow::ShowMicrophones() {
   micRow_.Show(Wide(board_.GetSettings().microphone));
   Layout();
   const MicChoice* mic = micRow_.Selected();
-  if (!startProblem_.empty() || (mic != nullptr && mic->state == MicChoice::State::Running)) return;
+  if (!startProblem_.empty()) return;
+  if (!micRow_.Problem().empty()) {
+    SetStatus(micRow_.Problem() + (micRow_.CanFix() ? L" Fix\u2026 fixes it as Administrator." : L""));
+    return;
+  }
+  if (mic != nullptr && mic->state == MicChoice::State::Running) return;
   SetStatus(mic != nullptr        ? Explain(*mic)
             : micRow_.HasNone() ? L"Windows knows no microphone. Connect one, and it shows in the list."
                                 : L"Choose the microphone to play into.");
@@ -272,6 +277,7 @@ bool MainWindow::CanRun(UINT id) const {
     case kRemovePage: return board_.Pages().size() > 1;
     case kAttach: return micRow_.CanAttach() && !elevated_->Running();
     case kEffect: return micRow_.CanChangeEffect() && !elevated_->Running();
+    case kFix: return micRow_.CanFix() && !elevated_->Running();
     default: return true;
   }
 }
@@ -319,6 +325,7 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
       break;
     case kAttach: Attach(); break;
     case kEffect: ChangeEffect(); break;
+    case kFix: Fix(); break;
     case kShowBoard: ShowBoard(); break;
     case kNextPage:
     case kPreviousPage: {
@@ -513,6 +520,13 @@ void MainWindow::Attach() {
   RunElevated(Elevated{Elevated::Kind::Attach, mic.id, mic.name, {}}, L"attach \"" + mic.guid + L"\"");
 }
 
+// Runs `quillon check --fix` for the microphone, as Administrator.
+void MainWindow::Fix() {
+  if (micRow_.Selected() == nullptr) return;
+  const MicChoice mic = *micRow_.Selected();
+  RunElevated(Elevated{Elevated::Kind::Fix, mic.id, mic.name, {}}, L"check --fix --mic \"" + mic.guid + L"\"");
+}
+
 void MainWindow::ChangeEffect() {
   if (micRow_.Selected() == nullptr) return;
   // Copies: the list is read again while the dialog is open (the window is
@@ -528,14 +542,17 @@ void MainWindow::ChangeEffect() {
 
 void MainWindow::RunElevated(Elevated what, const std::wstring& arguments) {
   DWORD error = 0;
-  const bool attach = what.kind == Elevated::Kind::Attach;
+  const Elevated::Kind kind = what.kind;
   if (!elevated_->Start(arguments, error)) {
-    SetStatus(error == ERROR_CANCELLED
-                  ? (attach ? L"Attaching was cancelled." : L"The effect's settings were not changed: cancelled.")
-                  : L"Cannot run quillon.exe as Administrator: " + Wide(tools::SystemText(error)));
+    SetStatus(error != ERROR_CANCELLED         ? L"Cannot run quillon.exe as Administrator: " + Wide(tools::SystemText(error))
+              : kind == Elevated::Kind::Attach ? L"Attaching was cancelled."
+              : kind == Elevated::Kind::Fix    ? L"Nothing was fixed: cancelled."
+                                               : L"The effect's settings were not changed: cancelled.");
     return;
   }
-  SetStatus(attach ? L"Attaching Quillon to " + what.name + L"\u2026" : L"Changing the effect's settings\u2026");
+  SetStatus(kind == Elevated::Kind::Attach ? L"Attaching Quillon to " + what.name + L"\u2026"
+            : kind == Elevated::Kind::Fix  ? L"Fixing Quillon on " + what.name + L"\u2026"
+                                           : L"Changing the effect's settings\u2026");
   pending_ = std::move(what);
 }
 
@@ -551,6 +568,12 @@ void MainWindow::OnElevatedEnded() {
     SetStatus(!attached                                  ? L"Quillon was not attached to " + what.name + failed
               : mic->state == MicChoice::State::Running ? L"Quillon is attached to " + what.name + L"."
                                                         : Explain(*mic));
+    return;
+  }
+  if (what.kind == Elevated::Kind::Fix) {
+    // What the check finds now, whatever the exit code says.
+    SetStatus(!micRow_.Problem().empty() ? micRow_.Problem() + L" The fix did not help" + failed
+                                         : L"Quillon is ready on " + what.name + L".");
     return;
   }
   // What the effect reads now, whatever the exit code says.

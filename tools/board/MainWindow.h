@@ -69,6 +69,7 @@ class MainWindow : public WindowClass<MainWindow> {
   void RemoveSound(uint32_t id);
   void MoveSound(uint32_t id, int by);
   void Attach();
+  void Fix();
   // The chosen microphone's gain and block voice, through their dialog.
   void ChangeEffect();
   void ShowBoard();
@@ -76,7 +77,7 @@ class MainWindow : public WindowClass<MainWindow> {
 
   // What quillon.exe runs as Administrator for, to say how it went when it ends.
   struct Elevated {
-    enum class Kind { Attach, Effect } kind = Kind::Attach;
+    enum class Kind { Attach, Effect, Fix } kind = Kind::Attach;
     std::wstring id, name;          // the microphone
     system::EffectSettings effect;  // asked for, for Kind::Effect
   };

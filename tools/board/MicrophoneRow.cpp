@@ -1,6 +1,9 @@
 #include "board/MicrophoneRow.h"
 
 #include "board/BoardCommands.h"
+#include "common/ToolSupport.h"
+#include "system/EffectCheck.h"
+#include "system/ProtectedAudio.h"
 
 #include <commctrl.h>
 #include <windowsx.h>
@@ -25,9 +28,9 @@ void MicrophoneRow::Create(HWND parent) {
   effectText_ = make(WC_STATICW, L"", SS_CENTERIMAGE | SS_NOPREFIX | SS_ENDELLIPSIS, 0);
   effectButton_ = make(WC_BUTTONW, L"&Effect\u2026", WS_TABSTOP | BS_PUSHBUTTON, kEffect);
   attachButton_ = make(WC_BUTTONW, L"&Attach\u2026", WS_TABSTOP | BS_PUSHBUTTON, kAttach);
-  // Both change what belongs to the computer.
-  Button_SetElevationRequiredState(effectButton_, TRUE);
-  Button_SetElevationRequiredState(attachButton_, TRUE);
+  fixButton_ = make(WC_BUTTONW, L"F&ix\u2026", WS_TABSTOP | BS_PUSHBUTTON, kFix);
+  // They change what belongs to the computer.
+  for (HWND button : {effectButton_, attachButton_, fixButton_}) Button_SetElevationRequiredState(button, TRUE);
 }
 
 int MicrophoneRow::Layout(const UiFont& font, int left, int top, int width) {
@@ -47,11 +50,12 @@ int MicrophoneRow::Layout(const UiFont& font, int left, int top, int width) {
     ReleaseDC(effectText_, dc);
     effectWidth = size.cx + font.Scale(4);
   }
-  const bool button = IsWindowVisible(effectButton_) || IsWindowVisible(attachButton_);
-  const int right = (button ? buttonWidth + gap : 0) + (effectWidth ? effectWidth + gap : 0);
+  const int buttons = (IsWindowVisible(effectButton_) || IsWindowVisible(attachButton_) ? 1 : 0) +
+                      (IsWindowVisible(fixButton_) ? 1 : 0);
+  const int right = buttons * (buttonWidth + gap) + (effectWidth ? effectWidth + gap : 0);
   // The list keeps room for a name; the effect's words give way first.
   const int listWidth = std::max(font.CharWidth() * 24, width - labelWidth - right);
-  effectWidth = std::max(0, std::min(effectWidth, width - labelWidth - listWidth - gap - (button ? buttonWidth + gap : 0)));
+  effectWidth = std::max(0, std::min(effectWidth, width - labelWidth - listWidth - gap - buttons * (buttonWidth + gap)));
   int x = left;
   MoveWindow(label_, x, top, labelWidth, height, TRUE);
   x += labelWidth;
@@ -61,6 +65,8 @@ int MicrophoneRow::Layout(const UiFont& font, int left, int top, int width) {
   if (effectWidth > 0) x += effectWidth + gap;
   MoveWindow(effectButton_, x, top, buttonWidth, height, TRUE);
   MoveWindow(attachButton_, x, top, buttonWidth, height, TRUE);
+  if (IsWindowVisible(effectButton_) || IsWindowVisible(attachButton_)) x += buttonWidth + gap;
+  MoveWindow(fixButton_, x, top, buttonWidth, height, TRUE);
   return height;
 }
 
@@ -89,6 +95,22 @@ void MicrophoneRow::Show(const std::wstring& chosen) {
   ShowWindow(effectText_, attached ? SW_SHOW : SW_HIDE);
   ShowWindow(effectButton_, attached ? SW_SHOW : SW_HIDE);
   ShowWindow(attachButton_, mic != nullptr && !attached ? SW_SHOW : SW_HIDE);
+  Check(attached ? mic : nullptr);
+}
+
+void MicrophoneRow::Check(const MicChoice* mic) {
+  problem_.clear();
+  bool fixable = false;
+  for (const system::Endpoint& endpoint : mic ? system::ReadEndpoints(system::Flow::kCapture)
+                                              : std::vector<system::Endpoint>()) {
+    if (system::Lowercase(endpoint.guid) != system::Lowercase(mic->guid)) continue;
+    // Without recording: whether the effect runs is read from the running effects only.
+    const system::CheckReport report =
+        system::CheckEffect({endpoint}, QUILLON_VERSION_TEXT, system::WindowsBuild(), false);
+    if (!system::Passed(report)) problem_ = tools::Wide(system::Verdict(report));
+    fixable = system::CountProblems(report, true) > 0;
+  }
+  ShowWindow(fixButton_, fixable ? SW_SHOW : SW_HIDE);
 }
 
 const MicChoice* MicrophoneRow::Selected() const {

@@ -1,7 +1,8 @@
 // The row above the pages: the list of microphones, what the effect does on
 // the chosen one (its gain, and whether a sound played mutes the voice), and a
-// button that attaches Quillon to it or changes those settings. Both buttons
-// send their command (kAttach, kEffect) to the main window.
+// button that attaches Quillon to it or changes those settings, and one that
+// fixes what keeps Quillon from running on it. The buttons send their command
+// (kAttach, kEffect, kFix) to the main window.
 #pragma once
 
 #include "board/MicrophoneChoices.h"
@@ -33,10 +34,19 @@ class MicrophoneRow {
   const system::EffectSettings& Effect() const { return effect_; }
   bool CanAttach() const { return IsWindowVisible(attachButton_) != FALSE; }
   bool CanChangeEffect() const { return IsWindowVisible(effectButton_) != FALSE; }
+  bool CanFix() const { return IsWindowVisible(fixButton_) != FALSE; }
+  // What the check of the selected microphone found wrong, in one sentence;
+  // empty when nothing is (or Quillon is not attached to it).
+  const std::wstring& Problem() const { return problem_; }
   HWND List() const { return list_; }
 
  private:
-  HWND label_ = nullptr, list_ = nullptr, effectText_ = nullptr, attachButton_ = nullptr, effectButton_ = nullptr;
+  // Checks Quillon on the selected microphone, from the registry and the running effects.
+  void Check(const MicChoice* mic);
+
+  HWND label_ = nullptr, list_ = nullptr, effectText_ = nullptr, attachButton_ = nullptr, effectButton_ = nullptr,
+       fixButton_ = nullptr;
+  std::wstring problem_;
   std::vector<MicChoice> mics_;
   system::EffectSettings effect_;
 };

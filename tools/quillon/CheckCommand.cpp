@@ -80,18 +80,6 @@ std::string FindingsText(const std::vector<Finding>& findings) {
   return text;
 }
 
-bool Fixable(Remedy remedy) { return remedy != Remedy::kNone && remedy != Remedy::kByHand; }
-
-int CountProblems(const CheckReport& report, bool fixableOnly) {
-  int count = 0;
-  auto add = [&](const std::vector<Finding>& findings) {
-    for (const Finding& finding : findings) count += finding.problem && (!fixableOnly || Fixable(finding.remedy));
-  };
-  add(report.machine);
-  for (const MicrophoneCheck& check : report.microphones) add(check.findings);
-  return count;
-}
-
 std::string ReportText(const CheckReport& report) {
   std::string text = Line("Quillon %s on Windows build %lu (%s)\n\nQuillon.dll\n", report.version.c_str(),
                           static_cast<unsigned long>(report.build),
@@ -101,10 +89,10 @@ std::string ReportText(const CheckReport& report) {
     text += "\n" + check.endpoint.Describe() + "\n" + FindingsText(check.findings);
   }
   text += "\n" + system::Verdict(report) + "\n";
-  const int fixable = CountProblems(report, true);
+  const int fixable = system::CountProblems(report, true);
   if (fixable > 0) {
     text += Line("quillon check --fix (as Administrator) fixes %d of %d problems.\n", fixable,
-                 CountProblems(report, false));
+                 system::CountProblems(report, false));
   }
   return text;
 }
@@ -136,7 +124,7 @@ nlohmann::json FindingsJson(const std::vector<Finding>& findings) {
                     {"problem", finding.problem},
                     {"what", finding.what},
                     {"fix", finding.fix},
-                    {"fixable", Fixable(finding.remedy)}});
+                    {"fixable", system::Fixable(finding)}});
   }
   return list;
 }
@@ -235,7 +223,7 @@ std::vector<FixStep> PlanFix(const CheckReport& report, FixUndo& undo) {
       undo.Keep(system::SettingsKeyOf(endpoint));
       undo.Keep(system::BackupKeyOf(endpoint));
       for (const Finding& finding : check.findings) {
-        if (!finding.problem || !Fixable(finding.remedy)) continue;
+        if (!system::Fixable(finding)) continue;
         restart = true;
         const std::wstring fxKey = endpoint.FxKey();
         switch (finding.remedy) {

@@ -283,6 +283,16 @@ bool Passed(const CheckReport& report) {
   return true;
 }
 
+int CountProblems(const CheckReport& report, bool fixableOnly) {
+  int count = 0;
+  auto add = [&](const std::vector<Finding>& findings) {
+    for (const Finding& finding : findings) count += fixableOnly ? Fixable(finding) : finding.problem;
+  };
+  add(report.machine);
+  for (const MicrophoneCheck& check : report.microphones) add(check.findings);
+  return count;
+}
+
 std::string Verdict(const CheckReport& report) {
   if (report.microphones.empty()) return "Quillon has no microphone to run on: Windows shows none that is active.";
   if (Passed(report)) return "Quillon is ready on " + MicNames(report) + ".";

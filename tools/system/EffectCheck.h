@@ -38,6 +38,10 @@ std::vector<Finding> CheckProtectedAudio(DWORD build);
 std::vector<Finding> CheckAttachment(const Endpoint& endpoint);
 
 bool AnyProblem(const std::vector<Finding>& findings);
+// A problem that --fix can fix.
+inline bool Fixable(const Finding& finding) {
+  return finding.problem && finding.remedy != Remedy::kNone && finding.remedy != Remedy::kByHand;
+}
 
 struct MicrophoneCheck {
   Endpoint endpoint;
@@ -60,6 +64,7 @@ constexpr DWORD kProbeMs = 3000;
 // records from is not a problem. The calling thread must have entered COM.
 CheckReport CheckEffect(const std::vector<Endpoint>& endpoints, const std::string& version, DWORD build, bool record);
 bool Passed(const CheckReport& report);
+int CountProblems(const CheckReport& report, bool fixableOnly);
 // One sentence for a person: where Quillon runs, or the first thing wrong.
 std::string Verdict(const CheckReport& report);
 
