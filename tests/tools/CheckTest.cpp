@@ -97,13 +97,23 @@ void BumpVersion(std::string& bytes) {
   info->dwFileVersionLS = MAKELONG(0, 9);
 }
 
+// The Windows quillon.exe believes it runs on, as Wine lets a program be told.
+constexpr const wchar_t* kAppDefaults = L"Software\\Wine\\AppDefaults\\quillon.exe";
+void AnswerAsWindows(const wchar_t* version) {
+  ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(HKEY_CURRENT_USER, kAppDefaults, L"Version", REG_SZ, version,
+                                           static_cast<DWORD>((wcslen(version) + 1) * sizeof(wchar_t))));
+}
+
+// Every check runs as on Windows 7 (build 7601), where protected audio is on,
+// unless a case says otherwise.
 class CheckTest : public EndpointTest {
  protected:
+  void SetUp() override { AnswerAsWindows(L"win7"); }
   void TearDown() override {
+    RegDeleteTreeW(HKEY_CURRENT_USER, kAppDefaults);
     EndpointTest::TearDown();
     DeleteFileW((ExecutableFolder() + L"checked\\Quillon.dll").c_str());
   }
-  static std::wstring CopyFolder() { return ExecutableFolder() + L"checked\\"; }
 };
 
 struct State {
@@ -139,7 +149,9 @@ TEST_P(CheckState, IsFoundAndFixedWhereItCanBe) {
   const Checked found = Check(L" --mic " + std::wstring(c.guid));
   EXPECT_EQ(1, found.exit);
   EXPECT_TRUE(Has(found.problems, c.problem)) << found.json.dump(2);
-  if (c.attach != nullptr) EXPECT_TRUE(Has(found.problems, "not-loaded")) << "nothing ran the effect, yet it was seen";
+  // Where Quillon sits in a slot, the check recorded and saw nothing run it.
+  const bool inASlot = c.attach != nullptr && std::string(c.problem) != "replaced";
+  EXPECT_EQ(inASlot, Has(found.problems, "not-loaded")) << found.json.dump(2);
 
   const std::string before = Export(FxKey(c.guid));
   const CommandResult fix = RunCheck(L" --fix --mic " + std::wstring(c.guid));
@@ -190,7 +202,6 @@ INSTANTIATE_TEST_SUITE_P(Table, CheckState, ::testing::Values(
                              L"\" /t REG_SZ /d {99999999-8888-7777-6666-555555555555} /f"));
           },
           "replaced", true},
-    // Wine answers as Windows 7 (build 7601), where protected audio is on.
     State{"ProtectedAudioOn", "no-effects", kPlainMic, L"attach \"plain mic\" --no-restart",
           [] { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kProtectedAudioKey, kProtectedAudioValue); }, "protected-audio",
           true}),
@@ -249,7 +260,7 @@ TEST_F(CheckTest, AFixThatFailsChangesNothingAndSaysWhere) {
 
 struct ProtectedCase {
   const char* name;
-  const wchar_t* windows;      // Wine's version for quillon.exe, or null for the prefix's own (Windows 7)
+  const wchar_t* windows;      // the Windows quillon.exe is told it runs on
   bool setByUser;              // DisableProtectedAudioDG is 1 before attach
   bool onWhileAttached;        // it is 1 while attached
   bool afterDetach;            // it is still 1 after detach
@@ -257,23 +268,13 @@ struct ProtectedCase {
 
 void PrintTo(const ProtectedCase& c, std::ostream* out) { *out << c.name; }
 
-class ProtectedAudio : public CheckTest, public ::testing::WithParamInterface<ProtectedCase> {
- protected:
-  void TearDown() override {
-    RegDeleteTreeW(HKEY_CURRENT_USER, kAppDefaults);
-    CheckTest::TearDown();
-  }
-  static constexpr const wchar_t* kAppDefaults = L"Software\\Wine\\AppDefaults\\quillon.exe";
-};
+class ProtectedAudio : public CheckTest, public ::testing::WithParamInterface<ProtectedCase> {};
 
 // Attach turns protected audio off only where Windows needs it, detach turns
 // it back on only when attach was the one to turn it off.
 TEST_P(ProtectedAudio, IsTurnedOffOnlyWhereNeededAndBackOnlyByWhoTurnedItOff) {
   const ProtectedCase& c = GetParam();
-  if (c.windows != nullptr) {
-    ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(HKEY_CURRENT_USER, kAppDefaults, L"Version", REG_SZ, c.windows,
-                                             static_cast<DWORD>((wcslen(c.windows) + 1) * sizeof(wchar_t))));
-  }
+  AnswerAsWindows(c.windows);
   if (c.setByUser) {
     ASSERT_EQ(0, Reg(L"add \"HKLM\\" + std::wstring(kProtectedAudioKey) + L"\" /v " + kProtectedAudioValue +
                      L" /t REG_DWORD /d 1 /f"));
@@ -289,7 +290,7 @@ TEST_P(ProtectedAudio, IsTurnedOffOnlyWhereNeededAndBackOnlyByWhoTurnedItOff) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, ProtectedAudio, ::testing::Values(
-    ProtectedCase{"Windows7", nullptr, false, true, false},
+    ProtectedCase{"Windows7", L"win7", false, true, false},
     ProtectedCase{"Windows81SetByTheUser", L"win81", true, true, true},
     ProtectedCase{"Windows10", L"win10", false, false, false}),
     CaseName);

@@ -316,7 +316,7 @@ int RunDetach(const Arguments& args) {
   if (!RequireAdministrator(args, "detach")) return kExitFailed;
   if (chosen.empty()) {
     Print("no microphone has a backup; nothing to restore\n");
-    return kExitDone;
+    return args.Has("--dry-run") || RestoreProtectedAudioWhenUnused() ? kExitDone : kExitFailed;
   }
   std::vector<Target> targets;
   for (const Endpoint& endpoint : chosen) {
