@@ -104,6 +104,9 @@ Function CheckPage
       SendMessage $2 ${EM_REPLACESEL} 0 "STR:$4"
     ${Loop}
     FileClose $3
+    ; From the top: the findings come before the verdict.
+    SendMessage $2 ${EM_SETSEL} 0 0
+    SendMessage $2 ${EM_SCROLLCARET} 0 0
   ${EndIf}
   nsDialogs::Show
 FunctionEnd

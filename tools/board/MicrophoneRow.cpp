@@ -100,7 +100,7 @@ void MicrophoneRow::Show(const std::wstring& chosen) {
 
 void MicrophoneRow::Check(const MicChoice* mic) {
   problem_.clear();
-  bool fixable = false;
+  fixable_ = false;
   for (const system::Endpoint& endpoint : mic ? system::ReadEndpoints(system::Flow::kCapture)
                                               : std::vector<system::Endpoint>()) {
     if (system::Lowercase(endpoint.guid) != system::Lowercase(mic->guid)) continue;
@@ -108,9 +108,9 @@ void MicrophoneRow::Check(const MicChoice* mic) {
     const system::CheckReport report =
         system::CheckEffect({endpoint}, QUILLON_VERSION_TEXT, system::WindowsBuild(), false);
     if (!system::Passed(report)) problem_ = tools::Wide(system::Verdict(report));
-    fixable = system::CountProblems(report, true) > 0;
+    fixable_ = system::CountProblems(report, true) > 0;
   }
-  ShowWindow(fixButton_, fixable ? SW_SHOW : SW_HIDE);
+  ShowWindow(fixButton_, fixable_ ? SW_SHOW : SW_HIDE);
 }
 
 const MicChoice* MicrophoneRow::Selected() const {

@@ -34,7 +34,8 @@ class MicrophoneRow {
   const system::EffectSettings& Effect() const { return effect_; }
   bool CanAttach() const { return IsWindowVisible(attachButton_) != FALSE; }
   bool CanChangeEffect() const { return IsWindowVisible(effectButton_) != FALSE; }
-  bool CanFix() const { return IsWindowVisible(fixButton_) != FALSE; }
+  // (Whether its button is shown, even before the window is.)
+  bool CanFix() const { return fixable_; }
   // What the check of the selected microphone found wrong, in one sentence;
   // empty when nothing is (or Quillon is not attached to it).
   const std::wstring& Problem() const { return problem_; }
@@ -47,6 +48,7 @@ class MicrophoneRow {
   HWND label_ = nullptr, list_ = nullptr, effectText_ = nullptr, attachButton_ = nullptr, effectButton_ = nullptr,
        fixButton_ = nullptr;
   std::wstring problem_;
+  bool fixable_ = false;
   std::vector<MicChoice> mics_;
   system::EffectSettings effect_;
 };

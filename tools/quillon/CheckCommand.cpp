@@ -89,10 +89,12 @@ std::string ReportText(const CheckReport& report) {
     text += "\n" + check.endpoint.Describe() + "\n" + FindingsText(check.findings);
   }
   text += "\n" + system::Verdict(report) + "\n";
-  const int fixable = system::CountProblems(report, true);
+  const int fixable = system::CountProblems(report, true), problems = system::CountProblems(report, false);
   if (fixable > 0) {
-    text += Line("quillon check --fix (as Administrator) fixes %d of %d problems.\n", fixable,
-                 system::CountProblems(report, false));
+    text += "quillon check --fix (as Administrator) fixes " +
+            (fixable == problems ? std::string(problems == 1 ? "it" : "them all")
+                                 : Line("%d of the %d problems", fixable, problems)) +
+            ".\n";
   }
   return text;
 }
@@ -123,6 +125,7 @@ nlohmann::json FindingsJson(const std::vector<Finding>& findings) {
     list.push_back({{"id", finding.id},
                     {"problem", finding.problem},
                     {"what", finding.what},
+                    {"headline", finding.headline},
                     {"fix", finding.fix},
                     {"fixable", system::Fixable(finding)}});
   }

@@ -15,9 +15,36 @@ using tools::Utf8;
 
 namespace {
 
-Finding Fine(const char* id, std::string what) { return {id, false, std::move(what), "", Remedy::kNone}; }
+// Each problem in a few words.
+const char* HeadlineOf(const std::string& id) {
+  static const std::pair<const char*, const char*> kHeadlines[] = {
+      {"not-registered", "Quillon is not registered"},
+      {"not-registered-with-engine", "the audio engine does not know Quillon"},
+      {"threading-model", "Quillon's COM class has the wrong threading model"},
+      {"dll-missing", "the registered Quillon.dll is missing"},
+      {"dll-machine", "Quillon.dll is built for another machine"},
+      {"dll-version", "the registered Quillon.dll is another version"},
+      {"dll-access", "the audio engine's account may not load Quillon.dll"},
+      {"protected-audio", "this Windows loads only signed effects"},
+      {"inactive", "the microphone is not active"},
+      {"composite", "its driver's effect list takes Quillon's place"},
+      {"not-attached", "Quillon is not attached to it"},
+      {"replaced", "a driver update replaced Quillon"},
+      {"no-backup", "Quillon is attached without a backup"},
+      {"backup-differs", "the effect run before Quillon is not the one backed up"},
+      {"no-default-mode", "the default processing mode is missing"},
+      {"enhancements-off", "audio enhancements are turned off"},
+      {"not-loaded", "the audio engine did not load Quillon"},
+  };
+  for (const auto& [known, headline] : kHeadlines) {
+    if (id == known) return headline;
+  }
+  return "";
+}
+
+Finding Fine(const char* id, std::string what) { return {id, false, std::move(what), "", "", Remedy::kNone}; }
 Finding Problem(const char* id, std::string what, std::string fix, Remedy remedy) {
-  return {id, true, std::move(what), std::move(fix), remedy};
+  return {id, true, std::move(what), HeadlineOf(id), std::move(fix), remedy};
 }
 
 std::wstring Expanded(const std::wstring& path) {
@@ -308,8 +335,7 @@ std::string Verdict(const CheckReport& report) {
       if (finding.problem && first == nullptr) first = &finding;
     }
   }
-  std::string what = first->what;
-  return "Quillon does not run on " + MicNames(report) + ": " + what +
+  return "Quillon does not run on " + MicNames(report) + ": " + first->headline +
          (problems > 1 ? " (and " + std::to_string(problems - 1) + " more)." : ".");
 }
 

@@ -22,6 +22,7 @@ struct Finding {
   std::string id;     // stable, for scripts: "not-registered", "enhancements-off", ...
   bool problem = false;
   std::string what;   // one line
+  std::string headline;  // a few words of it, for a verdict in a status bar
   std::string fix;    // the command or the switch in Windows that fixes it; "" when fine
   Remedy remedy = Remedy::kNone;
 };
