@@ -38,10 +38,10 @@ test-x64: build
 	scripts/check-layers.sh
 	scripts/check-dll.sh $(ARM64)/bin/Quillon.dll arm64 --exports
 	scripts/check-dll.sh $(X64)/bin/Quillon.dll x64 --exports
-	scripts/check-dll.sh $(ARM64)/bin/quillon.exe arm64
-	scripts/check-dll.sh $(X64)/bin/quillon.exe x64
-	scripts/check-dll.sh $(ARM64)/bin/quillon-board.exe arm64
-	scripts/check-dll.sh $(X64)/bin/quillon-board.exe x64
+	scripts/check-dll.sh $(ARM64)/bin/quillon.exe arm64 --console
+	scripts/check-dll.sh $(X64)/bin/quillon.exe x64 --console
+	scripts/check-dll.sh $(ARM64)/bin/quillon-board.exe arm64 --gui
+	scripts/check-dll.sh $(X64)/bin/quillon-board.exe x64 --gui
 	scripts/check-realtime.py $(X64)/bin/Quillon.dll
 	scripts/run-tests.sh $(X64)
 

@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Checks a built Quillon.dll or program: its machine type, that it imports
 # system DLLs only, that it carries the project's version in its version
-# information, and (with --exports) that the COM entry points are exported by
-# name.
-# Usage: check-dll.sh <dll> <arm64|x64> [--exports]
+# information, with --exports that the COM entry points are exported by name,
+# and with --gui or --console the subsystem Windows starts a program in (a
+# console program started from the Start menu opens a console beside it, and
+# closing that console ends it).
+# Usage: check-dll.sh <dll> <arm64|x64> [--exports|--gui|--console]
 set -euo pipefail
 
 dll=$1
 arch=$2
-want_exports=${3:-}
+option=${3:-}
 case "$arch" in
   arm64) format="coff-arm64" ;;
   x64) format="coff-x86-64" ;;
@@ -31,7 +33,18 @@ for name in $imports; do
   fi
 done
 
-if [[ "$want_exports" == "--exports" ]]; then
+subsystem=$(sed -n 's/^Subsystem[[:space:]]*[0-9a-f]*[[:space:]]*(\(.*\))$/\1/p' <<<"$dump")
+case "$option" in
+  --gui) want="Windows GUI" ;;
+  --console) want="Windows CUI" ;;
+  *) want="" ;;
+esac
+if [[ -n $want && $subsystem != "$want" ]]; then
+  echo "check-dll: $dll is a ${subsystem:-program of no subsystem} program, not $want" >&2
+  bad=1
+fi
+
+if [[ "$option" == "--exports" ]]; then
   for entry in DllGetClassObject DllCanUnloadNow DllRegisterServer DllUnregisterServer; do
     if ! grep -Eq "^ +[0-9]+ +(0x)?[0-9a-f]+ +$entry\$" <<<"$dump"; then
       echo "check-dll: $dll does not export $entry" >&2
