@@ -266,6 +266,17 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   // A label's mnemonic goes to the control after it; a button's presses it.
   PressKeys("Alt+M");
   EXPECT_TRUE(PollUntil([&] { return ClassOf(FocusOf(board.Window())) == L"ComboBox"; }, 5000));
+  // Enter and Esc are the open list's: each closes it (as an accelerator,
+  // Enter played the last focused sound and Esc stopped everything).
+  const HWND list = FocusOf(board.Window());
+  for (const char* key : {"Enter", "Esc"}) {
+    PressKeys("Alt+Down");
+    ASSERT_TRUE(PollUntil([&] { return SendMessageW(list, CB_GETDROPPEDSTATE, 0, 0) != 0; }, 5000)) << key;
+    PressKeys(key);
+    EXPECT_TRUE(PollUntil([&] { return SendMessageW(list, CB_GETDROPPEDSTATE, 0, 0) == 0; }, 5000))
+        << key << " did not reach the open list";
+  }
+  EXPECT_NE(L"Stopped everything.", board.Status());
   PressKeys("Alt+E");
   EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Microphone effect") != nullptr; }));
   PressKeys("Esc");

@@ -3,6 +3,7 @@
 //   quillon-board [--board FILE] [SOUND-FILE-OR-FOLDER...]
 //   quillon-board --play NAME...   plays sounds of the running board by name
 #include "board/BoardFile.h"
+#include "board/ControlKeys.h"
 #include "board/MainWindow.h"
 #include "board/SingleInstance.h"
 #include "common/ComApartment.h"
@@ -99,7 +100,10 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int show) {
   MSG msg{};
   while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
     const HWND main = window.Hwnd();
-    if (main && window.Accelerators() && TranslateAcceleratorW(main, window.Accelerators(), &msg)) continue;
+    if (main && window.Accelerators() && !board::KeyBelongsToControl(msg) &&
+        TranslateAcceleratorW(main, window.Accelerators(), &msg)) {
+      continue;
+    }
     if (main && IsDialogMessageW(main, &msg)) continue;
     TranslateMessage(&msg);
     DispatchMessageW(&msg);
