@@ -611,7 +611,7 @@ void MainWindow::OnContextMenu(HWND target, int x, int y) {
 void MainWindow::OnTray(UINT event) {
   if (event == NIN_SELECT || event == NIN_KEYSELECT || event == WM_LBUTTONDBLCLK) {
     ShowBoard();
-  } else if (event == WM_CONTEXTMENU || event == WM_RBUTTONUP) {
+  } else if (event == WM_CONTEXTMENU) {  // (a right click sends WM_RBUTTONUP before it)
     POINT at{};
     GetCursorPos(&at);
     HMENU menu = MakeTrayMenu();
