@@ -552,5 +552,23 @@ TEST_F(BoardWindowCheck, ShowsWhatKeepsQuillonFromRunningAndFixesIt) {
   EXPECT_EQ(0, board.Quit());
 }
 
+// With no microphone saved and two running, the board shows the first and
+// plays into it, and saves that choice (a press used to fail with "name one").
+TEST(BoardWindow, AnEmptyChoiceIsTheMicrophoneShownAndIsSaved) {
+  const std::wstring other = L"{0.0.1.00000000}.{board-window-other-mic}";
+  MicHost first(L"board-choice", 20), second(L"board-choice-other", 20, other);
+  ASSERT_TRUE(first.Ready()) << first.Report();
+  ASSERT_TRUE(second.Ready()) << second.Report();
+  const std::wstring file = MakeBoardFile(L"board-choice", {{Sounds() + L"stays.wav", "Ctrl+Alt+5"}}, "Ctrl+Alt+0", L"");
+  BoardProcess board(file, L"board-choice");
+  ASSERT_TRUE(board.Open());
+  const std::wstring shown = SlotOf(kMic) < SlotOf(other) ? kMic : other;
+  EXPECT_TRUE(PollUntil([&] { return LoadBoard(file).board.GetSettings().microphone == Utf8(shown); }, 10000))
+      << "saved: " << LoadBoard(file).board.GetSettings().microphone;
+  PressKeys("Ctrl+Alt+5");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_EQ(0, board.Quit());
+}
+
 }  // namespace
 }  // namespace quillon::test

@@ -228,6 +228,12 @@ void MainWindow::ShowMicrophones() {
   micRow_.Show(Wide(board_.GetSettings().microphone));
   Layout();
   const MicChoice* mic = micRow_.Selected();
+  // With none chosen, the list shows the first running one: the board plays into it, so it is the choice.
+  if (mic != nullptr && board_.GetSettings().microphone.empty()) {
+    Settings settings = board_.GetSettings();
+    settings.microphone = Utf8(mic->id);
+    board_.SetSettings(settings);
+  }
   if (!startProblem_.empty()) return;
   if (!micRow_.Problem().empty()) {
     SetStatus(micRow_.Problem() + (micRow_.CanFix() ? L" Fix\u2026 fixes it as Administrator." : L""));
