@@ -19,6 +19,7 @@
 #include <shellapi.h>
 
 #include <random>
+#include <thread>
 
 namespace quillon::test {
 namespace {
@@ -567,6 +568,57 @@ TEST(BoardWindow, AnEmptyChoiceIsTheMicrophoneShownAndIsSaved) {
       << "saved: " << LoadBoard(file).board.GetSettings().microphone;
   PressKeys("Ctrl+Alt+5");
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_EQ(0, board.Quit());
+}
+
+// Another program holds the board file: the failed save stays in the status
+// bar whatever comes after it, closing asks first (and No keeps the board),
+// and a file held for a moment only is saved once it is let go.
+TEST(BoardWindow, AFailedSaveStaysShownAndClosingAsksFirst) {
+  const std::wstring file = MakeBoardFile(L"board-save",
+                                         {{Sounds() + L"stays.wav", "Ctrl+Alt+3"},
+                                          {Sounds() + L"stopped.wav", "Ctrl+Alt+4"},
+                                          {Sounds() + L"loud-a.wav", "Ctrl+Alt+9"}},
+                                         "Ctrl+Alt+0");
+  BoardProcess board(file, L"board-save");
+  ASSERT_TRUE(board.Open());
+  UniqueHandle held(CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(static_cast<bool>(held));
+
+  PostMessageW(board.Window(), WM_COMMAND, board::kMoveRight, 0);
+  const std::wstring failed = L"The board was not saved: cannot replace ";
+  ASSERT_TRUE(PollUntil([&] { return board.Status().rfind(failed, 0) == 0; })) << Utf8(board.Status());
+  const std::wstring problem = board.Status();
+  PostMessageW(board.Window(), WM_COMMAND, board::kStopAll, 0);
+  EXPECT_TRUE(PollUntil([&] { return board.Status() == problem + L" Stopped everything."; })) << Utf8(board.Status());
+
+  PostMessageW(board.Window(), WM_CLOSE, 0, 0);
+  HWND question = nullptr;
+  ASSERT_TRUE(PollUntil([&] {
+    question = FindTopWindow(board.Process().Handle(), L"#32770");
+    return question != nullptr && IsWindowVisible(question);
+  }));
+  EXPECT_TRUE(HasText(question, L"Static", problem.substr(0, problem.find(L" Stopped")) +
+                                               L"\n\nClose anyway? The changes since the last save are lost."))
+      << Utf8(TextsOf(question, L"Static").back());
+  PostMessageW(question, WM_COMMAND, IDNO, 0);
+  ASSERT_TRUE(PollUntil([&] { return !IsWindow(question); }));
+  EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(board.Process().Handle(), 0)) << "No closed the board";
+
+  // Held for a moment only, as an antivirus holds a file: the save waits it out.
+  std::thread letGo([&] {
+    Sleep(300);
+    held.Reset();
+  });
+  PostMessageW(board.Window(), WM_COMMAND, board::kMoveRight, 0);
+  EXPECT_TRUE(PollUntil([&] { return board.Status().rfind(L"The board is saved.", 0) == 0; }))
+      << Utf8(board.Status());
+  letGo.join();
+  // Both moves of the first sound are in the file.
+  const LoadedBoard saved = LoadBoard(file);
+  std::vector<std::string> order;
+  for (const auto& sound : saved.board.Pages()[0].sounds) order.push_back(sound.name);
+  EXPECT_EQ((std::vector<std::string>{"stopped", "loud-a", "stays"}), order);
   EXPECT_EQ(0, board.Quit());
 }
 

@@ -94,6 +94,11 @@ LoadedBoard LoadBoard(const std::wstring& path) {
   return loaded;
 }
 
+namespace {
+constexpr int kMoveAttempts = 11;
+constexpr DWORD kMoveRetryMs = 100;
+}  // namespace
+
 bool SaveBoard(const Board& board, const std::wstring& path, std::string& error) {
   const std::wstring folder = FolderOf(path);
   const int made = SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
@@ -119,8 +124,22 @@ bool SaveBoard(const Board& board, const std::wstring& path, std::string& error)
       return false;
     }
   }
-  if (!MoveFileExW(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-    error = "cannot replace " + Utf8(path) + ": " + SystemText(GetLastError());
+  // Another program (an antivirus, a sync client) may hold the file for a
+  // moment: the move is tried again for about a second.
+  DWORD moveError = ERROR_SUCCESS;
+  for (int attempt = 0; attempt < kMoveAttempts; ++attempt) {
+    if (attempt > 0) Sleep(kMoveRetryMs);
+    if (MoveFileExW(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      moveError = ERROR_SUCCESS;
+      break;
+    }
+    moveError = GetLastError();
+    if (moveError != ERROR_SHARING_VIOLATION && moveError != ERROR_ACCESS_DENIED && moveError != ERROR_LOCK_VIOLATION) {
+      break;
+    }
+  }
+  if (moveError != ERROR_SUCCESS) {
+    error = "cannot replace " + Utf8(path) + ": " + SystemText(moveError);
     DeleteFileW(temporary.c_str());
     return false;
   }

@@ -178,7 +178,11 @@ void MainWindow::RestoreFocus() {
   }
 }
 
-void MainWindow::SetStatus(const std::wstring& text) { SetWindowTextW(status_, text.c_str()); }
+// A board that could not be saved says so before anything else, until it is saved.
+void MainWindow::SetStatus(const std::wstring& text) {
+  const std::wstring shown = saveProblem_.empty() ? text : text.empty() ? saveProblem_ : saveProblem_ + L" " + text;
+  SetWindowTextW(status_, shown.c_str());
+}
 
 // ---- Showing the board ----------------------------------------------------------------
 
@@ -267,7 +271,24 @@ void MainWindow::OnBoardChanged(const Change& change) {
 void MainWindow::Save() {
   if (saveBlocked_) return;
   std::string error;
-  if (!SaveBoard(board_, path_, error)) SetStatus(L"The board was not saved: " + Wide(error));
+  const bool saved = SaveBoard(board_, path_, error);
+  const bool wasUnsaved = !saveProblem_.empty();
+  saveProblem_ = saved ? L"" : L"The board was not saved: " + Wide(error) + L".";
+  if (!saved) {
+    SetStatus(L"");
+  } else if (wasUnsaved) {
+    SetStatus(L"The board is saved.");
+  }
+}
+
+// Whether the window may go: the board is saved, or the person agrees to lose
+// what was not.
+bool MainWindow::MayClose() {
+  if (saveProblem_.empty()) return true;
+  Save();
+  if (saveProblem_.empty()) return true;
+  return MessageBoxW(hwnd_, (saveProblem_ + L"\n\nClose anyway? The changes since the last save are lost.").c_str(),
+                     L"Quillon Board", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) == IDYES;
 }
 
 // ---- Commands --------------------------------------------------------------------------
@@ -319,7 +340,9 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
     case kRenamePage: RenamePage(); break;
     case kRemovePage: RemovePage(); break;
     case kSettings: OpenSettings(); break;
-    case kExit: DestroyWindow(hwnd_); break;
+    case kExit:
+      if (MayClose()) DestroyWindow(hwnd_);
+      break;
     case kPlayFocused: PlaySound(focused); break;
     case kEditSound: EditSound(focused); break;
     case kRemoveSound: RemoveSound(focused); break;
@@ -630,7 +653,7 @@ void MainWindow::OnTray(UINT event) {
 void MainWindow::OnClose(HWND) {
   if (board_.GetSettings().keepInTray) {
     ShowWindow(hwnd_, SW_HIDE);
-  } else {
+  } else if (MayClose()) {
     DestroyWindow(hwnd_);
   }
 }

@@ -69,6 +69,7 @@ class MainWindow : public WindowClass<MainWindow> {
   void RemoveSound(uint32_t id);
   void MoveSound(uint32_t id, int by);
   void Attach();
+  bool MayClose();
   void Fix();
   // The chosen microphone's gain and block voice, through their dialog.
   void ChangeEffect();
@@ -100,6 +101,7 @@ class MainWindow : public WindowClass<MainWindow> {
   Board board_;
   std::wstring path_;
   bool saveBlocked_;  // the file on disk could not be read: never written over
+  std::wstring saveProblem_;  // why the last save failed, shown until one succeeds
   std::wstring startProblem_;
   UiFont font_;
   SoundGrid grid_;
