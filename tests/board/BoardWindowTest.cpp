@@ -622,5 +622,22 @@ TEST(BoardWindow, AFailedSaveStaysShownAndClosingAsksFirst) {
   EXPECT_EQ(0, board.Quit());
 }
 
+// A start while another board is closing (its mutex still held, its window
+// gone) waits for it to end and becomes the board; it used to give up
+// silently after 5 s. The closing board is this test, for 1.5 s.
+TEST(BoardWindow, AStartWhileTheBoardIsClosingTakesOver) {
+  const std::wstring file = MakeBoardFile(L"board-takeover", {{Sounds() + L"stays.wav", "Ctrl+Alt+3"}}, "Ctrl+Alt+0");
+  UniqueHandle closing(CreateMutexW(nullptr, TRUE, L"Local\\QuillonBoard"));
+  ASSERT_TRUE(static_cast<bool>(closing));
+  ASSERT_NE(ERROR_ALREADY_EXISTS, GetLastError()) << "a board runs already";
+  BoardProcess board(file, L"board-takeover");
+  Sleep(1500);
+  ReleaseMutex(closing.Get());
+  closing.Reset();
+  ASSERT_TRUE(board.Open()) << "exit code " << board.Process().Wait(0);
+  EXPECT_TRUE(board.ShowsButton(L"stays"));
+  EXPECT_EQ(0, board.Quit());
+}
+
 }  // namespace
 }  // namespace quillon::test

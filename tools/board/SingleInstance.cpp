@@ -3,16 +3,27 @@
 namespace quillon::board {
 
 SingleInstance::SingleInstance()
-    : mutex_(CreateMutexW(nullptr, FALSE, L"Local\\QuillonBoard")), first_(mutex_ && GetLastError() != ERROR_ALREADY_EXISTS) {}
+    : mutex_(CreateMutexW(nullptr, TRUE, L"Local\\QuillonBoard")), first_(mutex_ && GetLastError() != ERROR_ALREADY_EXISTS) {}
 
-bool SingleInstance::HandOver(const std::vector<std::wstring>& texts, bool play) {
+SingleInstance::Join SingleInstance::HandOverOrTakeOver(const std::vector<std::wstring>& texts, bool play,
+                                                        DWORD waitMs, std::wstring& why) {
   HWND running = nullptr;
-  // The first board may still be making its window.
-  for (int attempt = 0; attempt < 50 && running == nullptr; ++attempt) {
-    running = FindWindowW(kMainWindowClass, nullptr);
-    if (running == nullptr) Sleep(100);
+  // The running board may still be making its window, or be closing: its
+  // window then appears, or its process ends and leaves the mutex.
+  const ULONGLONG deadline = GetTickCount64() + waitMs;
+  while ((running = FindWindowW(kMainWindowClass, nullptr)) == nullptr) {
+    const DWORD waited = mutex_ ? WaitForSingleObject(mutex_.Get(), 100) : WAIT_FAILED;
+    if (waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED) {
+      first_ = true;
+      return Join::TookOver;
+    }
+    if (waited == WAIT_FAILED) Sleep(100);
+    if (GetTickCount64() > deadline) {
+      why = L"Another Quillon Board runs in this session, but it shows no window and did not end within " +
+            std::to_wstring(waitMs / 1000) + L" seconds. End it in the Task Manager, then start the board again.";
+      return Join::Failed;
+    }
   }
-  if (running == nullptr) return false;
   // This process was started by the user and may give the focus away.
   DWORD process = 0;
   GetWindowThreadProcessId(running, &process);
@@ -23,8 +34,13 @@ bool SingleInstance::HandOver(const std::vector<std::wstring>& texts, bool play)
   COPYDATASTRUCT data{play ? kCopyDataPlay : kCopyDataFiles, static_cast<DWORD>(joined.size() * sizeof(wchar_t)),
                       joined.data()};
   DWORD_PTR result = 0;
-  SendMessageTimeoutW(running, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data), SMTO_ABORTIFHUNG, 5000, &result);
-  return true;
+  if (!SendMessageTimeoutW(running, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data), SMTO_ABORTIFHUNG, 5000,
+                           &result)) {
+    why = L"The Quillon Board that runs in this session does not answer (it may be busy or hung), so it was not "
+          L"given what this start asked for.";
+    return Join::Failed;
+  }
+  return Join::HandedOver;
 }
 
 std::vector<std::wstring> TextsOfCopyData(const COPYDATASTRUCT& data) {

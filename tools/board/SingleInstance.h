@@ -1,6 +1,8 @@
-// One board per user session: a named mutex in the session's namespace. A
-// second start hands its command line to the running board's window with
-// WM_COPYDATA, brings that window forward, and ends.
+// One board per user session: a named mutex in the session's namespace, owned
+// by the running board's main thread. A second start hands its command line to
+// the running board's window with WM_COPYDATA, brings that window forward, and
+// ends; when the running board is closing (its window gone, its process not
+// yet), the second start waits for it to end and takes over.
 #pragma once
 
 #include "platform/UniqueResource.h"
@@ -19,9 +21,12 @@ class SingleInstance {
   SingleInstance();
   // True when no other board runs in this session.
   bool First() const { return first_; }
+  enum class Join { HandedOver, TookOver, Failed };
   // Gives the files to the running board and shows it, or (`play`) asks it to
-  // play the sounds of these names; false when its window could not be found.
-  static bool HandOver(const std::vector<std::wstring>& texts, bool play);
+  // play the sounds of these names. When the running board has no window and
+  // ends within `waitMs`, this one becomes the first instead (TookOver). On
+  // Failed, `why` says what went wrong.
+  Join HandOverOrTakeOver(const std::vector<std::wstring>& texts, bool play, DWORD waitMs, std::wstring& why);
 
  private:
   UniqueHandle mutex_;

@@ -77,8 +77,15 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int show) {
   }
   board::SingleInstance instance;
   if (!instance.First()) {
-    if (!args.play.empty()) return board::SingleInstance::HandOver(args.play, true) ? 0 : 1;
-    return board::SingleInstance::HandOver(args.files, false) ? 0 : 1;
+    std::wstring why;
+    const bool play = !args.play.empty();
+    switch (instance.HandOverOrTakeOver(play ? args.play : args.files, play, 15000, why)) {
+      case board::SingleInstance::Join::HandedOver: return 0;
+      case board::SingleInstance::Join::Failed:
+        MessageBoxW(nullptr, why.c_str(), L"Quillon Board", MB_OK | MB_ICONERROR);
+        return 1;
+      case board::SingleInstance::Join::TookOver: break;  // the other board ended: this one is the board now
+    }
   }
   if (!args.play.empty()) {
     MessageBoxW(nullptr, L"--play asks a running board to play a sound, and no board runs.", L"Quillon Board",
