@@ -75,7 +75,7 @@ cat > "$out/board.json" <<JSON
   "settings": { "microphone": "$board_mic", "stopAllHotkey": "Ctrl+Alt+0", "keepInTray": false }
 }
 JSON
-wine "$build/bin/quillon-host.exe" --endpoint "$board_mic" --seconds 6 --in "$(winpath "$out/microphone.wav")" \
+wine "$build/bin/quillon-host.exe" --endpoint "$board_mic" --name "Microphone (USB Audio)" --seconds 6 --in "$(winpath "$out/microphone.wav")" \
   --out "$(winpath "$out/board-output.wav")" > "$out/board-host.txt" 2>&1 &
 board_host=$!
 wine "$build/bin/quillon-board.exe" --board "$(winpath "$out/board.json")" >/dev/null 2>&1 &

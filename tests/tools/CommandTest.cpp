@@ -205,6 +205,21 @@ TEST_F(Command, ListShowsEachInstanceAndWhetherItPlays) {
   EXPECT_FALSE(Has(RunQuillon(L"list").text, "yes"));
 }
 
+// quillon-host --name gives its endpoint the friendly name a real microphone
+// has, which quillon list shows; the name goes with the host.
+TEST_F(Command, TheHostNamesItsEndpointForItsRun) {
+  const std::wstring endpoint = L"{0.0.1.00000000}.{host-named-mic}";
+  const std::wstring key = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\{host-named-mic}";
+  ChildProcess host(L"quillon-host.exe", L"--endpoint " + endpoint + L" --seconds 2 --name \"Studio Mic (Demo)\" --out \"" +
+                                             Scratch(L"named-host.wav") + L"\"");
+  ASSERT_TRUE(PollUntil([&] { return SlotOf(endpoint) >= 0; }));
+  EXPECT_TRUE(Has(RunQuillon(L"list").text, "Studio Mic (Demo)"));
+  ASSERT_EQ(0, host.Wait(60000));
+  HKEY gone = nullptr;
+  EXPECT_NE(ERROR_SUCCESS, RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, &gone)) << "the name stayed";
+  if (gone != nullptr) RegCloseKey(gone);
+}
+
 // The log as the effect's processes write it (through the logger of a second process).
 TEST_F(Command, LogPrintsTheLastLinesAndFollows) {
   DeleteLog();

@@ -553,7 +553,7 @@ void MainWindow::Attach() {
 void MainWindow::Fix() {
   if (micRow_.Selected() == nullptr) return;
   const MicChoice mic = *micRow_.Selected();
-  RunElevated(Elevated{Elevated::Kind::Fix, mic.id, mic.name, {}}, L"check --fix --mic \"" + mic.guid + L"\"");
+  RunElevated(Elevated{Elevated::Kind::Fix, mic.id, mic.name, {}}, L"check --fix --no-record --mic \"" + mic.guid + L"\"");
 }
 
 void MainWindow::ChangeEffect() {

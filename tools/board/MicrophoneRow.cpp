@@ -95,7 +95,8 @@ void MicrophoneRow::Show(const std::wstring& chosen) {
   ShowWindow(effectText_, attached ? SW_SHOW : SW_HIDE);
   ShowWindow(effectButton_, attached ? SW_SHOW : SW_HIDE);
   ShowWindow(attachButton_, mic != nullptr && !attached ? SW_SHOW : SW_HIDE);
-  Check(attached ? mic : nullptr);
+  // A microphone whose effect runs now needs no check: the audio engine runs Quillon for it.
+  Check(mic != nullptr && mic->state == MicChoice::State::Attached ? mic : nullptr);
 }
 
 void MicrophoneRow::Check(const MicChoice* mic) {

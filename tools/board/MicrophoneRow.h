@@ -37,7 +37,8 @@ class MicrophoneRow {
   // (Whether its button is shown, even before the window is.)
   bool CanFix() const { return fixable_; }
   // What the check of the selected microphone found wrong, in one sentence;
-  // empty when nothing is (or Quillon is not attached to it).
+  // empty when nothing is, when Quillon is not attached to it (Attach… is
+  // offered) or when its effect runs now.
   const std::wstring& Problem() const { return problem_; }
   HWND List() const { return list_; }
 

@@ -5,21 +5,25 @@
 //   quillon-host --out <output.wav> [--in <mic.wav>] [--dll <Quillon.dll> | --com]
 //                [--endpoint <text>] [--period-ms <n>] [--speed <x>]
 //                [--seconds <n>] [--rate <hz>] [--channels <n>] [--tail-ms <n>]
+//                [--name <friendly name>]
 //
 // It loads the effect, gives Initialize an endpoint record whose property
 // store answers the endpoint's GUID, negotiates float32 at the input's rate
 // and channel count, locks, and calls APOProcess period by period on a thread
 // of its own at real-time pace (or `--speed` times it; 0 = as fast as possible).
-// Without --in it processes silence for --seconds.
+// Without --in it processes silence for --seconds. --name gives the endpoint a
+// friendly name where Windows keeps them, for as long as the host runs.
 #include "common/ConsoleInterrupt.h"
 #include "audio/SoundFile.h"
 #include "host/EffectHost.h"
+#include "host/EndpointName.h"
 
 #include <windows.h>
 #include <shellapi.h>
 
 #include <cstdio>
 #include <cwchar>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -33,7 +37,7 @@ int Usage(const char* problem) {
   std::fprintf(stderr,
                "usage: quillon-host --out <output.wav> [--in <mic.wav>] [--dll <Quillon.dll> | --com]\n"
                "                    [--endpoint <text>] [--period-ms <n>] [--speed <x>] [--seconds <n>]\n"
-               "                    [--rate <hz>] [--channels <n>] [--tail-ms <n>]\n");
+               "                    [--rate <hz>] [--channels <n>] [--tail-ms <n>] [--name <friendly name>]\n");
   return 2;
 }
 
@@ -43,7 +47,7 @@ int main() {
   int argc = 0;
   wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
   HostOptions options;
-  std::wstring inPath, outPath;
+  std::wstring inPath, outPath, name;
   double seconds = 10.0;
   uint32_t rate = 48000, channels = 2;
   for (int i = 1; i < argc; ++i) {
@@ -71,6 +75,8 @@ int main() {
       rate = wcstoul(argv[++i], nullptr, 10);
     } else if (arg == L"--channels") {
       channels = wcstoul(argv[++i], nullptr, 10);
+    } else if (arg == L"--name") {
+      name = argv[++i];
     } else if (arg == L"--tail-ms") {
       options.tailMs = wcstod(argv[++i], nullptr);
     } else {
@@ -105,6 +111,15 @@ int main() {
                      .c_str());
   }
 
+  std::unique_ptr<EndpointName> named;
+  if (!name.empty()) {
+    named = std::make_unique<EndpointName>(options.endpoint, name);
+    std::string error;
+    if (!named->Written(error)) {
+      std::fprintf(stderr, "quillon-host: %s\n", error.c_str());
+      return 1;
+    }
+  }
   ConsoleInterrupt interrupt;
   options.interrupt = interrupt.Event();
   HostReport report;

@@ -325,7 +325,8 @@ int RunCheck(const Arguments& args) {
   std::vector<Endpoint> chosen;
   if (!Select(args, chosen)) return kExitFailed;
   const std::string version = QUILLON_VERSION_TEXT;
-  CheckReport report = system::CheckEffect(chosen, version, system::WindowsBuild(), true);
+  const bool record = !args.Has("--no-record");
+  CheckReport report = system::CheckEffect(chosen, version, system::WindowsBuild(), record);
   if (args.Has("--fix") && !system::Passed(report)) {
     if (!args.Has("--json")) PrintReport(report);
     if (const int exit = Fix(report); exit != kExitDone) return exit;
@@ -335,7 +336,7 @@ int RunCheck(const Arguments& args) {
         if (endpoint.guid == checked.guid) again.push_back(endpoint);
       }
     }
-    report = system::CheckEffect(again, version, system::WindowsBuild(), true);
+    report = system::CheckEffect(again, version, system::WindowsBuild(), record);
   }
   if (args.Has("--json")) {
     PrintJson(report);

@@ -121,8 +121,8 @@ const std::vector<Command>& AllCommands() {
        "For every microphone with a backup whose slot no longer holds Quillon,\n"
        "backs up the new values and attaches again.\n",
        RunReattach},
-      {"check", {{"--mic", true}, {"--json", false}, {"--fix", false}, {"--report", true}},
-       "check [--mic NAME|ID] [--json] [--fix] [--report FILE]",
+      {"check", {{"--mic", true}, {"--json", false}, {"--fix", false}, {"--no-record", false}, {"--report", true}},
+       "check [--mic NAME|ID] [--json] [--fix] [--no-record] [--report FILE]",
        "prove that the audio engine runs Quillon, or say why not",
        "Checks the microphones Quillon is attached to (or the one named; with none\n"
        "attached, every active one) and prints each finding with what fixes it.\n"
@@ -134,6 +134,9 @@ const std::vector<Command>& AllCommands() {
        "  --fix          make the fixes that can be made (as Administrator), restart\n"
        "                 the audio service and check again; a step that fails undoes\n"
        "                 them all and is named\n"
+       "  --no-record    do not record from a microphone to see the effect load:\n"
+       "                 only an effect running now counts, and one that does not\n"
+       "                 is no problem (the board checks this way)\n"
        "  --report FILE  also write the findings to FILE (UTF-16), as the setup\n"
        "                 does into its install log\n"
        "\n"
