@@ -243,6 +243,73 @@ TEST_F(BoardOnDisk, SavedInAFolderMadeForItAndReadBack) {
   EXPECT_EQ(ToJson(board), ToJson(loaded.board));
 }
 
+// A file with a mistake the board can show is loaded, put right, with the
+// mistake listed where it is; a file without pages is still set aside.
+struct Mistaken {
+  const char* name;
+  const char* text;
+  uint32_t sound;    // the sound marked, or 0
+  int page;          // the page marked, or -1
+  const char* what;  // a part of the mistake's words
+  const char* mark;
+  const char* after;  // a part of the board's text once put right
+};
+
+void PrintTo(const Mistaken& c, std::ostream* out) { *out << c.name; }
+
+class MistakenFile : public BoardOnDisk, public ::testing::WithParamInterface<Mistaken> {};
+
+TEST_P(MistakenFile, IsLoadedPutRightAndMarked) {
+  const Mistaken& c = GetParam();
+  Write(c.text);
+  const LoadedBoard loaded = LoadBoard(path_);
+  ASSERT_EQ(LoadedBoard::State::Read, loaded.state) << loaded.problem;
+  ASSERT_EQ(1u, loaded.mistakes.size());
+  const Mistake& mistake = loaded.mistakes.front();
+  EXPECT_EQ(c.sound, mistake.sound);
+  EXPECT_EQ(c.page, mistake.page);
+  EXPECT_NE(std::string::npos, mistake.what.find(c.what)) << mistake.what;
+  EXPECT_EQ(c.mark, mistake.mark);
+  const std::string text = ToJson(loaded.board);
+  EXPECT_NE(std::string::npos, text.find(c.after)) << text;
+  // What was put right reads back without a mistake.
+  std::vector<Mistake> again;
+  std::string error;
+  ASSERT_TRUE(FromJson(text, error, &again)) << error;
+  EXPECT_TRUE(again.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, MistakenFile, ::testing::Values(
+    Mistaken{"RepeatedHotkey",
+             R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "hotkey": "F5"}, {"file": "b.wav", "hotkey": "f5"} ]} ]})j",
+             2, 0, "\"b\": F5 already plays \u201Ca\u201D; its hotkey was taken off", "hotkey taken off",
+             R"j("file": "b.wav",
+          "hotkey": null)j"},
+    Mistaken{"RepeatedPageName", R"j({"pages": [ {"name": "A"}, {"name": "a"} ]})j", 0, 1,
+             "page 2: there is a page \"A\" already; it is \"a (2)\" now", "renamed", R"j("name": "a (2)")j"},
+    Mistaken{"EmptyPageName", R"j({"pages": [ {"name": " "} ]})j", 0, 0, "it is \"Page 1\" now", "renamed",
+             R"j("name": "Page 1")j"},
+    Mistaken{"VolumeOutOfRange", R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "volumeDb": 40} ]} ]})j", 1,
+             0, "a volume is from -60 to +12 dB; its volume is 12 dB now", "volume set to 12 dB",
+             R"j("volumeDb": 12.0)j"},
+    Mistaken{"NoKey", R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "hotkey": "Ctrl+Nope"} ]} ]})j", 1, 0,
+             "\"a\": hotkey: \"Ctrl+Nope\" is not a key", "hotkey taken off", R"j("hotkey": null)j"},
+    Mistaken{"UnknownPressAgain", R"j({"pages": [ {"name": "A"} ], "settings": {"pressAgain": "pause"}})j", 0, -1,
+             "settings: pressAgain is \"restart\" or \"stop\", not \"pause\"", "settings",
+             R"j("pressAgain": "restart")j"},
+    Mistaken{"StopAllTakenByASound",
+             R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "hotkey": "F7"} ]} ], "settings": {"stopAllHotkey": "F7"}})j",
+             0, -1, "the stop-everything hotkey was taken off", "settings", R"j("stopAllHotkey": null)j"}),
+    [](const ::testing::TestParamInfo<Mistaken>& info) { return std::string(info.param.name); });
+
+TEST_F(BoardOnDisk, AFileWithoutPagesIsSetAside) {
+  Write("{\"pages\": []}");
+  const LoadedBoard loaded = LoadBoard(path_);
+  ASSERT_EQ(LoadedBoard::State::Damaged, loaded.state);
+  EXPECT_NE(std::string::npos, loaded.problem.find("the file has no pages")) << loaded.problem;
+  EXPECT_TRUE(loaded.mistakes.empty());
+}
+
 TEST_F(BoardOnDisk, DamagedFileIsKeptAsideByteForByte) {
   const std::string damaged = "{\"pages\": [ {\"name\": \"Mine\", \"sounds\": [";
   Write(damaged);

@@ -13,11 +13,13 @@
 #include "support/WindowDriver.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <commctrl.h>
 #include <dlgs.h>
 #include <shellapi.h>
 
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -487,6 +489,32 @@ TEST(BoardWindow, DamagedFileIsKeptAsideAndMissingSoundsAreMarked) {
       << Utf8(board.Status());
   EXPECT_EQ(0, board.Quit());
   EXPECT_EQ(LoadedBoard::State::Read, LoadBoard(file).state);
+}
+
+// A board file with mistakes the board can show (a hotkey twice, a page name
+// twice) is loaded, not set aside: the status bar names the first mistake and
+// the sound that lost its hotkey is marked (the next save writes it put right).
+TEST(BoardWindow, AFileWithMistakesIsLoadedAndTheMistakesMarked) {
+  const std::wstring file = Scratch(L"board-mistakes.json");
+  const std::string a = Utf8(Sounds() + L"stays.wav"), b = Utf8(Sounds() + L"stopped.wav");
+  nlohmann::json text = {
+      {"pages",
+       {{{"name", "Mine"}, {"sounds", {{{"file", a}, {"hotkey", "Ctrl+Alt+7"}}, {{"file", b}, {"hotkey", "Ctrl+Alt+7"}}}}},
+        {{"name", "mine"}}}},
+      {"settings", {{"microphone", Utf8(kMic)}, {"keepInTray", false}}}};
+  std::ofstream(file.c_str(), std::ios::binary) << text.dump(2);
+  BoardProcess board(file, L"board-mistakes");
+  ASSERT_TRUE(board.Open());
+  EXPECT_TRUE(PollUntil([&] {
+    return board.Status() ==
+           L"The board file had 2 mistakes, put right and marked: \u201Cstopped\u201D: hotkey taken off.";
+  })) << Utf8(board.Status());
+  EXPECT_TRUE(board.ShowsButton(L"stays"));
+  EXPECT_TRUE(board.ShowsButton(L"stopped (hotkey taken off)"));
+  Screenshot(board.Window(), Scratch(L"board-mistakes.bmp"));
+  EXPECT_EQ(0, board.Quit());
+  // Nothing was changed, so nothing was saved: the file is the person's, as it was.
+  EXPECT_EQ(text.dump(2), ReadText(file));
 }
 
 // The board killed at random moments while it saves: the file is always a

@@ -29,30 +29,73 @@ Refusal CheckVolume(double volumeDb) {
 
 Board::Board() { pages_.push_back(Page{"Sounds", {}}); }
 
-std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std::string& error) {
+std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std::string& error,
+                                 std::vector<Mistake>* mistakes) {
   Board board;
   board.pages_.clear();
   // Each page and sound goes through the same checks as an edit would.
   for (Page& page : pages) {
+    const int index = static_cast<int>(board.pages_.size());
     if (Refusal refused = board.CheckPageName(page.name, std::nullopt)) {
-      error = *refused;
-      return std::nullopt;
+      if (mistakes == nullptr) {
+        error = *refused;
+        return std::nullopt;
+      }
+      const std::string base = Blank(page.name) ? "Page " + std::to_string(index + 1) : page.name;
+      std::string name = base;
+      for (int n = 2; board.CheckPageName(name, std::nullopt); ++n) name = base + " (" + std::to_string(n) + ")";
+      mistakes->push_back(
+          {0, index, "page " + std::to_string(index + 1) + ": " + *refused + "; it is \"" + name + "\" now", "renamed"});
+      page.name = name;
     }
     board.pages_.push_back(Page{page.name, {}});
     for (Sound& sound : page.sounds) {
-      Refusal refused = Blank(sound.name) ? Refusal("a sound's name is empty") : std::nullopt;
-      if (!refused) refused = CheckVolume(sound.volumeDb);
-      if (!refused) refused = board.CheckHotkey(sound.hotkey, kNewSound);
-      if (refused) {
-        error = "\"" + sound.name + "\": " + *refused;
-        return std::nullopt;
+      const uint32_t id = board.nextId_;
+      std::vector<std::pair<std::string, std::string>> putRight;  // what, mark
+      if (Blank(sound.name)) {
+        if (mistakes == nullptr) {
+          error = "\"" + sound.name + "\": a sound's name is empty";
+          return std::nullopt;
+        }
+        sound.name = NameFromFile(sound.file);
+        putRight.push_back({"its name was empty; it is named after its file", "named after its file"});
       }
+      if (Refusal refused = CheckVolume(sound.volumeDb)) {
+        if (mistakes == nullptr) {
+          error = "\"" + sound.name + "\": " + *refused;
+          return std::nullopt;
+        }
+        sound.volumeDb = std::clamp(sound.volumeDb, kMinVolumeDb, kMaxVolumeDb);
+        const std::string volume = std::to_string(static_cast<int>(sound.volumeDb)) + " dB";
+        putRight.push_back({*refused + "; its volume is " + volume + " now", "volume set to " + volume});
+      }
+      if (Refusal refused = board.CheckHotkey(sound.hotkey, kNewSound)) {
+        if (mistakes == nullptr) {
+          error = "\"" + sound.name + "\": " + *refused;
+          return std::nullopt;
+        }
+        sound.hotkey.reset();
+        putRight.push_back({*refused + "; its hotkey was taken off", "hotkey taken off"});
+      }
+      for (const auto& [what, mark] : putRight) mistakes->push_back({id, index, "\"" + sound.name + "\": " + what, mark});
       sound.id = board.nextId_++;
       board.pages_.back().sounds.push_back(std::move(sound));
     }
   }
   if (board.pages_.empty()) board.pages_.push_back(Page{"Sounds", {}});
-  if (Refusal refused = board.SetSettings(settings)) {
+  Refusal refused = board.SetSettings(settings);
+  // A key of the settings that clashes goes, push-to-talk first.
+  for (auto key : {&Settings::pushToTalkKey, &Settings::stopAllHotkey}) {
+    if (!refused || mistakes == nullptr) break;
+    if (!(settings.*key)) continue;
+    mistakes->push_back({0, -1, "settings: " + *refused + "; " +
+                                    (key == &Settings::pushToTalkKey ? "the push-to-talk key" : "the stop-everything hotkey") +
+                                    " was taken off",
+                         "settings"});
+    (settings.*key).reset();
+    refused = board.SetSettings(settings);
+  }
+  if (refused) {
     error = *refused;
     return std::nullopt;
   }

@@ -60,13 +60,28 @@ struct Change {
 // The result of an edit: empty when it was made, else why it was refused.
 using Refusal = std::optional<std::string>;
 
+// A mistake in a board file that loading put right, and where: a sound (its
+// id), a page (its index), or the settings (neither).
+struct Mistake {
+  uint32_t sound = 0;
+  int page = -1;
+  std::string what;  // what was wrong and what it is now, one line
+  std::string mark;  // a few words for where it is shown: "hotkey taken off", "renamed"
+};
+
 class Board {
  public:
   // A board with one page, "Sounds".
   Board();
   // A board made of these pages and settings, if they keep the rules;
-  // otherwise nullopt and `error` names the first rule they break.
-  static std::optional<Board> From(std::vector<Page> pages, Settings settings, std::string& error);
+  // otherwise nullopt and `error` names the first rule they break. Given
+  // `mistakes`, what breaks a rule is put right instead and listed there: a
+  // repeated or empty page name gets a name of its own, a sound without a
+  // name its file's, a volume out of range the nearest in it, a hotkey that
+  // cannot be (taken, or pressed by push-to-talk) is taken off, and so is a
+  // push-to-talk or stop-everything key that clashes.
+  static std::optional<Board> From(std::vector<Page> pages, Settings settings, std::string& error,
+                                   std::vector<Mistake>* mistakes = nullptr);
 
   void SetListener(std::function<void(const Change&)> listener) { listener_ = std::move(listener); }
 

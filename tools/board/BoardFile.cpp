@@ -77,11 +77,12 @@ LoadedBoard LoadBoard(const std::wstring& path) {
     return loaded;
   }
   std::string why;
-  if (std::optional<Board> board = FromJson(text, why)) {
+  if (std::optional<Board> board = FromJson(text, why, &loaded.mistakes)) {
     loaded.board = std::move(*board);
     loaded.state = LoadedBoard::State::Read;
     return loaded;
   }
+  loaded.mistakes.clear();
   loaded.problem = Utf8(path) + " is not a board that can be read (" + why + ")";
   const std::wstring aside = DamagedName(path);
   if (!MoveFileExW(path.c_str(), aside.c_str(), MOVEFILE_WRITE_THROUGH)) {

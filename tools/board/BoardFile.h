@@ -7,6 +7,7 @@
 #include "board/Board.h"
 
 #include <string>
+#include <vector>
 
 namespace quillon::board {
 
@@ -24,6 +25,7 @@ struct LoadedBoard {
   State state = State::New;
   std::wstring keptAs;  // Damaged: where the file is now
   std::string problem;  // Damaged, Locked: what was wrong, one line
+  std::vector<Mistake> mistakes;  // Read: the mistakes in the file that loading put right
 };
 
 LoadedBoard LoadBoard(const std::wstring& path);

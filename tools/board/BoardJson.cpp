@@ -60,7 +60,18 @@ std::string ToJson(const Board& board) {
   return file.dump(2) + "\n";
 }
 
-std::optional<Board> FromJson(const std::string& text, std::string& error) {
+std::optional<Board> FromJson(const std::string& text, std::string& error, std::vector<Mistake>* mistakes) {
+  // A key that is no key is taken off when mistakes are put right.
+  const auto readChord = [&](const json& object, const char* member, const std::string& where, uint32_t sound,
+                             int page) -> std::optional<tools::KeyChord> {
+    try {
+      return ReadChord(object, member);
+    } catch (const std::invalid_argument& e) {
+      if (mistakes == nullptr) throw;
+      mistakes->push_back({sound, page, where + e.what() + "; it was taken off", "hotkey taken off"});
+      return std::nullopt;
+    }
+  };
   try {
     const json file = json::parse(text);
     if (!file.is_object()) throw std::invalid_argument("the file is not a JSON object");
@@ -69,13 +80,17 @@ std::optional<Board> FromJson(const std::string& text, std::string& error) {
       throw std::invalid_argument("version " + std::to_string(version) + " is newer than this board reads");
     }
     std::vector<Page> pages;
+    size_t sounds = 0;
     for (const json& p : file.at("pages")) {
       Page page{p.at("name").get<std::string>(), {}};
       for (const json& s : Read(p, "sounds", json::array())) {
         Sound sound;
         sound.file = s.at("file").get<std::string>();
         sound.name = Read(s, "name", Board::NameFromFile(sound.file));
-        sound.hotkey = ReadChord(s, "hotkey");
+        // (The sound's id is the count of sounds before it, plus one, as Board::From gives them.)
+        sound.hotkey = readChord(s, "hotkey", "\"" + sound.name + "\": ", static_cast<uint32_t>(sounds + 1),
+                                 static_cast<int>(pages.size()));
+        ++sounds;
         sound.volumeDb = Read(s, "volumeDb", 0.0);
         page.sounds.push_back(std::move(sound));
       }
@@ -87,17 +102,20 @@ std::optional<Board> FromJson(const std::string& text, std::string& error) {
     settings.overlap = Read(s, "overlap", settings.overlap);
     const std::string pressAgain = Read(s, "pressAgain", std::string(PressAgainText(settings.pressAgain)));
     if (pressAgain != "restart" && pressAgain != "stop") {
-      throw std::invalid_argument("pressAgain is \"restart\" or \"stop\", not \"" + pressAgain + "\"");
+      const std::string why = "pressAgain is \"restart\" or \"stop\", not \"" + pressAgain + "\"";
+      if (mistakes == nullptr) throw std::invalid_argument(why);
+      mistakes->push_back({0, -1, "settings: " + why + "; it is \"restart\" now", "settings"});
     }
     settings.pressAgain = pressAgain == "stop" ? PressAgain::Stop : PressAgain::Restart;
-    settings.stopAllHotkey = ReadChord(s, "stopAllHotkey");
+    settings.stopAllHotkey = readChord(s, "stopAllHotkey", "settings: ", 0, -1);
     settings.monitor = Read(s, "monitor", settings.monitor);
     settings.monitorDevice = Read(s, "monitorDevice", settings.monitorDevice);
     settings.monitorVolumeDb = Read(s, "monitorVolumeDb", settings.monitorVolumeDb);
-    settings.pushToTalkKey = ReadChord(s, "pushToTalkKey");
+    settings.pushToTalkKey = readChord(s, "pushToTalkKey", "settings: ", 0, -1);
     settings.pushToTalkTailMs = Read(s, "pushToTalkTailMs", settings.pushToTalkTailMs);
     settings.keepInTray = Read(s, "keepInTray", settings.keepInTray);
-    return Board::From(std::move(pages), settings, error);
+    if (pages.empty()) throw std::invalid_argument("the file has no pages");
+    return Board::From(std::move(pages), settings, error, mistakes);
   } catch (const std::exception& e) {
     // The library's messages start with their own code ("[json.exception.parse_error.101] ").
     error = e.what();

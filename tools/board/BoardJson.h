@@ -10,6 +10,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quillon::board {
 
@@ -20,6 +21,10 @@ std::string ToJson(const Board& board);
 
 // The board the text describes; nullopt when the text is not JSON, does not
 // follow the schema, or breaks a rule of the board, and `error` says where.
-std::optional<Board> FromJson(const std::string& text, std::string& error);
+// Given `mistakes`, a rule broken (or a key or setting that is no key or
+// setting) is put right and listed there instead (see Board::From); a file
+// with no pages is still refused.
+std::optional<Board> FromJson(const std::string& text, std::string& error,
+                              std::vector<Mistake>* mistakes = nullptr);
 
 }  // namespace quillon::board

@@ -48,6 +48,26 @@ MainWindow::MainWindow(LoadedBoard loaded, std::wstring path)
   } else if (loaded.state == LoadedBoard::State::Locked) {
     startProblem_ = Wide(loaded.problem) + L". The board starts empty and saves nothing over it.";
   }
+  if (!loaded.mistakes.empty()) {
+    // The first in a few words: where it is and what was done (the whole of it is long for the status bar).
+    const Mistake& first = loaded.mistakes.front();
+    const Sound* sound = board_.Find(first.sound);
+    const std::wstring where =
+        sound != nullptr ? L"\u201C" + Wide(sound->name) + L"\u201D: " + Wide(first.mark)
+        : first.page >= 0 ? L"page \u201C" + Wide(board_.Pages()[static_cast<size_t>(first.page)].name) + L"\u201D " +
+                                Wide(first.mark)
+                          : Wide(first.what);
+    const size_t count = loaded.mistakes.size();
+    startProblem_ = L"The board file had " + std::to_wstring(count) + (count == 1 ? L" mistake" : L" mistakes") +
+                    L", put right and marked: " + where + L".";
+  }
+  for (const Mistake& mistake : loaded.mistakes) {
+    if (mistake.sound != 0) {
+      soundMarks_[mistake.sound] = Wide(mistake.mark);
+    } else if (mistake.page >= 0 && static_cast<size_t>(mistake.page) < board_.Pages().size()) {
+      renamedPages_.insert(board_.Pages()[static_cast<size_t>(mistake.page)].name);
+    }
+  }
 }
 
 bool MainWindow::Create(int show) {
@@ -190,7 +210,7 @@ void MainWindow::ShowPages() {
   TabCtrl_DeleteAllItems(tabs_);
   const auto& pages = board_.Pages();
   for (size_t i = 0; i < pages.size(); ++i) {
-    std::wstring name = Wide(pages[i].name);
+    std::wstring name = Wide(pages[i].name) + (renamedPages_.count(pages[i].name) ? L" (renamed)" : L"");
     TCITEMW item{TCIF_TEXT};
     item.pszText = name.data();
     TabCtrl_InsertItem(tabs_, static_cast<int>(i), &item);
@@ -207,11 +227,15 @@ void MainWindow::ShowSounds() {
   for (const Sound& sound : board_.Pages()[page_].sounds) {
     SoundView view{sound.id, Wide(sound.name), sound.hotkey ? Wide(sound.hotkey->Text()) : L"", false};
     const auto conflict = hotkeys_->Conflicts().find(PlayCommandOf(sound.id));
+    const auto mark = soundMarks_.find(sound.id);
     if (!FileExists(sound.file)) {
       view.detail = L"file missing";
       view.problem = true;
     } else if (conflict != hotkeys_->Conflicts().end()) {
       view.detail = view.detail + L" taken by another program";
+      view.problem = true;
+    } else if (mark != soundMarks_.end()) {
+      view.detail = mark->second;
       view.problem = true;
     }
     views.push_back(std::move(view));
@@ -256,6 +280,8 @@ void MainWindow::OnBoardChanged(const Change& change) {
   switch (change.kind) {
     case Change::Kind::Pages: ShowPages(); break;
     case Change::Kind::Sound:
+      soundMarks_.erase(change.sound);  // changed by hand: what loading put right is no news
+      [[fallthrough]];
     case Change::Kind::Sounds:
       hotkeys_->Sync(board_);
       ShowSounds();

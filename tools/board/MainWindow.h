@@ -19,7 +19,9 @@
 
 #include <shellapi.h>
 
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -103,6 +105,9 @@ class MainWindow : public WindowClass<MainWindow> {
   bool saveBlocked_;  // the file on disk could not be read: never written over
   std::wstring saveProblem_;  // why the last save failed, shown until one succeeds
   std::wstring startProblem_;
+  // What loading the file put right: marked on the sound's button or the page's tab.
+  std::map<uint32_t, std::wstring> soundMarks_;
+  std::set<std::string> renamedPages_;
   UiFont font_;
   SoundGrid grid_;
   MicrophoneRow micRow_;
