@@ -297,10 +297,32 @@ INSTANTIATE_TEST_SUITE_P(Table, MistakenFile, ::testing::Values(
     Mistaken{"UnknownPressAgain", R"j({"pages": [ {"name": "A"} ], "settings": {"pressAgain": "pause"}})j", 0, -1,
              "settings: pressAgain is \"restart\" or \"stop\", not \"pause\"", "settings",
              R"j("pressAgain": "restart")j"},
+    Mistaken{"NoColour", R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "color": "teal"} ]} ]})j", 1, 0,
+             "\"a\": color: \"teal\" is not #rrggbb; it was taken off", "colour taken off", R"j("volumeDb": 0.0
+        })j"},
     Mistaken{"StopAllTakenByASound",
              R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "hotkey": "F7"} ]} ], "settings": {"stopAllHotkey": "F7"}})j",
              0, -1, "the stop-everything hotkey was taken off", "settings", R"j("stopAllHotkey": null)j"}),
     [](const ::testing::TestParamInfo<Mistaken>& info) { return std::string(info.param.name); });
+
+// A sound's colour goes to the file as #rrggbb and comes back, in either case;
+// one that is none is not written.
+TEST(BoardText, ColoursGoAndComeBack) {
+  Board board;
+  const std::vector<uint32_t> ids = board.AddSounds(0, {"a.wav", "b.wav"});
+  ASSERT_FALSE(board.SetColor(ids[0], Palette()[5].rgb));
+  const std::string text = ToJson(board);
+  EXPECT_NE(std::string::npos, text.find("\"color\": \"#00897b\"")) << text;
+  EXPECT_EQ(1u, std::count(text.begin(), text.end(), '#')) << text;
+  std::string error;
+  const std::optional<Board> read = FromJson(text, error);
+  ASSERT_TRUE(read) << error;
+  EXPECT_EQ(Palette()[5].rgb, read->Pages()[0].sounds[0].color);
+  EXPECT_FALSE(read->Pages()[0].sounds[1].color);
+  EXPECT_EQ(0xABCDEFu, ParseColor("#AbCdEf"));
+  for (const char* bad : {"#abcde", "abcdef1", "#abcdeg", "", "#1234567"}) EXPECT_FALSE(ParseColor(bad)) << bad;
+  EXPECT_EQ(12u, Palette().size());
+}
 
 TEST_F(BoardOnDisk, AFileWithoutPagesIsSetAside) {
   Write("{\"pages\": []}");

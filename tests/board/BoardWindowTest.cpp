@@ -517,6 +517,59 @@ TEST(BoardWindow, AFileWithMistakesIsLoadedAndTheMistakesMarked) {
   EXPECT_EQ(text.dump(2), ReadText(file));
 }
 
+// How many pixels of a 24-bit BMP (as Screenshot writes it) are this 0xRRGGBB.
+size_t PixelsOf(const std::wstring& bmp, uint32_t rgb) {
+  const std::string bytes = ReadText(bmp);
+  if (bytes.size() < 54) return 0;
+  const int32_t width = *reinterpret_cast<const int32_t*>(bytes.data() + 18);
+  const size_t row = (static_cast<size_t>(width) * 3 + 3) & ~size_t{3};
+  size_t count = 0;
+  for (size_t at = 54; at + row <= bytes.size(); at += row) {
+    for (size_t x = 0; x < static_cast<size_t>(width); ++x) {
+      const auto* p = reinterpret_cast<const unsigned char*>(bytes.data() + at + x * 3);
+      count += (static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[1]) << 8 | p[0]) == rgb;
+    }
+  }
+  return count;
+}
+
+// A colour chosen in the sound's editor is saved, and after the board starts
+// again its button is drawn in it; the other sound keeps the theme's button.
+TEST(BoardWindow, AColourChosenForASoundIsSavedAndDrawn) {
+  const std::wstring file = MakeBoardFile(
+      L"board-colour", {{Sounds() + L"stays.wav", "Ctrl+Alt+3"}, {Sounds() + L"stopped.wav", "Ctrl+Alt+4"}},
+      "Ctrl+Alt+0");
+  constexpr uint32_t kTeal = 0x00897B;
+  {
+    BoardProcess board(file, L"board-colour");
+    ASSERT_TRUE(board.Open());
+    PostMessageW(board.Window(), WM_COMMAND, board::kEditSound, 0);
+    HWND editor = nullptr;
+    ASSERT_TRUE(PollUntil([&] {
+      editor = FindWindowW(nullptr, L"Edit sound");
+      return editor != nullptr && IsWindowVisible(editor);
+    }));
+    const HWND colors = GetDlgItem(editor, IDC_SOUND_COLOR);
+    ASSERT_EQ(13, SendMessageW(colors, CB_GETCOUNT, 0, 0)) << "none and twelve colours";
+    EXPECT_EQ(0, SendMessageW(colors, CB_GETCURSEL, 0, 0));
+    SendMessageW(colors, CB_SETCURSEL, 6, 0);  // Teal
+    PostMessageW(editor, WM_COMMAND, IDOK, 0);
+    ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
+    EXPECT_EQ(0, board.Quit());
+  }
+  const LoadedBoard saved = LoadBoard(file);
+  ASSERT_TRUE(saved.board.Pages()[0].sounds[0].color);
+  EXPECT_EQ(kTeal, *saved.board.Pages()[0].sounds[0].color);
+  EXPECT_FALSE(saved.board.Pages()[0].sounds[1].color);
+
+  BoardProcess board(file, L"board-colour");
+  ASSERT_TRUE(board.Open());
+  const std::wstring shot = Scratch(L"board-colour.bmp");
+  ASSERT_TRUE(PollUntil([&] { return Screenshot(board.Window(), shot) && PixelsOf(shot, kTeal) > 1000; }))
+      << PixelsOf(shot, kTeal) << " teal pixels";
+  EXPECT_EQ(0, board.Quit());
+}
+
 // The board killed at random moments while it saves: the file is always a
 // whole board, the last one saved or the one before.
 TEST(BoardWindow, KilledWhileSavingLeavesAWholeBoard) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 
 namespace quillon::board {
 namespace {
@@ -242,6 +243,43 @@ Refusal Board::SetVolume(uint32_t id, double volumeDb) {
   sound->volumeDb = volumeDb;
   Changed({Change::Kind::Sound, id});
   return std::nullopt;
+}
+
+Refusal Board::SetColor(uint32_t id, std::optional<uint32_t> color) {
+  Sound* sound = FindMutable(id);
+  if (!sound) return "no such sound";
+  if (color && *color > 0xFFFFFF) return "a colour is #rrggbb";
+  sound->color = color;
+  Changed({Change::Kind::Sound, id});
+  return std::nullopt;
+}
+
+const std::vector<NamedColor>& Palette() {
+  // Twelve that tell apart well, light and dark.
+  static const std::vector<NamedColor> colors = {
+      {"Red", 0xE53935},    {"Orange", 0xFB8C00}, {"Yellow", 0xFDD835}, {"Lime", 0xC0CA33},
+      {"Green", 0x43A047},  {"Teal", 0x00897B},   {"Sky", 0x4FC3F7},    {"Blue", 0x1E88E5},
+      {"Indigo", 0x3949AB}, {"Purple", 0x8E24AA}, {"Pink", 0xF06292},   {"Grey", 0x757575},
+  };
+  return colors;
+}
+
+std::string ColorText(uint32_t rgb) {
+  char text[8];
+  std::snprintf(text, sizeof(text), "#%06x", static_cast<unsigned>(rgb & 0xFFFFFF));
+  return text;
+}
+
+std::optional<uint32_t> ParseColor(const std::string& text) {
+  if (text.size() != 7 || text[0] != '#') return std::nullopt;
+  uint32_t rgb = 0;
+  for (size_t i = 1; i < 7; ++i) {
+    const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
+    const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+    if (digit < 0) return std::nullopt;
+    rgb = rgb * 16 + static_cast<uint32_t>(digit);
+  }
+  return rgb;
 }
 
 Refusal Board::RemoveSound(uint32_t id) {

@@ -27,7 +27,19 @@ struct Sound {
   std::string name;
   std::optional<tools::KeyChord> hotkey;
   double volumeDb = 0.0;
+  std::optional<uint32_t> color;  // 0xRRGGBB its button is drawn in, or none
 };
+
+// The colours a sound's dialog offers, by name.
+struct NamedColor {
+  const char* name;
+  uint32_t rgb;  // 0xRRGGBB
+};
+const std::vector<NamedColor>& Palette();
+// "#rrggbb"
+std::string ColorText(uint32_t rgb);
+// The colour of a "#rrggbb" text (either case), or nothing.
+std::optional<uint32_t> ParseColor(const std::string& text);
 
 struct Page {
   std::string name;
@@ -105,6 +117,7 @@ class Board {
   Refusal RenameSound(uint32_t id, const std::string& name);
   Refusal SetHotkey(uint32_t id, const std::optional<tools::KeyChord>& hotkey);
   Refusal SetVolume(uint32_t id, double volumeDb);
+  Refusal SetColor(uint32_t id, std::optional<uint32_t> color);
   Refusal RemoveSound(uint32_t id);
   // Moves the sound to `index` of `page` (clamped to the page's end).
   Refusal MoveSound(uint32_t id, size_t page, size_t index);

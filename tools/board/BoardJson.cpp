@@ -36,10 +36,12 @@ std::string ToJson(const Board& board) {
   for (const Page& page : board.Pages()) {
     json sounds = json::array();
     for (const Sound& sound : page.sounds) {
-      sounds.push_back({{"file", sound.file},
-                        {"name", sound.name},
-                        {"hotkey", ChordJson(sound.hotkey)},
-                        {"volumeDb", sound.volumeDb}});
+      json entry = {{"file", sound.file},
+                    {"name", sound.name},
+                    {"hotkey", ChordJson(sound.hotkey)},
+                    {"volumeDb", sound.volumeDb}};
+      if (sound.color) entry["color"] = ColorText(*sound.color);
+      sounds.push_back(std::move(entry));
     }
     pages.push_back({{"name", page.name}, {"sounds", std::move(sounds)}});
   }
@@ -92,6 +94,16 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
                                  static_cast<int>(pages.size()));
         ++sounds;
         sound.volumeDb = Read(s, "volumeDb", 0.0);
+        const std::string color = Read(s, "color", std::string());
+        if (!color.empty()) {
+          sound.color = ParseColor(color);
+          const std::string why = "color: \"" + color + "\" is not #rrggbb";
+          if (!sound.color && mistakes == nullptr) throw std::invalid_argument(why);
+          if (!sound.color) {
+            mistakes->push_back({static_cast<uint32_t>(sounds), static_cast<int>(pages.size()),
+                                 "\"" + sound.name + "\": " + why + "; it was taken off", "colour taken off"});
+          }
+        }
         page.sounds.push_back(std::move(sound));
       }
       pages.push_back(std::move(page));

@@ -226,6 +226,7 @@ void MainWindow::ShowSounds() {
   std::vector<SoundView> views;
   for (const Sound& sound : board_.Pages()[page_].sounds) {
     SoundView view{sound.id, Wide(sound.name), sound.hotkey ? Wide(sound.hotkey->Text()) : L"", false};
+    view.color = sound.color;
     const auto conflict = hotkeys_->Conflicts().find(PlayCommandOf(sound.id));
     const auto mark = soundMarks_.find(sound.id);
     if (!FileExists(sound.file)) {

@@ -45,6 +45,19 @@ BOOL SoundDialog::OnInit() {
   wchar_t volume[32];
   std::swprintf(volume, 32, L"%g", sound->volumeDb);
   SetDlgItemTextW(hwnd_, IDC_SOUND_VOLUME, volume);
+  // None, then the palette; a colour of the file that is not in it is kept as "Other".
+  const HWND colors = GetDlgItem(hwnd_, IDC_SOUND_COLOR);
+  SendMessageW(colors, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(L"None"));
+  int selected = 0;
+  for (size_t i = 0; i < Palette().size(); ++i) {
+    SendMessageW(colors, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(tools::Wide(Palette()[i].name).c_str()));
+    if (sound->color == Palette()[i].rgb) selected = static_cast<int>(i) + 1;
+  }
+  if (sound->color && selected == 0) {
+    const std::wstring other = L"Other (" + tools::Wide(ColorText(*sound->color)) + L")";
+    selected = static_cast<int>(SendMessageW(colors, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(other.c_str())));
+  }
+  SendMessageW(colors, CB_SETCURSEL, static_cast<WPARAM>(selected), 0);
   return TRUE;
 }
 
@@ -86,6 +99,12 @@ bool SoundDialog::OnOk() {
   board_.RenameSound(sound_, name);
   board_.SetHotkey(sound_, hotkey);
   board_.SetVolume(sound_, volume);
+  const LRESULT chosen = SendDlgItemMessageW(hwnd_, IDC_SOUND_COLOR, CB_GETCURSEL, 0, 0);
+  if (chosen == 0) {
+    board_.SetColor(sound_, std::nullopt);
+  } else if (chosen > 0 && static_cast<size_t>(chosen) <= Palette().size()) {
+    board_.SetColor(sound_, Palette()[static_cast<size_t>(chosen) - 1].rgb);
+  }  // ("Other" keeps the file's colour)
   return true;
 }
 

@@ -119,7 +119,26 @@ void SoundGrid::Draw(const DRAWITEMSTRUCT& item) {
   HDC dc = item.hDC;
   RECT r = item.rcItem;
   const bool pressed = item.itemState & ODS_SELECTED;
-  if (HTHEME theme = OpenThemeData(item.hwndItem, L"BUTTON")) {
+  // A sound's colour, unless high contrast asks for the system's colours only.
+  HIGHCONTRASTW contrast{sizeof(contrast)};
+  const bool highContrast =
+      SystemParametersInfoW(SPI_GETHIGHCONTRAST, sizeof(contrast), &contrast, 0) && (contrast.dwFlags & HCF_HIGHCONTRASTON);
+  const bool colored = sound.color && !highContrast;
+  const COLORREF fill = colored ? RGB(*sound.color >> 16, (*sound.color >> 8) & 0xFF, *sound.color & 0xFF) : 0;
+  // Dark text on a light colour, light text on a dark one (by perceived brightness).
+  const bool lightFill = colored && (GetRValue(fill) * 299 + GetGValue(fill) * 587 + GetBValue(fill) * 114) / 1000 >= 140;
+  if (colored) {
+    FillRect(dc, &r, GetSysColorBrush(COLOR_WINDOW));
+    HBRUSH brush = CreateSolidBrush(fill);
+    HPEN pen = CreatePen(PS_SOLID, 1, pressed ? GetSysColor(COLOR_HIGHLIGHT) : GetSysColor(COLOR_BTNSHADOW));
+    const HGDIOBJ oldBrush = SelectObject(dc, brush), oldPen = SelectObject(dc, pen);
+    const int round = font_->Scale(6);
+    RoundRect(dc, r.left, r.top, r.right, r.bottom, round, round);
+    SelectObject(dc, oldBrush);
+    SelectObject(dc, oldPen);
+    DeleteObject(brush);
+    DeleteObject(pen);
+  } else if (HTHEME theme = OpenThemeData(item.hwndItem, L"BUTTON")) {
     const int state = pressed ? PBS_PRESSED : (item.itemState & ODS_FOCUS) ? PBS_DEFAULTED : PBS_NORMAL;
     FillRect(dc, &r, GetSysColorBrush(COLOR_WINDOW));  // the grid's own background around the rounded corners
     DrawThemeBackground(theme, dc, BP_PUSHBUTTON, state, &r, nullptr);
@@ -139,10 +158,13 @@ void SoundGrid::Draw(const DRAWITEMSTRUCT& item) {
   RECT detail{r.left + pad, bar.top - font_->Scale(2) - lineHeight, r.right - pad, bar.top - font_->Scale(2)};
   RECT name{r.left + pad, r.top + pad, r.right - pad, detail.top};
   HGDIOBJ old = SelectObject(dc, font_->Bold());
-  SetTextColor(dc, GetSysColor(COLOR_BTNTEXT));
+  const COLORREF text = !colored ? GetSysColor(COLOR_BTNTEXT) : lightFill ? RGB(0x10, 0x10, 0x10) : RGB(0xFF, 0xFF, 0xFF);
+  SetTextColor(dc, text);
   DrawTextW(dc, sound.name.c_str(), -1, &name, DT_CENTER | DT_WORDBREAK | DT_END_ELLIPSIS | DT_NOPREFIX | DT_EDITCONTROL);
   SelectObject(dc, font_->Normal());
-  SetTextColor(dc, sound.problem ? RGB(0xB0, 0x20, 0x20) : GetSysColor(COLOR_GRAYTEXT));
+  SetTextColor(dc, colored ? text
+                   : sound.problem ? RGB(0xB0, 0x20, 0x20)
+                                   : GetSysColor(COLOR_GRAYTEXT));
   DrawTextW(dc, sound.detail.c_str(), -1, &detail, DT_CENTER | DT_SINGLELINE | DT_END_ELLIPSIS | DT_NOPREFIX);
   SelectObject(dc, old);
   if (item.itemState & ODS_FOCUS) {

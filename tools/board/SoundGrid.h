@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,7 @@ struct SoundView {
   std::wstring name;
   std::wstring detail;  // the second line: the hotkey, or a problem
   bool problem = false;  // the detail is a problem (drawn as a warning)
+  std::optional<uint32_t> color;  // 0xRRGGBB the button is drawn in, or the theme's
 };
 
 class SoundGrid : public WindowClass<SoundGrid> {
