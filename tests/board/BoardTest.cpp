@@ -300,6 +300,9 @@ INSTANTIATE_TEST_SUITE_P(Table, MistakenFile, ::testing::Values(
     Mistaken{"NoColour", R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "color": "teal"} ]} ]})j", 1, 0,
              "\"a\": color: \"teal\" is not #rrggbb; it was taken off", "colour taken off", R"j("volumeDb": 0.0
         })j"},
+    Mistaken{"UnknownButtonSize", R"j({"pages": [ {"name": "A"} ], "settings": {"buttonSize": "huge"}})j", 0, -1,
+             "settings: buttonSize is \"small\", \"medium\" or \"large\", not \"huge\"", "settings",
+             R"j("buttonSize": "medium")j"},
     Mistaken{"StopAllTakenByASound",
              R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "hotkey": "F7"} ]} ], "settings": {"stopAllHotkey": "F7"}})j",
              0, -1, "the stop-everything hotkey was taken off", "settings", R"j("stopAllHotkey": null)j"}),
@@ -322,6 +325,19 @@ TEST(BoardText, ColoursGoAndComeBack) {
   EXPECT_EQ(0xABCDEFu, ParseColor("#AbCdEf"));
   for (const char* bad : {"#abcde", "abcdef1", "#abcdeg", "", "#1234567"}) EXPECT_FALSE(ParseColor(bad)) << bad;
   EXPECT_EQ(12u, Palette().size());
+}
+
+TEST(BoardText, TheButtonSizeGoesAndComesBack) {
+  for (const ButtonSize size : {ButtonSize::Small, ButtonSize::Medium, ButtonSize::Large}) {
+    Board board;
+    Settings settings = board.GetSettings();
+    settings.buttonSize = size;
+    ASSERT_FALSE(board.SetSettings(settings));
+    std::string error;
+    const std::optional<Board> read = FromJson(ToJson(board), error);
+    ASSERT_TRUE(read) << error;
+    EXPECT_EQ(size, read->GetSettings().buttonSize);
+  }
 }
 
 TEST_F(BoardOnDisk, AFileWithoutPagesIsSetAside) {

@@ -533,13 +533,24 @@ size_t PixelsOf(const std::wstring& bmp, uint32_t rgb) {
   return count;
 }
 
-// A colour chosen in the sound's editor is saved, and after the board starts
-// again its button is drawn in it; the other sound keeps the theme's button.
-TEST(BoardWindow, AColourChosenForASoundIsSavedAndDrawn) {
+// The width of the first sound's button, in pixels.
+int FirstButtonWidth(HWND window) {
+  const std::vector<HWND> grids = Descendants(window, L"QuillonSoundGrid");
+  const std::vector<HWND> buttons = grids.empty() ? std::vector<HWND>{} : Descendants(grids.front(), L"Button");
+  RECT r{};
+  if (buttons.empty() || !GetWindowRect(buttons.front(), &r)) return 0;
+  return r.right - r.left;
+}
+
+// A colour chosen in the sound's editor and large buttons chosen in the
+// settings are saved; after the board starts again the button is drawn in the
+// colour, at the large size, and the other sound keeps the theme's button.
+TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
   const std::wstring file = MakeBoardFile(
       L"board-colour", {{Sounds() + L"stays.wav", "Ctrl+Alt+3"}, {Sounds() + L"stopped.wav", "Ctrl+Alt+4"}},
       "Ctrl+Alt+0");
   constexpr uint32_t kTeal = 0x00897B;
+  int large = 0;
   {
     BoardProcess board(file, L"board-colour");
     ASSERT_TRUE(board.Open());
@@ -555,18 +566,37 @@ TEST(BoardWindow, AColourChosenForASoundIsSavedAndDrawn) {
     SendMessageW(colors, CB_SETCURSEL, 6, 0);  // Teal
     PostMessageW(editor, WM_COMMAND, IDOK, 0);
     ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
+
+    const int medium = FirstButtonWidth(board.Window());
+    ASSERT_GT(medium, 0);
+    PostMessageW(board.Window(), WM_COMMAND, board::kSettings, 0);
+    HWND settings = nullptr;
+    ASSERT_TRUE(PollUntil([&] {
+      settings = FindWindowW(nullptr, L"Settings");
+      return settings != nullptr && IsWindowVisible(settings);
+    }));
+    const HWND sizes = GetDlgItem(settings, IDC_SET_BUTTON_SIZE);
+    EXPECT_EQ(1, SendMessageW(sizes, CB_GETCURSEL, 0, 0)) << "medium at first";
+    SendMessageW(sizes, CB_SETCURSEL, 2, 0);
+    PostMessageW(settings, WM_COMMAND, IDOK, 0);
+    ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Settings") == nullptr; }));
+    EXPECT_TRUE(PollUntil([&] { return FirstButtonWidth(board.Window()) >= medium * 13 / 10; }))
+        << FirstButtonWidth(board.Window()) << " px, medium " << medium;
+    large = FirstButtonWidth(board.Window());
     EXPECT_EQ(0, board.Quit());
   }
   const LoadedBoard saved = LoadBoard(file);
   ASSERT_TRUE(saved.board.Pages()[0].sounds[0].color);
   EXPECT_EQ(kTeal, *saved.board.Pages()[0].sounds[0].color);
   EXPECT_FALSE(saved.board.Pages()[0].sounds[1].color);
+  EXPECT_EQ(board::ButtonSize::Large, saved.board.GetSettings().buttonSize);
 
   BoardProcess board(file, L"board-colour");
   ASSERT_TRUE(board.Open());
   const std::wstring shot = Scratch(L"board-colour.bmp");
   ASSERT_TRUE(PollUntil([&] { return Screenshot(board.Window(), shot) && PixelsOf(shot, kTeal) > 1000; }))
       << PixelsOf(shot, kTeal) << " teal pixels";
+  EXPECT_EQ(large, FirstButtonWidth(board.Window()));
   EXPECT_EQ(0, board.Quit());
 }
 

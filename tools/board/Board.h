@@ -46,6 +46,9 @@ struct Page {
   std::vector<Sound> sounds;
 };
 
+// How large the sound buttons are drawn.
+enum class ButtonSize { Small, Medium, Large };
+
 // What pressing a sound that is already playing does.
 enum class PressAgain { Restart, Stop };
 
@@ -60,6 +63,7 @@ struct Settings {
   std::optional<tools::KeyChord> pushToTalkKey;
   uint32_t pushToTalkTailMs = 300;
   bool keepInTray = true;  // closing the window keeps the board running
+  ButtonSize buttonSize = ButtonSize::Medium;
 };
 
 // What an edit changed, for the listener: the pages (their list or names),

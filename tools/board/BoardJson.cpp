@@ -1,5 +1,8 @@
 #include "board/BoardJson.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include <nlohmann/json.hpp>
 
 namespace quillon::board {
@@ -29,6 +32,8 @@ T Read(const json& object, const char* member, T fallback) {
 
 const char* PressAgainText(PressAgain p) { return p == PressAgain::Stop ? "stop" : "restart"; }
 
+const char* const kButtonSizes[] = {"small", "medium", "large"};
+
 }  // namespace
 
 std::string ToJson(const Board& board) {
@@ -57,6 +62,7 @@ std::string ToJson(const Board& board) {
       {"pushToTalkKey", ChordJson(s.pushToTalkKey)},
       {"pushToTalkTailMs", s.pushToTalkTailMs},
       {"keepInTray", s.keepInTray},
+      {"buttonSize", kButtonSizes[static_cast<int>(s.buttonSize)]},
   };
   const json file = {{"version", kBoardFileVersion}, {"pages", std::move(pages)}, {"settings", settings}};
   return file.dump(2) + "\n";
@@ -126,6 +132,15 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
     settings.pushToTalkKey = readChord(s, "pushToTalkKey", "settings: ", 0, -1);
     settings.pushToTalkTailMs = Read(s, "pushToTalkTailMs", settings.pushToTalkTailMs);
     settings.keepInTray = Read(s, "keepInTray", settings.keepInTray);
+    const std::string size = Read(s, "buttonSize", std::string("medium"));
+    const auto known = std::find(std::begin(kButtonSizes), std::end(kButtonSizes), size);
+    if (known != std::end(kButtonSizes)) {
+      settings.buttonSize = static_cast<ButtonSize>(known - std::begin(kButtonSizes));
+    } else {
+      const std::string why = "buttonSize is \"small\", \"medium\" or \"large\", not \"" + size + "\"";
+      if (mistakes == nullptr) throw std::invalid_argument(why);
+      mistakes->push_back({0, -1, "settings: " + why + "; it is \"medium\" now", "settings"});
+    }
     if (pages.empty()) throw std::invalid_argument("the file has no pages");
     return Board::From(std::move(pages), settings, error, mistakes);
   } catch (const std::exception& e) {

@@ -136,6 +136,7 @@ BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
   tabs_ = CreateWindowExW(0, WC_TABCONTROLW, L"Pages", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_CLIPSIBLINGS, 0, 0, 0,
                           0, hwnd, reinterpret_cast<HMENU>(kTabsId), instance, nullptr);
   grid_.Create(hwnd, font_);
+  grid_.SetSize(static_cast<int>(board_.GetSettings().buttonSize));
   SetWindowPos(grid_.Hwnd(), HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE);
   status_ = CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE | SBARS_SIZEGRIP, 0, 0, 0, 0, hwnd,
                             reinterpret_cast<HMENU>(kStatusId), instance, nullptr);
@@ -288,6 +289,7 @@ void MainWindow::OnBoardChanged(const Change& change) {
       ShowSounds();
       break;
     case Change::Kind::Settings:
+      grid_.SetSize(static_cast<int>(board_.GetSettings().buttonSize));
       hotkeys_->Sync(board_);
       player_->Configure(board_.GetSettings());
       ShowSounds();

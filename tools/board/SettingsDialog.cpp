@@ -54,6 +54,9 @@ BOOL SettingsDialog::OnInit() {
   ShowHotkey(GetDlgItem(hwnd_, IDC_SET_PTT_KEY), s.pushToTalkKey);
   SetDlgItemInt(hwnd_, IDC_SET_PTT_TAIL, s.pushToTalkTailMs, FALSE);
   CheckDlgButton(hwnd_, IDC_SET_TRAY, s.keepInTray ? BST_CHECKED : BST_UNCHECKED);
+  HWND sizes = GetDlgItem(hwnd_, IDC_SET_BUTTON_SIZE);
+  for (const wchar_t* size : {L"Small", L"Medium", L"Large"}) ComboBox_AddString(sizes, size);
+  ComboBox_SetCurSel(sizes, static_cast<int>(s.buttonSize));
   EnableParts();
   return TRUE;
 }
@@ -100,6 +103,8 @@ bool SettingsDialog::OnOk() {
     return false;
   }
   s.keepInTray = IsDlgButtonChecked(hwnd_, IDC_SET_TRAY) == BST_CHECKED;
+  const int size = ComboBox_GetCurSel(GetDlgItem(hwnd_, IDC_SET_BUTTON_SIZE));
+  if (size >= 0 && size <= 2) s.buttonSize = static_cast<ButtonSize>(size);
   if (const Refusal refused = board_.SetSettings(s)) {
     Refuse(tools::Wide(*refused), IDC_SET_STOP_HOTKEY);
     return false;

@@ -75,13 +75,20 @@ void SoundGrid::FocusSound(uint32_t id) {
   }
 }
 
+void SoundGrid::SetSize(int size) {
+  size_ = std::clamp(size, 0, 2);
+  Layout();
+}
+
 void SoundGrid::Layout() {
   if (!hwnd_) return;
   RECT client{};
   GetClientRect(hwnd_, &client);
   const int gap = font_->Scale(6);
-  const int cellWidth = font_->CharWidth() * 18;
-  const int cellHeight = font_->LineHeight() * 3 + font_->Scale(24);
+  // Small, medium and large, in the font's measures, so that they follow the DPI.
+  static constexpr int kColumns[] = {13, 18, 25}, kLines[] = {3, 3, 4}, kPadding[] = {14, 24, 32};
+  const int cellWidth = font_->CharWidth() * kColumns[size_];
+  const int cellHeight = font_->LineHeight() * kLines[size_] + font_->Scale(kPadding[size_]);
   const int width = std::max<int>(client.right - gap, cellWidth + gap);
   const int columns = std::max(1, (width - gap) / (cellWidth + gap));
   const int rows = (static_cast<int>(buttons_.size()) + columns - 1) / columns;

@@ -40,6 +40,8 @@ class SoundGrid : public WindowClass<SoundGrid> {
   void FocusSound(uint32_t id);
   // Places the buttons for the grid's size and the font.
   void Layout();
+  // The buttons' size: 0 small, 1 medium, 2 large; laid out again.
+  void SetSize(int size);
   LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
 
  private:
@@ -52,6 +54,7 @@ class SoundGrid : public WindowClass<SoundGrid> {
   std::map<uint32_t, double> progress_;
   uint32_t focused_ = 0;
   int scroll_ = 0, contentHeight_ = 0;
+  int size_ = 1;
 };
 
 }  // namespace quillon::board
