@@ -533,6 +533,17 @@ size_t PixelsOf(const std::wstring& bmp, uint32_t rgb) {
   return count;
 }
 
+// Sends the board a command that opens a dialog and waits for the dialog, by its title.
+HWND OpenDialog(HWND board, UINT command, const wchar_t* title) {
+  PostMessageW(board, WM_COMMAND, command, 0);
+  HWND dialog = nullptr;
+  PollUntil([&] {
+    dialog = FindWindowW(nullptr, title);
+    return dialog != nullptr && IsWindowVisible(dialog);
+  });
+  return dialog;
+}
+
 // The width of the first sound's button, in pixels.
 int FirstButtonWidth(HWND window) {
   const std::vector<HWND> grids = Descendants(window, L"QuillonSoundGrid");
@@ -554,12 +565,8 @@ TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
   {
     BoardProcess board(file, L"board-colour");
     ASSERT_TRUE(board.Open());
-    PostMessageW(board.Window(), WM_COMMAND, board::kEditSound, 0);
-    HWND editor = nullptr;
-    ASSERT_TRUE(PollUntil([&] {
-      editor = FindWindowW(nullptr, L"Edit sound");
-      return editor != nullptr && IsWindowVisible(editor);
-    }));
+    const HWND editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
+    ASSERT_NE(nullptr, editor);
     const HWND colors = GetDlgItem(editor, IDC_SOUND_COLOR);
     ASSERT_EQ(13, SendMessageW(colors, CB_GETCOUNT, 0, 0)) << "none and twelve colours";
     EXPECT_EQ(0, SendMessageW(colors, CB_GETCURSEL, 0, 0));
@@ -569,12 +576,8 @@ TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
 
     const int medium = FirstButtonWidth(board.Window());
     ASSERT_GT(medium, 0);
-    PostMessageW(board.Window(), WM_COMMAND, board::kSettings, 0);
-    HWND settings = nullptr;
-    ASSERT_TRUE(PollUntil([&] {
-      settings = FindWindowW(nullptr, L"Settings");
-      return settings != nullptr && IsWindowVisible(settings);
-    }));
+    const HWND settings = OpenDialog(board.Window(), board::kSettings, L"Settings");
+    ASSERT_NE(nullptr, settings);
     const HWND sizes = GetDlgItem(settings, IDC_SET_BUTTON_SIZE);
     EXPECT_EQ(1, SendMessageW(sizes, CB_GETCURSEL, 0, 0)) << "medium at first";
     SendMessageW(sizes, CB_SETCURSEL, 2, 0);
