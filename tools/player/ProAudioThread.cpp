@@ -9,6 +9,9 @@ using LeaveTask = BOOL(WINAPI*)(HANDLE task);
 }  // namespace
 
 ProAudioThread::ProAudioThread() : avrt_(LoadLibraryExW(L"avrt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+  const int prior = GetThreadPriority(GetCurrentThread());
+  if (prior != THREAD_PRIORITY_ERROR_RETURN && SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_TIME_CRITICAL))
+    priorWas_ = prior;
   if (!avrt_) return;
   const auto join = reinterpret_cast<JoinTask>(
       reinterpret_cast<void*>(GetProcAddress(avrt_.Get(), "AvSetMmThreadCharacteristicsW")));
@@ -17,10 +20,12 @@ ProAudioThread::ProAudioThread() : avrt_(LoadLibraryExW(L"avrt.dll", nullptr, LO
 }
 
 ProAudioThread::~ProAudioThread() {
-  if (task_ == nullptr) return;
-  const auto leave = reinterpret_cast<LeaveTask>(
-      reinterpret_cast<void*>(GetProcAddress(avrt_.Get(), "AvRevertMmThreadCharacteristics")));
-  if (leave != nullptr) leave(task_);
+  if (task_ != nullptr) {
+    const auto leave = reinterpret_cast<LeaveTask>(
+        reinterpret_cast<void*>(GetProcAddress(avrt_.Get(), "AvRevertMmThreadCharacteristics")));
+    if (leave != nullptr) leave(task_);
+  }
+  if (priorWas_ != THREAD_PRIORITY_ERROR_RETURN) SetThreadPriority(GetCurrentThread(), priorWas_);
 }
 
 }  // namespace quillon::player
