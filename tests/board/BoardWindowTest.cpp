@@ -7,6 +7,7 @@
 #include "board/BoardCommands.h"
 #include "board/BoardResources.h"
 #include "common/ToolSupport.h"
+#include "support/AccessibleItems.h"
 #include "support/EndpointFixtures.h"
 #include "support/QuillonRun.h"
 #include "support/RegistryValue.h"
@@ -56,9 +57,19 @@ class BoardProcess {
     });
   }
   HWND Window() const { return window_; }
-  std::vector<std::wstring> Buttons() const {
+  HWND Grid() const {
     const std::vector<HWND> grids = Descendants(window_, L"QuillonSoundGrid");
-    return grids.empty() ? std::vector<std::wstring>{} : TextsOf(grids.front(), L"Button");
+    return grids.empty() ? nullptr : grids.front();
+  }
+  // The sound buttons as a screen reader reads them.
+  std::vector<AccessibleItem> Items() const {
+    const AccessibleClient client;
+    return Grid() != nullptr ? AccessibleClient::Items(Grid()) : std::vector<AccessibleItem>{};
+  }
+  std::vector<std::wstring> Buttons() const {
+    std::vector<std::wstring> names;
+    for (const AccessibleItem& item : Items()) names.push_back(item.name);
+    return names;
   }
   bool ShowsButton(const std::wstring& text) const {
     const auto buttons = Buttons();
@@ -249,22 +260,33 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == board.Window(); }));
 
   // The focus starts on the first sound; Shift+Tab goes back through the
-  // page tabs and the effect's button to the microphone list, and Tab forward again, in layout order.
-  ASSERT_TRUE(PollUntil([&] { return TextOf(FocusOf(board.Window())) == L"stays"; }, 5000))
-      << "focus on a " << Utf8(ClassOf(FocusOf(board.Window())));
-  const auto step = [&](const char* keys) {
-    const HWND before = FocusOf(board.Window());
-    PressKeys(keys);
-    EXPECT_TRUE(PollUntil([&] { return FocusOf(board.Window()) != before; }, 5000)) << keys;
+  // page tabs and the effect's button to the microphone list, and Tab forward
+  // again, in layout order; the arrows go from sound to sound.
+  const auto focused = [&] {
     const HWND now = FocusOf(board.Window());
+    if (now != nullptr && now == board.Grid()) {
+      const AccessibleClient client;
+      const ComPtr<IAccessible> grid = AccessibleClient::Of(now);
+      const long index = grid ? AccessibleClient::Focused(*grid.Get()) : -1;
+      const auto item = index >= 0 ? AccessibleClient::Item(*grid.Get(), index) : std::nullopt;
+      return L"Sound " + (item ? item->name : L"?");
+    }
     return ClassOf(now) == L"Button" ? L"Button " + TextOf(now) : ClassOf(now);
   };
+  ASSERT_TRUE(PollUntil([&] { return focused() == L"Sound stays"; }, 5000)) << Utf8(focused());
+  const auto step = [&](const char* keys) {
+    const std::wstring before = focused();
+    PressKeys(keys);
+    EXPECT_TRUE(PollUntil([&] { return focused() != before; }, 5000)) << keys;
+    return focused();
+  };
   std::vector<std::wstring> order;
-  for (const char* keys : {"Shift+Tab", "Shift+Tab", "Shift+Tab", "Tab", "Tab", "Tab", "Tab"}) {
+  for (const char* keys : {"Shift+Tab", "Shift+Tab", "Shift+Tab", "Tab", "Tab", "Tab", "Right", "Left"}) {
     order.push_back(step(keys));
   }
   EXPECT_EQ((std::vector<std::wstring>{L"SysTabControl32", L"Button &Effect\u2026", L"ComboBox",
-                                       L"Button &Effect\u2026", L"SysTabControl32", L"Button stays", L"Button stopped"}),
+                                       L"Button &Effect\u2026", L"SysTabControl32", L"Sound stays", L"Sound stopped",
+                                       L"Sound stays"}),
             order);
 
   // A label's mnemonic goes to the control after it; a button's presses it.
@@ -287,8 +309,8 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Microphone effect") == nullptr; }));
   PressKeys("Tab");
   PressKeys("Tab");
-  PressKeys("Tab");
-  EXPECT_TRUE(PollUntil([&] { return TextOf(FocusOf(board.Window())) == L"stopped"; }, 5000));
+  PressKeys("Right");
+  EXPECT_TRUE(PollUntil([&] { return focused() == L"Sound stopped"; }, 5000)) << Utf8(focused());
 
   // Enter plays the focused sound.
   PressKeys("Enter");
@@ -428,7 +450,8 @@ TEST(BoardWindow, FollowsAChangeOfDpi) {
     return r.bottom - r.top;
   };
   const auto buttonHeight = [&] {
-    return heightOf(Descendants(Descendants(board.Window(), L"QuillonSoundGrid").front(), L"Button").front());
+    const auto items = board.Items();
+    return items.empty() ? 0L : items.front().place.bottom - items.front().place.top;
   };
   const auto tabsHeight = [&] { return heightOf(Descendants(board.Window(), L"SysTabControl32").front()); };
   const long button = buttonHeight(), tabs = tabsHeight();
@@ -545,12 +568,9 @@ HWND OpenDialog(HWND board, UINT command, const wchar_t* title) {
 }
 
 // The width of the first sound's button, in pixels.
-int FirstButtonWidth(HWND window) {
-  const std::vector<HWND> grids = Descendants(window, L"QuillonSoundGrid");
-  const std::vector<HWND> buttons = grids.empty() ? std::vector<HWND>{} : Descendants(grids.front(), L"Button");
-  RECT r{};
-  if (buttons.empty() || !GetWindowRect(buttons.front(), &r)) return 0;
-  return r.right - r.left;
+int FirstButtonWidth(const BoardProcess& board) {
+  const auto items = board.Items();
+  return items.empty() ? 0 : static_cast<int>(items.front().place.right - items.front().place.left);
 }
 
 // A colour chosen in the sound's editor and large buttons chosen in the
@@ -574,7 +594,7 @@ TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
     PostMessageW(editor, WM_COMMAND, IDOK, 0);
     ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
 
-    const int medium = FirstButtonWidth(board.Window());
+    const int medium = FirstButtonWidth(board);
     ASSERT_GT(medium, 0);
     const HWND settings = OpenDialog(board.Window(), board::kSettings, L"Settings");
     ASSERT_NE(nullptr, settings);
@@ -583,9 +603,9 @@ TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
     SendMessageW(sizes, CB_SETCURSEL, 2, 0);
     PostMessageW(settings, WM_COMMAND, IDOK, 0);
     ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Settings") == nullptr; }));
-    EXPECT_TRUE(PollUntil([&] { return FirstButtonWidth(board.Window()) >= medium * 13 / 10; }))
-        << FirstButtonWidth(board.Window()) << " px, medium " << medium;
-    large = FirstButtonWidth(board.Window());
+    EXPECT_TRUE(PollUntil([&] { return FirstButtonWidth(board) >= medium * 13 / 10; }))
+        << FirstButtonWidth(board) << " px, medium " << medium;
+    large = FirstButtonWidth(board);
     EXPECT_EQ(0, board.Quit());
   }
   const LoadedBoard saved = LoadBoard(file);
@@ -599,7 +619,7 @@ TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
   const std::wstring shot = Scratch(L"board-colour.bmp");
   ASSERT_TRUE(PollUntil([&] { return Screenshot(board.Window(), shot) && PixelsOf(shot, kTeal) > 1000; }))
       << PixelsOf(shot, kTeal) << " teal pixels";
-  EXPECT_EQ(large, FirstButtonWidth(board.Window()));
+  EXPECT_EQ(large, FirstButtonWidth(board));
   EXPECT_EQ(0, board.Quit());
 }
 
@@ -627,6 +647,104 @@ TEST(BoardWindow, KilledWhileSavingLeavesAWholeBoard) {
     EXPECT_TRUE(sounds == before || sounds == before + many.size()) << "round " << round << ": " << sounds;
     before = sounds;
   }
+}
+
+// A sound's button plays it when clicked with the mouse, and when a screen
+// reader does its default action.
+TEST(BoardWindow, AClickAndAScreenReadersPressPlayASound) {
+  const std::wstring file = MakeBoardFile(
+      L"board-click", {{Sounds() + L"stays.wav", "Ctrl+Alt+3"}, {Sounds() + L"stopped.wav", "Ctrl+Alt+4"}},
+      "Ctrl+Alt+0");
+  BoardProcess board(file, L"board-click");
+  ASSERT_TRUE(board.Open());
+  MicHost host(L"board-click", 8);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  SetForegroundWindow(board.Window());
+  const auto items = board.Items();
+  ASSERT_EQ(2u, items.size());
+  const RECT second = items[1].place;
+  ClickOnX((second.left + second.right) / 2, (second.top + second.bottom) / 2);
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stopped (playing)"); })) << Utf8(board.Status());
+  EXPECT_TRUE(board.ShowsButton(L"stays")) << "the click played another sound too";
+  const AccessibleClient client;
+  const ComPtr<IAccessible> grid = AccessibleClient::Of(board.Grid());
+  ASSERT_TRUE(grid);
+  EXPECT_TRUE(AccessibleClient::DoDefaultAction(*grid.Get(), 0));
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_EQ(0, board.Quit());
+}
+
+// The windows a process has: its top-level ones and all their descendants.
+size_t WindowsOf(DWORD process) {
+  struct Count {
+    DWORD process;
+    size_t windows;
+  } count{process, 0};
+  EnumWindows(
+      [](HWND top, LPARAM p) -> BOOL {
+        auto* c = reinterpret_cast<Count*>(p);
+        DWORD owner = 0;
+        GetWindowThreadProcessId(top, &owner);
+        if (owner != c->process) return TRUE;
+        ++c->windows;
+        EnumChildWindows(top, [](HWND, LPARAM q) -> BOOL { return ++*reinterpret_cast<size_t*>(q), TRUE; },
+                         reinterpret_cast<LPARAM>(&c->windows));
+        return TRUE;
+      },
+      reinterpret_cast<LPARAM>(&count));
+  return count.windows;
+}
+
+// A page of 10 000 sounds: the window opens with a handful of windows (the
+// grid draws its buttons; a window per button made 10 000), a screen reader
+// sees all of them, and the keyboard reaches the last, which is then in view.
+// Windows are what a sound could cost in USER objects; Wine counts no USER
+// objects (GetGuiResources says 0), so the windows are counted.
+TEST(BoardWindow, TenThousandSoundsOpenWithFewWindowsAndTheKeyboardReachesTheLast) {
+  constexpr size_t kSounds = 10000;
+  const std::wstring file = Scratch(L"board-many.json");
+  {
+    Board many;
+    const std::vector<uint32_t> ids = many.AddSounds(0, std::vector<std::string>(kSounds, Utf8(Sounds() + L"stays.wav")));
+    ASSERT_EQ(kSounds, ids.size());
+    ASSERT_FALSE(many.RenameSound(ids.back(), "the last one"));
+    board::Settings settings;
+    settings.microphone = Utf8(kMic);
+    settings.keepInTray = false;
+    ASSERT_FALSE(many.SetSettings(settings));
+    std::string error;
+    ASSERT_TRUE(board::SaveBoard(many, file, error)) << error;
+  }
+  BoardProcess board(file, L"board-many");
+  ASSERT_TRUE(board.Open());
+  const AccessibleClient client;
+  ComPtr<IAccessible> grid;
+  ASSERT_TRUE(PollUntil([&] { return board.Grid() != nullptr && (grid = AccessibleClient::Of(board.Grid())); }));
+  EXPECT_EQ(static_cast<long>(kSounds), AccessibleClient::Count(*grid.Get()));
+  const size_t windows = WindowsOf(GetProcessId(board.Process().Handle()));
+  const DWORD userObjects = GetGuiResources(board.Process().Handle(), GR_USEROBJECTS);
+  std::printf("[ objects  ] %zu windows, %lu USER objects as the system counts them\n", windows, userObjects);
+  EXPECT_LT(windows, 100u);
+
+  SetForegroundWindow(board.Window());
+  ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == board.Window(); }));
+  ASSERT_TRUE(PollUntil([&] { return FocusOf(board.Window()) == board.Grid(); }, 5000));
+  PressKeys("End");
+  ASSERT_TRUE(PollUntil([&] { return AccessibleClient::Focused(*grid.Get()) == static_cast<long>(kSounds) - 1; }, 5000))
+      << AccessibleClient::Focused(*grid.Get());
+  const auto last = AccessibleClient::Item(*grid.Get(), static_cast<long>(kSounds) - 1);
+  ASSERT_TRUE(last);
+  EXPECT_EQ(L"the last one", last->name);
+  EXPECT_EQ(0, last->state & STATE_SYSTEM_OFFSCREEN) << "the last sound is out of view";
+  RECT shown{};
+  GetWindowRect(board.Grid(), &shown);
+  EXPECT_TRUE(last->place.top >= shown.top && last->place.bottom <= shown.bottom);
+  // Home goes back to the first, Page Down moves on by a screenful.
+  PressKeys("Home");
+  EXPECT_TRUE(PollUntil([&] { return AccessibleClient::Focused(*grid.Get()) == 0; }, 5000));
+  PressKeys("PageDown");
+  EXPECT_TRUE(PollUntil([&] { return AccessibleClient::Focused(*grid.Get()) > 0; }, 5000));
+  EXPECT_EQ(0, board.Quit());
 }
 
 // A microphone Quillon is attached to, that nothing records from now, with

@@ -61,6 +61,19 @@ inline void PressKeysOnX(HWND window, const std::string& keys) {
   const UniqueHandle process(info.hProcess), thread(info.hThread);
 }
 
+// Clicks the left mouse button at (x, y) of the screen on the X server, as
+// the machine's mouse would (see PressKeysOnX for the pointer's first move).
+inline void ClickOnX(int x, int y) {
+  std::wstring line = L"xdotool mousemove --sync " + std::to_wstring(x) + L" " + std::to_wstring(y + 1) +
+                      L" mousemove --sync " + std::to_wstring(x) + L" " + std::to_wstring(y) + L" click 1";
+  STARTUPINFOW startup{sizeof(startup)};
+  PROCESS_INFORMATION info{};
+  ASSERT_TRUE(CreateProcessW(L"Z:\\usr\\bin\\xdotool", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                             &startup, &info))
+      << "xdotool: " << GetLastError();
+  const UniqueHandle process(info.hProcess), thread(info.hThread);
+}
+
 // Types `text` as characters, the way an input method does.
 inline void TypeText(const std::wstring& text) {
   std::vector<INPUT> inputs;

@@ -1,7 +1,8 @@
 // Every action of the board has one command id and one handler. The menu bar,
-// the accelerators, the notification area's menu, the buttons and the global
-// hotkeys all send these ids through WM_COMMAND, so the paths cannot drift
-// apart. The table here says each command's text and key; the menus and the
+// the accelerators, the notification area's menu and the global hotkeys all
+// send these ids through WM_COMMAND, so the paths cannot drift apart. (A
+// sound is played by its id, which no command range bounds: from its button,
+// its hotkey, or a second start's --play.) The table here says each command's text and key; the menus and the
 // accelerator table are made from it.
 #pragma once
 
@@ -30,14 +31,7 @@ enum Command : UINT {
   kPreviousPage,
   kEffect,
   kFix,
-  // kPlaySound + a sound's id plays that sound (its button's id, its hotkey's id).
-  kPlaySound = 0x1000,
-  kLastPlaySound = 0xBFFF,
 };
-
-inline UINT PlayCommandOf(uint32_t sound) { return kPlaySound + sound; }
-inline bool IsPlayCommand(UINT id) { return id > kPlaySound && id <= kLastPlaySound; }
-inline uint32_t SoundOfCommand(UINT id) { return id - kPlaySound; }
 
 // Which menu a command shows in.
 enum class MenuOf { None, Board, Sound, Tray };

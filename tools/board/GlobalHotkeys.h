@@ -1,8 +1,11 @@
 // The board's hotkeys, registered with the system on the main window so that
-// they work while another program has the focus. Each sound's hotkey has the
-// id of the command that plays it; the stop-everything hotkey the id of that
-// command. After an edit, Sync registers what changed. A hotkey another
-// program holds is kept as a conflict, for the button and the status bar.
+// they work while another program has the focus. A hotkey either runs one of
+// the board's commands (stop everything), registered under the command's id,
+// or plays a sound, registered under an id handed out from the range Windows
+// leaves to programs and taken back when the hotkey goes: a board's sound ids
+// grow without end, the hotkey ids never run out. After an edit, Sync
+// registers what changed. A hotkey another program holds is kept as a
+// conflict, for the button and the status bar.
 #pragma once
 
 #include "board/Board.h"
@@ -10,8 +13,20 @@
 #include <windows.h>
 
 #include <map>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace quillon::board {
+
+// What a hotkey does: runs `command`, or (command 0) plays `sound`.
+struct HotkeyTarget {
+  UINT command = 0;
+  uint32_t sound = 0;
+  static HotkeyTarget Command(UINT id) { return {id, 0}; }
+  static HotkeyTarget Sound(uint32_t id) { return {0, id}; }
+  bool operator<(const HotkeyTarget& o) const { return command != o.command ? command < o.command : sound < o.sound; }
+};
 
 class GlobalHotkeys {
  public:
@@ -21,13 +36,25 @@ class GlobalHotkeys {
   GlobalHotkeys& operator=(const GlobalHotkeys&) = delete;
 
   void Sync(const Board& board);
-  // The command ids whose hotkey another program holds, with the system's words.
-  const std::map<UINT, std::string>& Conflicts() const { return conflicts_; }
+  // What the hotkey of this id (WM_HOTKEY's) does, or nothing.
+  std::optional<HotkeyTarget> TargetOf(int id) const;
+  // The hotkeys another program holds, with the system's words.
+  const std::map<HotkeyTarget, std::string>& Conflicts() const { return conflicts_; }
 
  private:
+  struct Registered {
+    int id;
+    tools::KeyChord chord;
+  };
+  int TakeId();
+  void GiveBack(int id);
+
   HWND owner_;
-  std::map<UINT, tools::KeyChord> registered_;  // by command id
-  std::map<UINT, std::string> conflicts_;
+  std::map<HotkeyTarget, Registered> registered_;
+  std::map<int, HotkeyTarget> byId_;
+  std::vector<int> freeIds_;
+  int nextId_ = 0;  // the next never-used id for a sound's hotkey (0: none used yet)
+  std::map<HotkeyTarget, std::string> conflicts_;
 };
 
 }  // namespace quillon::board

@@ -228,7 +228,7 @@ void MainWindow::ShowSounds() {
   for (const Sound& sound : board_.Pages()[page_].sounds) {
     SoundView view{sound.id, Wide(sound.name), sound.hotkey ? Wide(sound.hotkey->Text()) : L"", false};
     view.color = sound.color;
-    const auto conflict = hotkeys_->Conflicts().find(PlayCommandOf(sound.id));
+    const auto conflict = hotkeys_->Conflicts().find(HotkeyTarget::Sound(sound.id));
     const auto mark = soundMarks_.find(sound.id);
     if (!FileExists(sound.file)) {
       view.detail = L"file missing";
@@ -244,8 +244,8 @@ void MainWindow::ShowSounds() {
   }
   grid_.Show(views);
   // The status bar names the first hotkey another program holds.
-  for (const auto& [id, why] : hotkeys_->Conflicts()) {
-    const Sound* sound = IsPlayCommand(id) ? board_.Find(SoundOfCommand(id)) : nullptr;
+  for (const auto& [target, why] : hotkeys_->Conflicts()) {
+    const Sound* sound = target.sound != 0 ? board_.Find(target.sound) : nullptr;
     const tools::KeyChord chord = sound ? *sound->hotkey : *board_.GetSettings().stopAllHotkey;
     const std::wstring owner = sound ? L"\u201C" + Wide(sound->name) + L"\u201D" : L"stop everything";
     SetStatus(Wide(chord.Text()) + L" (" + owner + L") does not work: another program holds it (" + Wide(why) +
@@ -358,10 +358,6 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
   }
   const UINT command = static_cast<UINT>(id);
   if (!CanRun(command)) return;
-  if (IsPlayCommand(command)) {
-    PlaySound(SoundOfCommand(command));
-    return;
-  }
   const uint32_t focused = grid_.Focused();
   switch (command) {
     case kAddSounds: AddSoundsDialog(); break;
@@ -398,11 +394,21 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
 }
 
 void MainWindow::OnHotKey(HWND, int id, UINT, UINT) {
-  // A hotkey is the command of its id, as a click would send it.
-  SendMessageW(hwnd_, WM_COMMAND, MAKEWPARAM(id, 0), 0);
+  const std::optional<HotkeyTarget> target = hotkeys_->TargetOf(id);
+  if (!target) return;
+  // A sound's hotkey plays it as its button does; another runs its command as the menu would.
+  if (target->sound != 0) {
+    PlaySound(target->sound);
+  } else {
+    SendMessageW(hwnd_, WM_COMMAND, MAKEWPARAM(target->command, 0), 0);
+  }
 }
 
 LRESULT MainWindow::OnNotify(const NMHDR& header) {
+  if (header.hwndFrom == grid_.Hwnd() && header.code == SoundGrid::kPressed) {
+    PlaySound(reinterpret_cast<const SoundGrid::PressNotice&>(header).sound);
+    return 0;
+  }
   if (header.hwndFrom == tabs_ && header.code == TCN_SELCHANGE) {
     page_ = static_cast<size_t>(std::max(0, TabCtrl_GetCurSel(tabs_)));
     ShowSounds();
@@ -651,15 +657,8 @@ void MainWindow::OpenSettings() {
 }
 
 void MainWindow::OnContextMenu(HWND target, int x, int y) {
-  const bool onSound = GetParent(target) == grid_.Hwnd();
-  if (!onSound) return;
-  if (x == -1 && y == -1) {  // from the keyboard: below the button
-    RECT r{};
-    GetWindowRect(target, &r);
-    x = r.left;
-    y = r.bottom;
-  }
-  SetFocus(target);
+  // The grid sends it for a sound's button (which has the focus), with where to open.
+  if (target != grid_.Hwnd()) return;
   HMENU menu = MakeSoundMenu();
   OnInitMenuPopup(hwnd_, menu, 0, FALSE);
   TrackPopupMenu(menu, TPM_RIGHTBUTTON, x, y, 0, hwnd_, nullptr);
