@@ -245,8 +245,8 @@ TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlaysByNameAndByIt) {
 }
 
 // Without the mouse: the focus starts on a sound, Tab and Shift+Tab go
-// through the microphone list, the pages and the sounds in the order they are
-// laid out; Enter plays the focused sound; the menu's keys open the sound's
+// through the microphone list, the search, the pages and the sounds in the
+// order they are laid out; Enter plays the focused sound; the menu's keys open the sound's
 // editor and add a page, which is saved.
 TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   const std::wstring file =
@@ -281,12 +281,13 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
     return focused();
   };
   std::vector<std::wstring> order;
-  for (const char* keys : {"Shift+Tab", "Shift+Tab", "Shift+Tab", "Tab", "Tab", "Tab", "Right", "Left"}) {
+  for (const char* keys : {"Shift+Tab", "Shift+Tab", "Shift+Tab", "Shift+Tab", "Shift+Tab", "Tab", "Tab", "Tab", "Tab",
+                           "Tab", "Right", "Left"}) {
     order.push_back(step(keys));
   }
-  EXPECT_EQ((std::vector<std::wstring>{L"SysTabControl32", L"Button &Effect\u2026", L"ComboBox",
-                                       L"Button &Effect\u2026", L"SysTabControl32", L"Sound stays", L"Sound stopped",
-                                       L"Sound stays"}),
+  EXPECT_EQ((std::vector<std::wstring>{L"SysTabControl32", L"Button All pa&ges", L"Edit", L"Button &Effect\u2026",
+                                       L"ComboBox", L"Button &Effect\u2026", L"Edit", L"Button All pa&ges",
+                                       L"SysTabControl32", L"Sound stays", L"Sound stopped", L"Sound stays"}),
             order);
 
   // A label's mnemonic goes to the control after it; a button's presses it.
@@ -307,8 +308,7 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Microphone effect") != nullptr; }));
   PressKeys("Esc");
   EXPECT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Microphone effect") == nullptr; }));
-  PressKeys("Tab");
-  PressKeys("Tab");
+  for (int i = 0; i < 4; ++i) PressKeys("Tab");
   PressKeys("Right");
   EXPECT_TRUE(PollUntil([&] { return focused() == L"Sound stopped"; }, 5000)) << Utf8(focused());
 
@@ -510,8 +510,18 @@ TEST(BoardWindow, DamagedFileIsKeptAsideAndMissingSoundsAreMarked) {
   PressKeys("Ctrl+Alt+5");
   EXPECT_TRUE(PollUntil([&] { return board.Status().find(L"its file is missing") != std::wstring::npos; }))
       << Utf8(board.Status());
+  // The file comes back while another window is active; when the board is
+  // activated again it looks again, and the mark goes.
+  UniqueWindow other(CreateWindowExW(0, L"STATIC", L"another program", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200,
+                                     100, nullptr, nullptr, nullptr, nullptr));
+  SetForegroundWindow(other.Get());
+  ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == other.Get(); }));
+  ASSERT_TRUE(CopyFileW((Sounds() + L"stays.wav").c_str(), gone.c_str(), FALSE));
+  SetForegroundWindow(board.Window());
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"out-board-gone"); })) << Utf8(board.Buttons().front());
   EXPECT_EQ(0, board.Quit());
   EXPECT_EQ(LoadedBoard::State::Read, LoadBoard(file).state);
+  DeleteFileW(gone.c_str());
 }
 
 // A board file with mistakes the board can show (a hotkey twice, a page name
@@ -671,6 +681,60 @@ TEST(BoardWindow, AClickAndAScreenReadersPressPlayASound) {
   ASSERT_TRUE(grid);
   EXPECT_TRUE(AccessibleClient::DoDefaultAction(*grid.Get(), 0));
   EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  EXPECT_EQ(0, board.Quit());
+}
+
+// Ctrl+F, then typing, filters the page's sounds by name (letter case
+// aside); with All pages the other pages' sounds are found too; Enter plays
+// the first found into the microphone; Esc ends the search and gives the
+// focus back to the sounds.
+TEST(BoardWindow, SearchFiltersByNameAndEnterPlaysTheFirstFound) {
+  const std::wstring file = Scratch(L"board-search.json");
+  {
+    Board two;
+    two.AddSounds(0, {Utf8(Sounds() + L"stays.wav"), Utf8(Sounds() + L"stopped.wav")});
+    ASSERT_FALSE(two.AddPage("More"));
+    const uint32_t again = two.AddSounds(1, {Utf8(Sounds() + L"stays.wav")}).front();
+    ASSERT_FALSE(two.RenameSound(again, "Stays again"));
+    board::Settings settings;
+    settings.microphone = Utf8(kMic);
+    settings.keepInTray = false;
+    ASSERT_FALSE(two.SetSettings(settings));
+    std::string error;
+    ASSERT_TRUE(board::SaveBoard(two, file, error)) << error;
+  }
+  MicHost host(L"board-search", 10);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  BoardProcess board(file, L"board-search");
+  ASSERT_TRUE(board.Open());
+  SetForegroundWindow(board.Window());
+  ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == board.Window(); }));
+  ASSERT_TRUE(PollUntil([&] { return FocusOf(board.Window()) == board.Grid(); }, 5000));
+
+  PressKeys("Ctrl+F");
+  ASSERT_TRUE(PollUntil([&] { return ClassOf(FocusOf(board.Window())) == L"Edit"; }, 5000));
+  TypeText(L"STO");
+  EXPECT_TRUE(PollUntil([&] { return board.Buttons() == std::vector<std::wstring>{L"stopped"}; }, 5000));
+  PressKeys("Ctrl+A");
+  TypeText(L"stay");
+  EXPECT_TRUE(PollUntil([&] { return board.Buttons() == std::vector<std::wstring>{L"stays"}; }, 5000));
+  // All pages (its mnemonic), then back to the box (the label's).
+  PressKeys("Alt+G");
+  EXPECT_TRUE(
+      PollUntil([&] { return board.Buttons() == std::vector<std::wstring>{L"stays", L"Stays again"}; }, 5000));
+  PressKeys("Alt+D");
+  ASSERT_TRUE(PollUntil([&] { return ClassOf(FocusOf(board.Window())) == L"Edit"; }, 5000));
+  EXPECT_EQ(L"2 sounds found for \u201Cstay\u201D on all pages. Enter plays the first; Esc ends the search.",
+            board.Status());
+  Screenshot(board.Window(), Scratch(L"board-search.bmp"));
+  PressKeys("Enter");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  PressKeys("Esc");
+  EXPECT_TRUE(PollUntil([&] { return FocusOf(board.Window()) == board.Grid(); }, 5000));
+  EXPECT_TRUE(PollUntil([&] {
+    const auto buttons = board.Buttons();
+    return buttons.size() == 2 && buttons[1] == L"stopped";
+  }, 5000));
   EXPECT_EQ(0, board.Quit());
 }
 

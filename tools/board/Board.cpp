@@ -1,5 +1,9 @@
 #include "board/Board.h"
 
+#include "common/ToolSupport.h"
+
+#include <windows.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -101,6 +105,23 @@ std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std
     return std::nullopt;
   }
   return board;
+}
+
+std::vector<uint32_t> Board::Matching(const std::wstring& text, std::optional<size_t> page) const {
+  std::vector<uint32_t> found;
+  for (size_t p = 0; p < pages_.size(); ++p) {
+    if (page && *page != p) continue;
+    for (const Sound& sound : pages_[p].sounds) {
+      const std::wstring name = tools::Wide(sound.name);
+      if (text.empty() ||
+          FindNLSStringEx(LOCALE_NAME_USER_DEFAULT, FIND_FROMSTART | LINGUISTIC_IGNORECASE, name.c_str(),
+                          static_cast<int>(name.size()), text.c_str(), static_cast<int>(text.size()), nullptr, nullptr,
+                          nullptr, 0) >= 0) {
+        found.push_back(sound.id);
+      }
+    }
+  }
+  return found;
 }
 
 const Sound* Board::Find(uint32_t id) const {

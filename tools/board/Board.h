@@ -106,6 +106,9 @@ class Board {
   const Sound* Find(uint32_t id) const;
   // The page that holds the sound, or -1.
   int PageOf(uint32_t id) const;
+  // The sounds whose name holds `text`, letter case aside (as the user's
+  // language compares letters), in board order: on `page`, or on every page.
+  std::vector<uint32_t> Matching(const std::wstring& text, std::optional<size_t> page) const;
   // The sound or the stop-everything hotkey that uses this chord, as a text
   // for a message ("“Airhorn”", "stop everything"), or "".
   std::string UserOf(const tools::KeyChord& chord) const;

@@ -15,6 +15,7 @@ const CommandInfo kCommands[] = {
     {kAddPage, MenuOf::Board, L"Add &page\u2026", kCtrl, 'T', L"Ctrl+T"},
     {kRenamePage, MenuOf::Board, L"Re&name page\u2026", 0, 0, nullptr},
     {kRemovePage, MenuOf::Board, L"Remo&ve page", 0, 0, nullptr},
+    {kFind, MenuOf::Board, L"Fin&d a sound", kCtrl, 'F', L"Ctrl+F"},
     {0, MenuOf::Board, nullptr, 0, 0, nullptr},
     {kAttach, MenuOf::Board, L"A&ttach Quillon to the microphone\u2026", 0, 0, nullptr},
     {kEffect, MenuOf::Board, L"Microphone &effect\u2026", 0, 0, nullptr},

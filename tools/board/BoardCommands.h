@@ -31,6 +31,7 @@ enum Command : UINT {
   kPreviousPage,
   kEffect,
   kFix,
+  kFind,
 };
 
 // Which menu a command shows in.

@@ -23,14 +23,11 @@ namespace {
 constexpr UINT kNewsMessage = WM_APP + 1;  // the player has news
 constexpr UINT kTrayMessage = WM_APP + 2;  // the notification area's icon
 constexpr UINT kElevatedMessage = WM_APP + 3;  // quillon.exe, run as Administrator, ended
+constexpr UINT kFilesMessage = WM_APP + 4;  // what is known of the sounds' files changed
 constexpr int kTabsId = 11, kStatusId = 12;
 
 using tools::Utf8;
 using tools::Wide;
-
-bool FileExists(const std::string& file) {
-  return GetFileAttributesW(Wide(file).c_str()) != INVALID_FILE_ATTRIBUTES;
-}
 
 HICON LoadBoardIcon(int size) {
   return static_cast<HICON>(
@@ -112,6 +109,7 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         return 0;
       }
       ShowMicrophones();  // a recorder may have started meanwhile
+      CheckFiles();       // and files may have come or gone
       RestoreFocus();
       return 0;
     case WM_SETFOCUS: RestoreFocus(); return 0;
@@ -124,6 +122,7 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     case kNewsMessage: OnPlayerNews(); return 0;
     case kTrayMessage: OnTray(LOWORD(lParam)); return 0;
     case kElevatedMessage: OnElevatedEnded(); return 0;
+    case kFilesMessage: ShowSounds(); return 0;
     default: break;
   }
   return DefWindowProcW(hwnd, message, wParam, lParam);
@@ -133,6 +132,7 @@ BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
   font_.Make(GetDpiForWindow(hwnd));
   const HINSTANCE instance = GetModuleHandleW(nullptr);
   micRow_.Create(hwnd);
+  search_.Create(hwnd);
   tabs_ = CreateWindowExW(0, WC_TABCONTROLW, L"Pages", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_CLIPSIBLINGS, 0, 0, 0,
                           0, hwnd, reinterpret_cast<HMENU>(kTabsId), instance, nullptr);
   grid_.Create(hwnd, font_);
@@ -143,6 +143,7 @@ BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
   ApplyFont(hwnd, font_.Normal());
   accelerators_ = MakeAccelerators();
   hotkeys_ = std::make_unique<GlobalHotkeys>(hwnd);
+  files_ = std::make_unique<FilePresence>([hwnd] { PostMessageW(hwnd, kFilesMessage, 0, 0); });
   tray_ = std::make_unique<TrayIcon>(hwnd, kTrayMessage, iconSmall_, L"Quillon Board");
   player_ = std::make_unique<BoardPlayer>([hwnd] { PostMessageW(hwnd, kNewsMessage, 0, 0); });
   elevated_ = std::make_unique<ElevatedRun>(hwnd, kElevatedMessage);
@@ -177,9 +178,10 @@ void MainWindow::Layout() {
   GetWindowRect(status_, &statusRect);
   const int margin = font_.Scale(8);
   const int rowHeight = micRow_.Layout(font_, margin, margin, client.right - 2 * margin);
+  const int searchHeight = search_.Layout(font_, margin, margin * 2 + rowHeight, client.right - 2 * margin);
   // The tab control is the row of page tabs only; the grid lies below it, so
   // that the two never overlap.
-  const int top = margin * 2 + rowHeight;
+  const int top = margin * 3 + rowHeight + searchHeight;
   const int bottom = client.bottom - (statusRect.bottom - statusRect.top) - margin;
   RECT header{0, 0, client.right - 2 * margin, 0};
   TabCtrl_AdjustRect(tabs_, TRUE, &header);
@@ -224,14 +226,22 @@ void MainWindow::ShowPages() {
 }
 
 void MainWindow::ShowSounds() {
+  // While a search is typed, the sounds found (on the page, or on every page); else the page's.
+  const bool searching = search_.Active();
+  const std::vector<uint32_t> ids =
+      board_.Matching(search_.Text(), searching && search_.AllPages() ? std::nullopt : std::optional<size_t>(page_));
   std::vector<SoundView> views;
-  for (const Sound& sound : board_.Pages()[page_].sounds) {
+  std::vector<std::wstring> unknown;
+  for (const uint32_t id : ids) {
+    const Sound& sound = *board_.Find(id);
+    const FileState file = files_->StateOf(Wide(sound.file));
+    if (file == FileState::Unknown) unknown.push_back(Wide(sound.file));
     SoundView view{sound.id, Wide(sound.name), sound.hotkey ? Wide(sound.hotkey->Text()) : L"", false};
     view.color = sound.color;
     const auto conflict = hotkeys_->Conflicts().find(HotkeyTarget::Sound(sound.id));
     const auto mark = soundMarks_.find(sound.id);
-    if (!FileExists(sound.file)) {
-      view.detail = L"file missing";
+    if (file == FileState::Missing || file == FileState::Unreachable) {
+      view.detail = file == FileState::Missing ? L"file missing" : L"unreachable";
       view.problem = true;
     } else if (conflict != hotkeys_->Conflicts().end()) {
       view.detail = view.detail + L" taken by another program";
@@ -242,6 +252,9 @@ void MainWindow::ShowSounds() {
     }
     views.push_back(std::move(view));
   }
+  shown_ = ids;
+  // Files not looked at yet are shown as there until the answer comes.
+  if (!unknown.empty()) files_->Check(unknown);
   grid_.Show(views);
   // The status bar names the first hotkey another program holds.
   for (const auto& [target, why] : hotkeys_->Conflicts()) {
@@ -252,6 +265,14 @@ void MainWindow::ShowSounds() {
               L"). Choose another hotkey.");
     break;
   }
+}
+
+void MainWindow::CheckFiles() {
+  std::vector<std::wstring> files;
+  for (const Page& page : board_.Pages()) {
+    for (const Sound& sound : page.sounds) files.push_back(Wide(sound.file));
+  }
+  files_->Check(files);
 }
 
 void MainWindow::ShowMicrophones() {
@@ -329,7 +350,7 @@ bool MainWindow::CanRun(UINT id) const {
     case kEditSound:
     case kRemoveSound: return soundFocused;
     case kMoveLeft:
-    case kMoveRight: return soundFocused && board_.Pages()[page_].sounds.size() > 1;
+    case kMoveRight: return soundFocused && !search_.Active() && board_.Pages()[page_].sounds.size() > 1;
     case kRemovePage: return board_.Pages().size() > 1;
     case kAttach: return micRow_.CanAttach() && !elevated_->Running();
     case kEffect: return micRow_.CanChangeEffect() && !elevated_->Running();
@@ -346,6 +367,10 @@ void MainWindow::OnInitMenuPopup(HWND, HMENU menu, UINT, BOOL) {
 }
 
 void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
+  if (id == SearchRow::kBoxId || id == SearchRow::kAllPagesId) {
+    OnSearch(id == SearchRow::kBoxId ? code : SearchRow::kChanged);
+    return;
+  }
   if (id == MicrophoneRow::kListId) {
     const MicChoice* mic = micRow_.Selected();
     if (code == CBN_SELCHANGE && mic != nullptr) {
@@ -361,6 +386,7 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
   const uint32_t focused = grid_.Focused();
   switch (command) {
     case kAddSounds: AddSoundsDialog(); break;
+    case kFind: search_.Focus(); break;
     case kAddPage: AddPage(); break;
     case kRenamePage: RenamePage(); break;
     case kRemovePage: RemovePage(); break;
@@ -416,13 +442,42 @@ LRESULT MainWindow::OnNotify(const NMHDR& header) {
   return 0;
 }
 
+void MainWindow::OnSearch(UINT code) {
+  if (code == SearchRow::kEscape) {
+    search_.Clear();  // shows the page again (its change comes back here)
+    grid_.FocusSound(grid_.Focused());
+    return;
+  }
+  if (code == SearchRow::kEnter) {
+    if (!search_.Active()) return;
+    if (shown_.empty()) {
+      SetStatus(L"No sound\u2019s name holds \u201C" + search_.Text() + L"\u201D.");
+    } else {
+      PlaySound(shown_.front());
+    }
+    return;
+  }
+  if (code != SearchRow::kChanged) return;
+  ShowSounds();
+  if (search_.Active()) {
+    const size_t found = shown_.size();
+    SetStatus(std::to_wstring(found) + (found == 1 ? L" sound" : L" sounds") + L" found for \u201C" + search_.Text() +
+              L"\u201D" + (search_.AllPages() ? L" on all pages." : L" on this page.") +
+              (found > 0 ? L" Enter plays the first; Esc ends the search." : L" Esc ends the search."));
+  } else {
+    SetStatus(L"");
+  }
+}
+
 void MainWindow::PlaySound(uint32_t id) {
   const Sound* sound = board_.Find(id);
   if (!sound) return;
-  if (!FileExists(sound->file)) {
-    SetStatus(L"\u201C" + Wide(sound->name) + L"\u201D cannot play: its file is missing (" + Wide(sound->file) +
-              L").");
-    ShowSounds();
+  // As last found (looking now could wait on a network); a file gone since is the player's to report.
+  const FileState file = files_->StateOf(Wide(sound->file));
+  if (file == FileState::Missing || file == FileState::Unreachable) {
+    SetStatus(L"\u201C" + Wide(sound->name) + L"\u201D cannot play: its file is " +
+              (file == FileState::Missing ? L"missing (" : L"on a network place that does not answer (") +
+              Wide(sound->file) + L").");
     return;
   }
   player_->Press(*sound);
@@ -690,6 +745,7 @@ void MainWindow::OnDestroy(HWND) {
   player_->StopAll();
   player_.reset();
   hotkeys_.reset();
+  files_.reset();
   tray_.reset();
   if (accelerators_) DestroyAcceleratorTable(accelerators_);
   accelerators_ = nullptr;

@@ -10,8 +10,10 @@
 #include "board/BoardFile.h"
 #include "board/BoardPlayer.h"
 #include "board/ElevatedRun.h"
+#include "board/FilePresence.h"
 #include "board/GlobalHotkeys.h"
 #include "board/MicrophoneRow.h"
+#include "board/SearchRow.h"
 #include "board/SoundGrid.h"
 #include "board/TrayIcon.h"
 #include "board/UiFont.h"
@@ -58,6 +60,8 @@ class MainWindow : public WindowClass<MainWindow> {
   void OnTray(UINT event);
   void OnPlayerNews();
   void OnElevatedEnded();
+  // The search box changed (or Enter or Esc was pressed in it, or All pages clicked).
+  void OnSearch(UINT code);
 
   // Commands.
   void PlaySound(uint32_t id);
@@ -94,6 +98,8 @@ class MainWindow : public WindowClass<MainWindow> {
   void ShowPages();
   void ShowSounds();
   void ShowMicrophones();
+  // Looks at every sound's file again, on the file thread.
+  void CheckFiles();
   void Layout();
   void MakeFonts(UINT dpi);
   void SetStatus(const std::wstring& text);
@@ -111,12 +117,15 @@ class MainWindow : public WindowClass<MainWindow> {
   UiFont font_;
   SoundGrid grid_;
   MicrophoneRow micRow_;
+  SearchRow search_;
+  std::vector<uint32_t> shown_;  // the sounds the grid shows, in order
   HWND tabs_ = nullptr, status_ = nullptr;
   HACCEL accelerators_ = nullptr;
   HICON iconLarge_ = nullptr, iconSmall_ = nullptr;
   size_t page_ = 0;  // the page shown, where new sounds go
   HWND lastFocus_ = nullptr;  // the control that had the focus when the window was deactivated
   std::unique_ptr<GlobalHotkeys> hotkeys_;
+  std::unique_ptr<FilePresence> files_;
   std::unique_ptr<TrayIcon> tray_;
   std::unique_ptr<BoardPlayer> player_;
   std::unique_ptr<ElevatedRun> elevated_;
