@@ -738,6 +738,36 @@ TEST(BoardWindow, SearchFiltersByNameAndEnterPlaysTheFirstFound) {
   EXPECT_EQ(0, board.Quit());
 }
 
+// Adding 900 files at once, whose names come to more than 64 K characters
+// (the old dialog's buffer, past which nothing was added): every one is added.
+TEST(BoardWindow, ALargeSelectionOfFilesIsAddedWhole) {
+  const std::wstring folder = Scratch(L"board-many-files");
+  CreateDirectoryW(folder.c_str(), nullptr);
+  std::wstring names;
+  size_t nameChars = 0;
+  constexpr int kFiles = 900;
+  for (int i = 0; i < kFiles; ++i) {
+    wchar_t name[160];
+    swprintf(name, 160, L"a sound with a long name that a download site gave it, number %04d of many, kept as it came.wav", i);
+    ASSERT_TRUE(CopyFileW((Sounds() + L"stays.wav").c_str(), (folder + L"\\" + name).c_str(), FALSE));
+    names += L"\"" + folder + L"\\" + name + L"\" ";
+    nameChars += wcslen(name) + 1;
+  }
+  ASSERT_GT(nameChars, 64u * 1024u);
+  const std::wstring file = MakeBoardFile(L"board-large-selection", {}, "Ctrl+Alt+0");
+  BoardProcess board(file, L"board-large-selection");
+  ASSERT_TRUE(board.Open());
+  PostMessageW(board.Window(), WM_COMMAND, board::kAddSounds, 0);
+  HWND dialog = nullptr;
+  ASSERT_TRUE(PollUntil([&] { return (dialog = FindWindowW(nullptr, L"Add sounds")) != nullptr; }));
+  const int nameBox = GetDlgItem(dialog, cmb13) != nullptr ? cmb13 : edt1;
+  ASSERT_TRUE(SetDlgItemTextW(dialog, nameBox, names.c_str()));
+  PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+  EXPECT_TRUE(PollUntil([&] { return LoadBoard(file).board.Pages()[0].sounds.size() == kFiles; }))
+      << LoadBoard(file).board.Pages()[0].sounds.size() << " added; " << Utf8(board.Status());
+  EXPECT_EQ(0, board.Quit());
+}
+
 // The windows a process has: its top-level ones and all their descendants.
 size_t WindowsOf(DWORD process) {
   struct Count {

@@ -7,6 +7,7 @@
 #include "board/SettingsDialog.h"
 #include "board/SingleInstance.h"
 #include "board/SoundDialog.h"
+#include "board/SoundFilesDialog.h"
 #include "board/SoundFolder.h"
 #include "common/ToolSupport.h"
 
@@ -556,26 +557,10 @@ void MainWindow::PlayNamed(const std::wstring& name) {
 }
 
 void MainWindow::AddSoundsDialog() {
-  std::wstring buffer(64 * 1024, L'\0');
-  OPENFILENAMEW ofn{sizeof(ofn)};
-  ofn.hwndOwner = hwnd_;
-  ofn.lpstrFilter =
-      L"Sound files\0*.wav;*.flac;*.mp3;*.ogg;*.oga;*.opus;*.aif;*.aiff;*.au;*.caf;*.w64\0All files\0*.*\0";
-  ofn.lpstrFile = buffer.data();
-  ofn.nMaxFile = static_cast<DWORD>(buffer.size());
-  ofn.lpstrTitle = L"Add sounds";
-  ofn.Flags = OFN_EXPLORER | OFN_ALLOWMULTISELECT | OFN_FILEMUSTEXIST | OFN_HIDEREADONLY;
-  if (!GetOpenFileNameW(&ofn)) return;
-  // One file: its path. Several: the folder, then each name, each ended by a null.
-  std::vector<std::wstring> parts;
-  for (const wchar_t* p = buffer.c_str(); *p != L'\0'; p += wcslen(p) + 1) parts.emplace_back(p);
-  std::vector<std::wstring> files;
-  if (parts.size() == 1) {
-    files = parts;
-  } else {
-    for (size_t i = 1; i < parts.size(); ++i) files.push_back(parts[0] + L"\\" + parts[i]);
-  }
-  AddFiles(files);
+  std::wstring error;
+  const std::vector<std::wstring> files = ChooseSoundFiles(hwnd_, error);
+  if (!error.empty()) SetStatus(error);
+  if (!files.empty()) AddFiles(files);
 }
 
 void MainWindow::AddPage() {
