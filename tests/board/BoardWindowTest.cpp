@@ -766,6 +766,12 @@ TEST(BoardWindow, ALargeSelectionOfFilesIsAddedWhole) {
   EXPECT_TRUE(PollUntil([&] { return LoadBoard(file).board.Pages()[0].sounds.size() == kFiles; }))
       << LoadBoard(file).board.Pages()[0].sounds.size() << " added; " << Utf8(board.Status());
   EXPECT_EQ(0, board.Quit());
+  for (int i = 0; i < kFiles; ++i) {
+    wchar_t name[160];
+    swprintf(name, 160, L"a sound with a long name that a download site gave it, number %04d of many, kept as it came.wav", i);
+    DeleteFileW((folder + L"\\" + name).c_str());
+  }
+  RemoveDirectoryW(folder.c_str());
 }
 
 // The windows a process has: its top-level ones and all their descendants.
