@@ -23,7 +23,7 @@ if ! grep -q "file format $format" <<<"$dump"; then
   exit 1
 fi
 
-system_dlls='^(kernel32|msvcrt|ucrtbase|ntdll|ole32|oleaut32|advapi32|shell32|user32|gdi32|comctl32|comdlg32|uxtheme|shlwapi|bcrypt|version|api-ms-win-[a-z0-9-]+)\.dll$'
+system_dlls='^(kernel32|msvcrt|ucrtbase|ntdll|ole32|oleaut32|advapi32|shell32|user32|gdi32|comctl32|comdlg32|uxtheme|oleacc|shlwapi|bcrypt|version|api-ms-win-[a-z0-9-]+)\.dll$'
 bad=0
 imports=$(sed -n 's/^ *DLL Name: //p' <<<"$dump")
 for name in $imports; do
