@@ -105,6 +105,110 @@ TEST_F(TwoPages, EditsThatBreakARuleChangeNothing) {
   EXPECT_TRUE(changes.empty());
 }
 
+// Pages whose hotkeys work only while shown may share keys with each other,
+// never with a board-wide key (the settings', or a page's whose hotkeys
+// always work) nor within one page. Each row makes one edit on a board of
+// three pages: "A" and "B" only while shown, "All" always; A's sound has
+// Ctrl+Alt+5, All's Ctrl+Alt+6.
+TEST(PageHotkeys, KeysAreUniqueAmongBoardWideKeysAndWithinEachPage) {
+  const struct {
+    const char* name;
+    std::function<Refusal(Board&, const std::vector<uint32_t>&)> edit;
+    const char* refusal;  // null: allowed
+  } rows[] = {
+      {"the same key on another such page", [](Board& b, auto& ids) { return b.SetHotkey(ids[2], Chord("Ctrl+Alt+5")); },
+       nullptr},
+      {"the same key twice on one such page",
+       [](Board& b, auto& ids) { return b.SetHotkey(ids[1], Chord("Ctrl+Alt+5")); },
+       "Ctrl+Alt+5 already plays \u201Ca1\u201D"},
+      {"a board-wide page's key on such a page",
+       [](Board& b, auto& ids) { return b.SetHotkey(ids[2], Chord("Ctrl+Alt+6")); },
+       "Ctrl+Alt+6 already plays \u201Call\u201D on page \u201CAll\u201D"},
+      {"such a page's key on a board-wide page",
+       [](Board& b, auto& ids) { return b.SetHotkey(ids[4], Chord("Ctrl+Alt+5")); },
+       "Ctrl+Alt+5 already plays \u201Ca1\u201D on page \u201CA\u201D"},
+      {"the next-page key on a sound", [](Board& b, auto& ids) { return b.SetHotkey(ids[2], Chord("Ctrl+Alt+PageDown")); },
+       "Ctrl+Alt+PageDown already shows the next page"},
+      {"the previous-page key on stop everything", [](Board& b, auto&) {
+         Settings s = b.GetSettings();
+         s.stopAllHotkey = Chord("Ctrl+Alt+PageUp");
+         return b.SetSettings(s);
+       }, "previous page: Ctrl+Alt+PageUp already stops everything"},
+      {"a page key on such a page's sound", [](Board& b, auto&) {
+         Settings s = b.GetSettings();
+         s.nextPageHotkey = Chord("Ctrl+Alt+5");
+         return b.SetSettings(s);
+       }, "next page: Ctrl+Alt+5 already plays"},
+      {"turning it off while another such page shares a key", [](Board& b, auto& ids) {
+         EXPECT_FALSE(b.SetHotkey(ids[2], Chord("Ctrl+Alt+5")));
+         return b.SetHotkeysOnlyWhenShown(0, false);
+       }, "page \u201CA\u201D: Ctrl+Alt+5 already plays \u201Cb1\u201D on page \u201CB\u201D"},
+      {"turning it off with keys of its own", [](Board& b, auto&) { return b.SetHotkeysOnlyWhenShown(0, false); },
+       nullptr},
+      {"moving a sound onto a page where its key is taken", [](Board& b, auto& ids) {
+         EXPECT_FALSE(b.SetHotkey(ids[2], Chord("Ctrl+Alt+5")));
+         return b.MoveSound(ids[0], 1, 0);
+       }, "Ctrl+Alt+5 already plays \u201Cb1\u201D"},
+      {"moving a sound onto such a page where its key is free", [](Board& b, auto& ids) { return b.MoveSound(ids[0], 1, 0); },
+       nullptr},
+  };
+  for (const auto& row : rows) {
+    Board board;
+    ASSERT_FALSE(board.RenamePage(0, "A"));
+    ASSERT_FALSE(board.AddPage("B"));
+    ASSERT_FALSE(board.AddPage("All"));
+    ASSERT_FALSE(board.SetHotkeysOnlyWhenShown(0, true));
+    ASSERT_FALSE(board.SetHotkeysOnlyWhenShown(1, true));
+    std::vector<uint32_t> ids = board.AddSounds(0, {"a1.wav", "a2.wav"});
+    for (uint32_t id : board.AddSounds(1, {"b1.wav", "b2.wav"})) ids.push_back(id);
+    ids.push_back(board.AddSounds(2, {"all.wav"}).front());
+    ASSERT_FALSE(board.SetHotkey(ids[0], Chord("Ctrl+Alt+5")));
+    ASSERT_FALSE(board.SetHotkey(ids[4], Chord("Ctrl+Alt+6")));
+    const Refusal refused = row.edit(board, ids);
+    if (row.refusal == nullptr) {
+      EXPECT_FALSE(refused) << row.name << ": " << refused.value_or("");
+    } else {
+      ASSERT_TRUE(refused) << row.name;
+      EXPECT_NE(std::string::npos, refused->find(row.refusal)) << row.name << ": " << *refused;
+    }
+  }
+}
+
+// The page flag and the page keys go into the board file and come back; a
+// page key written as null is none, one left out is the default. A file
+// from before the page keys, whose sound has Ctrl+Alt+PageDown, keeps it:
+// the next-page key gives way, and that is named.
+TEST(PageHotkeys, GoIntoTheFileAndComeBack) {
+  Board board;
+  ASSERT_FALSE(board.AddPage("B"));
+  ASSERT_FALSE(board.SetHotkeysOnlyWhenShown(1, true));
+  Settings s = board.GetSettings();
+  s.previousPageHotkey.reset();
+  s.nextPageHotkey = Chord("Ctrl+Shift+N");
+  ASSERT_FALSE(board.SetSettings(s));
+  std::string error;
+  const std::optional<Board> read = FromJson(ToJson(board), error);
+  ASSERT_TRUE(read) << error;
+  EXPECT_FALSE(read->Pages()[0].hotkeysOnlyWhenShown);
+  EXPECT_TRUE(read->Pages()[1].hotkeysOnlyWhenShown);
+  EXPECT_EQ("Ctrl+Shift+N", read->GetSettings().nextPageHotkey->Text());
+  EXPECT_FALSE(read->GetSettings().previousPageHotkey);
+
+  const std::string old = R"({"pages": [{"name": "Sounds", "sounds": [{"file": "x.wav", "hotkey": "Ctrl+Alt+PageDown"}]}]})";
+  const std::optional<Board> defaults = FromJson(R"({"pages": [{"name": "Sounds"}]})", error);
+  ASSERT_TRUE(defaults) << error;
+  EXPECT_EQ("Ctrl+Alt+PageDown", defaults->GetSettings().nextPageHotkey->Text());
+  EXPECT_EQ("Ctrl+Alt+PageUp", defaults->GetSettings().previousPageHotkey->Text());
+  std::vector<Mistake> mistakes;
+  const std::optional<Board> kept = FromJson(old, error, &mistakes);
+  ASSERT_TRUE(kept) << error;
+  EXPECT_EQ("Ctrl+Alt+PageDown", kept->Pages()[0].sounds[0].hotkey->Text());
+  EXPECT_FALSE(kept->GetSettings().nextPageHotkey);
+  EXPECT_EQ("Ctrl+Alt+PageUp", kept->GetSettings().previousPageHotkey->Text());
+  ASSERT_EQ(1u, mistakes.size());
+  EXPECT_NE(std::string::npos, mistakes[0].what.find("the next-page hotkey was taken off")) << mistakes[0].what;
+}
+
 TEST_F(TwoPages, EachEditTellsTheListenerOnce) {
   EXPECT_FALSE(board.SetHotkey(ids[1], Chord("Ctrl+Alt+2")));
   EXPECT_FALSE(board.SetHotkey(ids[0], std::nullopt));  // frees Ctrl+Alt+1...

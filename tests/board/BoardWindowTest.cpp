@@ -774,6 +774,72 @@ TEST(BoardWindow, ALargeSelectionOfFilesIsAddedWhole) {
   RemoveDirectoryW(folder.c_str());
 }
 
+// The visible notification-area balloon's text (Windows and Wine show it as a tooltip), or "".
+std::wstring BalloonText() {
+  std::wstring text;
+  EnumWindows(
+      [](HWND window, LPARAM p) -> BOOL {
+        if (IsWindowVisible(window) && ClassOf(window) == L"tooltips_class32") {
+          *reinterpret_cast<std::wstring*>(p) += TextOf(window);
+        }
+        return TRUE;
+      },
+      reinterpret_cast<LPARAM>(&text));
+  return text;
+}
+
+// Two pages whose hotkeys work only while shown use the same key: it plays
+// the shown page's sound, also while another program has the focus; the
+// next-page hotkey (Ctrl+Alt+PageDown, pressed there too) shows the other
+// page, and the same key then plays its sound. Closed to the notification
+// area, the previous-page hotkey switches back and a balloon names the page.
+TEST(BoardWindow, PagesWithTheirOwnHotkeysShareAKeyAndThePageHotkeysSwitchThem) {
+  const std::wstring file = Scratch(L"board-page-keys.json");
+  {
+    Board two;
+    ASSERT_FALSE(two.RenamePage(0, "A"));
+    ASSERT_FALSE(two.AddPage("B"));
+    ASSERT_FALSE(two.SetHotkeysOnlyWhenShown(0, true));
+    ASSERT_FALSE(two.SetHotkeysOnlyWhenShown(1, true));
+    const uint32_t a = two.AddSounds(0, {Utf8(Sounds() + L"stays.wav")}).front();
+    const uint32_t b = two.AddSounds(1, {Utf8(Sounds() + L"stopped.wav")}).front();
+    ASSERT_FALSE(two.SetHotkey(a, Chord("Ctrl+Alt+1")));
+    ASSERT_FALSE(two.SetHotkey(b, Chord("Ctrl+Alt+1")));
+    board::Settings settings;
+    settings.microphone = Utf8(kMic);
+    settings.keepInTray = true;
+    ASSERT_FALSE(two.SetSettings(settings));
+    std::string error;
+    ASSERT_TRUE(board::SaveBoard(two, file, error)) << error;
+  }
+  BoardProcess board(file, L"board-page-keys");
+  ASSERT_TRUE(board.Open());
+  MicHost host(L"board-page-keys", 12);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  UniqueWindow other(CreateWindowExW(0, L"STATIC", L"another program", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200,
+                                     100, nullptr, nullptr, nullptr, nullptr));
+  SetForegroundWindow(other.Get());
+  ASSERT_TRUE(PollUntil([&] { return GetForegroundWindow() == other.Get(); }));
+
+  PressKeys("Ctrl+Alt+1");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays (playing)"); })) << Utf8(board.Status());
+  PressKeys("Ctrl+Alt+PageDown");
+  EXPECT_TRUE(PollUntil([&] { return board.Buttons() == std::vector<std::wstring>{L"stopped"}; }))
+      << Utf8(board.Status());
+  EXPECT_EQ(other.Get(), GetForegroundWindow()) << "the page hotkey took the focus";
+  PressKeys("Ctrl+Alt+1");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stopped (playing)"); })) << Utf8(board.Status());
+
+  PostMessageW(board.Window(), WM_CLOSE, 0, 0);
+  ASSERT_TRUE(PollUntil([&] { return !IsWindowVisible(board.Window()); }));
+  PressKeys("Ctrl+Alt+PageUp");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"stays"); })) << Utf8(board.Status());
+  EXPECT_TRUE(PollUntil([] { return BalloonText().find(L"Page \u201CA\u201D") != std::wstring::npos; }, 5000))
+      << Utf8(BalloonText());
+  std::printf("[ balloon  ] %s\n", Utf8(BalloonText()).c_str());
+  EXPECT_EQ(0, board.Quit());
+}
+
 // The windows a process has: its top-level ones and all their descendants.
 size_t WindowsOf(DWORD process) {
   struct Count {

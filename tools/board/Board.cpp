@@ -32,12 +32,29 @@ Refusal CheckVolume(double volumeDb) {
 
 }  // namespace
 
+tools::KeyChord DefaultNextPageHotkey() {
+  tools::KeyChord chord;
+  chord.ctrl = chord.alt = true;
+  chord.key = VK_NEXT;
+  chord.extended = true;
+  return chord;
+}
+
+tools::KeyChord DefaultPreviousPageHotkey() {
+  tools::KeyChord chord = DefaultNextPageHotkey();
+  chord.key = VK_PRIOR;
+  return chord;
+}
+
 Board::Board() { pages_.push_back(Page{"Sounds", {}}); }
 
 std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std::string& error,
                                  std::vector<Mistake>* mistakes) {
   Board board;
   board.pages_.clear();
+  // The sounds' keys come first: a page key of the settings that clashes with one gives way below.
+  board.settings_.nextPageHotkey.reset();
+  board.settings_.previousPageHotkey.reset();
   // Each page and sound goes through the same checks as an edit would.
   for (Page& page : pages) {
     const int index = static_cast<int>(board.pages_.size());
@@ -53,7 +70,7 @@ std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std
           {0, index, "page " + std::to_string(index + 1) + ": " + *refused + "; it is \"" + name + "\" now", "renamed"});
       page.name = name;
     }
-    board.pages_.push_back(Page{page.name, {}});
+    board.pages_.push_back(Page{page.name, {}, page.hotkeysOnlyWhenShown});
     for (Sound& sound : page.sounds) {
       const uint32_t id = board.nextId_;
       std::vector<std::pair<std::string, std::string>> putRight;  // what, mark
@@ -74,7 +91,7 @@ std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std
         const std::string volume = std::to_string(static_cast<int>(sound.volumeDb)) + " dB";
         putRight.push_back({*refused + "; its volume is " + volume + " now", "volume set to " + volume});
       }
-      if (Refusal refused = board.CheckHotkey(sound.hotkey, kNewSound)) {
+      if (Refusal refused = board.CheckHotkey(sound.hotkey, kNewSound, index)) {
         if (mistakes == nullptr) {
           error = "\"" + sound.name + "\": " + *refused;
           return std::nullopt;
@@ -90,13 +107,15 @@ std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std
   if (board.pages_.empty()) board.pages_.push_back(Page{"Sounds", {}});
   Refusal refused = board.SetSettings(settings);
   // A key of the settings that clashes goes, push-to-talk first.
-  for (auto key : {&Settings::pushToTalkKey, &Settings::stopAllHotkey}) {
+  using Key = std::optional<tools::KeyChord> Settings::*;
+  const std::pair<Key, const char*> keys[] = {{&Settings::pushToTalkKey, "the push-to-talk key"},
+                                              {&Settings::stopAllHotkey, "the stop-everything hotkey"},
+                                              {&Settings::nextPageHotkey, "the next-page hotkey"},
+                                              {&Settings::previousPageHotkey, "the previous-page hotkey"}};
+  for (const auto& [key, what] : keys) {
     if (!refused || mistakes == nullptr) break;
     if (!(settings.*key)) continue;
-    mistakes->push_back({0, -1, "settings: " + *refused + "; " +
-                                    (key == &Settings::pushToTalkKey ? "the push-to-talk key" : "the stop-everything hotkey") +
-                                    " was taken off",
-                         "settings"});
+    mistakes->push_back({0, -1, "settings: " + *refused + "; " + what + " was taken off", "settings"});
     (settings.*key).reset();
     refused = board.SetSettings(settings);
   }
@@ -146,6 +165,8 @@ int Board::PageOf(uint32_t id) const {
 
 std::string Board::UserOf(const tools::KeyChord& chord) const {
   if (settings_.stopAllHotkey == chord) return "stop everything";
+  if (settings_.nextPageHotkey == chord) return "next page";
+  if (settings_.previousPageHotkey == chord) return "previous page";
   for (const Page& page : pages_) {
     for (const Sound& sound : page.sounds) {
       if (sound.hotkey == chord) return "\u201C" + sound.name + "\u201D";
@@ -178,22 +199,51 @@ bool PushToTalkSetsOff(const tools::KeyChord& ptt, const tools::KeyChord& hotkey
 
 }  // namespace
 
-Refusal Board::CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id) const {
+Refusal Board::CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id, int page) const {
   if (!chord) return std::nullopt;
   if (chord->key == 0) return "a hotkey needs a key";
-  if (id != 0 && SameHotkey(settings_.stopAllHotkey, *chord)) return chord->Text() + " already stops everything";
-  // (The stop-everything hotkey is checked against push-to-talk with the settings it comes in.)
+  if (id != 0) {
+    const std::pair<const std::optional<tools::KeyChord>*, const char*> board[] = {
+        {&settings_.stopAllHotkey, " already stops everything"},
+        {&settings_.nextPageHotkey, " already shows the next page"},
+        {&settings_.previousPageHotkey, " already shows the previous page"}};
+    for (const auto& [key, what] : board) {
+      if (SameHotkey(*key, *chord)) return chord->Text() + what;
+    }
+  }
+  // (The settings' keys are checked against push-to-talk with the settings they come in.)
   if (id != 0 && settings_.pushToTalkKey && PushToTalkSetsOff(*settings_.pushToTalkKey, *chord)) {
     return chord->Text() + " would be pressed by push-to-talk (" + settings_.pushToTalkKey->Text() +
            ") while a sound plays";
   }
-  for (const Page& page : pages_) {
-    for (const Sound& sound : page.sounds) {
+  if (id != 0 && page < 0) page = PageOf(id);
+  const bool onlyWhenShown = id != 0 && page >= 0 && static_cast<size_t>(page) < pages_.size() &&
+                             pages_[static_cast<size_t>(page)].hotkeysOnlyWhenShown;
+  for (size_t p = 0; p < pages_.size(); ++p) {
+    // Two pages whose hotkeys work only while shown never have their keys at once.
+    if (onlyWhenShown && pages_[p].hotkeysOnlyWhenShown && static_cast<int>(p) != page) continue;
+    for (const Sound& sound : pages_[p].sounds) {
       if (sound.id != id && SameHotkey(sound.hotkey, *chord)) {
-        return chord->Text() + " already plays \u201C" + sound.name + "\u201D";
+        return chord->Text() + " already plays \u201C" + sound.name + "\u201D" +
+               (static_cast<int>(p) != page ? " on page \u201C" + pages_[p].name + "\u201D" : "");
       }
     }
   }
+  return std::nullopt;
+}
+
+Refusal Board::SetHotkeysOnlyWhenShown(size_t page, bool only) {
+  if (page >= pages_.size()) return "no such page";
+  if (pages_[page].hotkeysOnlyWhenShown == only) return std::nullopt;
+  pages_[page].hotkeysOnlyWhenShown = only;
+  // Its keys become board-wide again: each must be free on every page.
+  for (const Sound& sound : pages_[page].sounds) {
+    if (Refusal refused = CheckHotkey(sound.hotkey, sound.id, static_cast<int>(page))) {
+      pages_[page].hotkeysOnlyWhenShown = !only;
+      return "page \u201C" + pages_[page].name + "\u201D: " + *refused;
+    }
+  }
+  Changed({Change::Kind::Pages});
   return std::nullopt;
 }
 
@@ -318,6 +368,9 @@ Refusal Board::MoveSound(uint32_t id, size_t page, size_t index) {
   if (page >= pages_.size()) return "no such page";
   auto& source = pages_[static_cast<size_t>(from)].sounds;
   const auto at = std::find_if(source.begin(), source.end(), [id](const Sound& s) { return s.id == id; });
+  if (static_cast<size_t>(from) != page) {
+    if (Refusal refused = CheckHotkey(at->hotkey, id, static_cast<int>(page))) return refused;
+  }
   Sound sound = std::move(*at);
   source.erase(at);
   auto& target = pages_[page].sounds;
@@ -327,7 +380,22 @@ Refusal Board::MoveSound(uint32_t id, size_t page, size_t index) {
 }
 
 Refusal Board::SetSettings(const Settings& settings) {
-  if (Refusal refused = CheckHotkey(settings.stopAllHotkey, 0)) return "stop everything: " + *refused;
+  struct BoardKey {
+    const std::optional<tools::KeyChord>* key;
+    const char* name;
+    const char* does;
+  };
+  const BoardKey keys[] = {{&settings.stopAllHotkey, "stop everything", "stops everything"},
+                           {&settings.nextPageHotkey, "next page", "shows the next page"},
+                           {&settings.previousPageHotkey, "previous page", "shows the previous page"}};
+  for (size_t k = 0; k < std::size(keys); ++k) {
+    if (Refusal refused = CheckHotkey(*keys[k].key, 0)) return std::string(keys[k].name) + ": " + *refused;
+    for (size_t other = 0; other < k; ++other) {
+      if (*keys[k].key && SameHotkey(*keys[other].key, **keys[k].key)) {
+        return std::string(keys[k].name) + ": " + (*keys[k].key)->Text() + " already " + keys[other].does;
+      }
+    }
+  }
   if (settings.pushToTalkKey && settings.pushToTalkKey->key == 0) return "push-to-talk needs a key";
   // Push-to-talk is pressed while a sound plays: it must not press a hotkey of the board's.
   if (const auto& ptt = settings.pushToTalkKey) {
@@ -336,8 +404,9 @@ Refusal Board::SetSettings(const Settings& settings) {
       return "push-to-talk: " + ptt->Text() + (*ptt == hotkey ? " is " : " is part of " + hotkey.Text() + ", ") +
              "the hotkey that " + whose;
     };
-    if (settings.stopAllHotkey) {
-      if (Refusal refused = refuse(*settings.stopAllHotkey, "stops everything")) return refused;
+    for (const BoardKey& k : keys) {
+      if (!*k.key) continue;
+      if (Refusal refused = refuse(**k.key, k.does)) return refused;
     }
     for (const Page& page : pages_) {
       for (const Sound& sound : page.sounds) {

@@ -44,10 +44,17 @@ std::optional<uint32_t> ParseColor(const std::string& text);
 struct Page {
   std::string name;
   std::vector<Sound> sounds;
+  // Its sounds' hotkeys work only while it is the page shown; then another
+  // such page may use the same keys.
+  bool hotkeysOnlyWhenShown = false;
 };
 
 // How large the sound buttons are drawn.
 enum class ButtonSize { Small, Medium, Large };
+
+// Ctrl+Alt+PageDown and Ctrl+Alt+PageUp.
+tools::KeyChord DefaultNextPageHotkey();
+tools::KeyChord DefaultPreviousPageHotkey();
 
 // What pressing a sound that is already playing does.
 enum class PressAgain { Restart, Stop };
@@ -57,6 +64,9 @@ struct Settings {
   bool overlap = true;     // false: a new sound stops the others
   PressAgain pressAgain = PressAgain::Restart;
   std::optional<tools::KeyChord> stopAllHotkey;
+  // Show the next or the previous page, also while another program has the focus.
+  std::optional<tools::KeyChord> nextPageHotkey = DefaultNextPageHotkey();
+  std::optional<tools::KeyChord> previousPageHotkey = DefaultPreviousPageHotkey();
   bool monitor = false;  // hear what you play
   std::string monitorDevice;  // a playback device's id or name; empty: the default one
   double monitorVolumeDb = -6.0;
@@ -117,6 +127,9 @@ class Board {
   Refusal RenamePage(size_t page, const std::string& name);
   // Removes the page and its sounds; the last page stays.
   Refusal RemovePage(size_t page);
+  // Whether the page's hotkeys work only while it is shown. Turning it off
+  // is refused while another page uses one of its keys.
+  Refusal SetHotkeysOnlyWhenShown(size_t page, bool only);
 
   // Adds a sound for each file at the end of the page, named after the file.
   // Returns their ids.
@@ -137,8 +150,11 @@ class Board {
  private:
   Sound* FindMutable(uint32_t id);
   Refusal CheckPageName(const std::string& name, std::optional<size_t> except) const;
-  // Why the chord cannot go to the sound `id` (0: the stop-everything hotkey).
-  Refusal CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id) const;
+  // Why the chord cannot go to the sound `id` on `page` (-1: the page it is
+  // on), or to a key of the settings (id 0). A key is unique among the
+  // board-wide keys (the settings' and those of pages whose hotkeys always
+  // work) and among each page's own.
+  Refusal CheckHotkey(const std::optional<tools::KeyChord>& chord, uint32_t id, int page = -1) const;
   void Changed(Change change) const;
 
   std::vector<Page> pages_;

@@ -13,7 +13,7 @@ constexpr BYTE kCtrl = FVIRTKEY | FCONTROL;
 const CommandInfo kCommands[] = {
     {kAddSounds, MenuOf::Board, L"&Add sounds\u2026", kCtrl, 'O', L"Ctrl+O"},
     {kAddPage, MenuOf::Board, L"Add &page\u2026", kCtrl, 'T', L"Ctrl+T"},
-    {kRenamePage, MenuOf::Board, L"Re&name page\u2026", 0, 0, nullptr},
+    {kRenamePage, MenuOf::Board, L"Page setti&ngs\u2026", 0, 0, nullptr},
     {kRemovePage, MenuOf::Board, L"Remo&ve page", 0, 0, nullptr},
     {kFind, MenuOf::Board, L"Fin&d a sound", kCtrl, 'F', L"Ctrl+F"},
     {0, MenuOf::Board, nullptr, 0, 0, nullptr},

@@ -48,7 +48,9 @@ std::string ToJson(const Board& board) {
       if (sound.color) entry["color"] = ColorText(*sound.color);
       sounds.push_back(std::move(entry));
     }
-    pages.push_back({{"name", page.name}, {"sounds", std::move(sounds)}});
+    json entry = {{"name", page.name}, {"sounds", std::move(sounds)}};
+    if (page.hotkeysOnlyWhenShown) entry["hotkeysOnlyWhenShown"] = true;
+    pages.push_back(std::move(entry));
   }
   const Settings& s = board.GetSettings();
   const json settings = {
@@ -56,6 +58,8 @@ std::string ToJson(const Board& board) {
       {"overlap", s.overlap},
       {"pressAgain", PressAgainText(s.pressAgain)},
       {"stopAllHotkey", ChordJson(s.stopAllHotkey)},
+      {"nextPageHotkey", ChordJson(s.nextPageHotkey)},
+      {"previousPageHotkey", ChordJson(s.previousPageHotkey)},
       {"monitor", s.monitor},
       {"monitorDevice", s.monitorDevice},
       {"monitorVolumeDb", s.monitorVolumeDb},
@@ -90,7 +94,7 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
     std::vector<Page> pages;
     size_t sounds = 0;
     for (const json& p : file.at("pages")) {
-      Page page{p.at("name").get<std::string>(), {}};
+      Page page{p.at("name").get<std::string>(), {}, Read(p, "hotkeysOnlyWhenShown", false)};
       for (const json& s : Read(p, "sounds", json::array())) {
         Sound sound;
         sound.file = s.at("file").get<std::string>();
@@ -126,6 +130,11 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
     }
     settings.pressAgain = pressAgain == "stop" ? PressAgain::Stop : PressAgain::Restart;
     settings.stopAllHotkey = readChord(s, "stopAllHotkey", "settings: ", 0, -1);
+    // The page keys have defaults: absent is the default, null or "" is none.
+    if (s.contains("nextPageHotkey")) settings.nextPageHotkey = readChord(s, "nextPageHotkey", "settings: ", 0, -1);
+    if (s.contains("previousPageHotkey")) {
+      settings.previousPageHotkey = readChord(s, "previousPageHotkey", "settings: ", 0, -1);
+    }
     settings.monitor = Read(s, "monitor", settings.monitor);
     settings.monitorDevice = Read(s, "monitorDevice", settings.monitorDevice);
     settings.monitorVolumeDb = Read(s, "monitorVolumeDb", settings.monitorVolumeDb);

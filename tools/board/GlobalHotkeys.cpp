@@ -36,14 +36,19 @@ std::optional<HotkeyTarget> GlobalHotkeys::TargetOf(int id) const {
   return at->second;
 }
 
-void GlobalHotkeys::Sync(const Board& board) {
+void GlobalHotkeys::Sync(const Board& board, size_t shownPage) {
   std::map<HotkeyTarget, tools::KeyChord> wanted;
-  for (const Page& page : board.Pages()) {
+  for (size_t p = 0; p < board.Pages().size(); ++p) {
+    const Page& page = board.Pages()[p];
+    if (page.hotkeysOnlyWhenShown && p != shownPage) continue;
     for (const Sound& sound : page.sounds) {
       if (sound.hotkey) wanted[HotkeyTarget::Sound(sound.id)] = *sound.hotkey;
     }
   }
-  if (board.GetSettings().stopAllHotkey) wanted[HotkeyTarget::Command(kStopAll)] = *board.GetSettings().stopAllHotkey;
+  const Settings& settings = board.GetSettings();
+  if (settings.stopAllHotkey) wanted[HotkeyTarget::Command(kStopAll)] = *settings.stopAllHotkey;
+  if (settings.nextPageHotkey) wanted[HotkeyTarget::Command(kNextPage)] = *settings.nextPageHotkey;
+  if (settings.previousPageHotkey) wanted[HotkeyTarget::Command(kPreviousPage)] = *settings.previousPageHotkey;
   // Off first, so that a chord moved from one sound to another is free again.
   for (auto it = registered_.begin(); it != registered_.end();) {
     const auto want = wanted.find(it->first);

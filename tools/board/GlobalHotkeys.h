@@ -1,6 +1,8 @@
 // The board's hotkeys, registered with the system on the main window so that
-// they work while another program has the focus. A hotkey either runs one of
-// the board's commands (stop everything), registered under the command's id,
+// they work while another program has the focus: those of pages whose
+// hotkeys always work, those of the page shown, and the board's own (stop
+// everything, next and previous page). A hotkey either runs one of the
+// board's commands, registered under the command's id,
 // or plays a sound, registered under an id handed out from the range Windows
 // leaves to programs and taken back when the hotkey goes: a board's sound ids
 // grow without end, the hotkey ids never run out. After an edit, Sync
@@ -35,7 +37,7 @@ class GlobalHotkeys {
   GlobalHotkeys(const GlobalHotkeys&) = delete;
   GlobalHotkeys& operator=(const GlobalHotkeys&) = delete;
 
-  void Sync(const Board& board);
+  void Sync(const Board& board, size_t shownPage);
   // What the hotkey of this id (WM_HOTKEY's) does, or nothing.
   std::optional<HotkeyTarget> TargetOf(int id) const;
   // The hotkeys another program holds, with the system's words.

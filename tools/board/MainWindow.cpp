@@ -221,7 +221,7 @@ void MainWindow::ShowPages() {
   }
   page_ = std::min(page_, pages.size() - 1);
   TabCtrl_SetCurSel(tabs_, static_cast<int>(page_));
-  hotkeys_->Sync(board_);
+  hotkeys_->Sync(board_, page_);
   ShowSounds();
   Layout();
 }
@@ -260,11 +260,31 @@ void MainWindow::ShowSounds() {
   // The status bar names the first hotkey another program holds.
   for (const auto& [target, why] : hotkeys_->Conflicts()) {
     const Sound* sound = target.sound != 0 ? board_.Find(target.sound) : nullptr;
-    const tools::KeyChord chord = sound ? *sound->hotkey : *board_.GetSettings().stopAllHotkey;
-    const std::wstring owner = sound ? L"\u201C" + Wide(sound->name) + L"\u201D" : L"stop everything";
+    const Settings& settings = board_.GetSettings();
+    const tools::KeyChord chord = sound                            ? *sound->hotkey
+                                  : target.command == kNextPage     ? *settings.nextPageHotkey
+                                  : target.command == kPreviousPage ? *settings.previousPageHotkey
+                                                                    : *settings.stopAllHotkey;
+    const std::wstring owner = sound                            ? L"\u201C" + Wide(sound->name) + L"\u201D"
+                               : target.command == kNextPage     ? L"next page"
+                               : target.command == kPreviousPage ? L"previous page"
+                                                                 : L"stop everything";
     SetStatus(Wide(chord.Text()) + L" (" + owner + L") does not work: another program holds it (" + Wide(why) +
               L"). Choose another hotkey.");
     break;
+  }
+}
+
+void MainWindow::ShowPage(size_t page) {
+  page_ = std::min(page, board_.Pages().size() - 1);
+  TabCtrl_SetCurSel(tabs_, static_cast<int>(page_));
+  hotkeys_->Sync(board_, page_);  // a page's own hotkeys work while it is shown
+  ShowSounds();
+  // From a hotkey while the board is out of sight: the notification area says which page it is now.
+  if (!IsWindowVisible(hwnd_) || IsIconic(hwnd_)) {
+    const Page& shown = board_.Pages()[page_];
+    tray_->Notify(L"Quillon Board", L"Page \u201C" + Wide(shown.name) + L"\u201D" +
+                                        (shown.hotkeysOnlyWhenShown ? L": its hotkeys work now." : L"."));
   }
 }
 
@@ -307,12 +327,12 @@ void MainWindow::OnBoardChanged(const Change& change) {
       soundMarks_.erase(change.sound);  // changed by hand: what loading put right is no news
       [[fallthrough]];
     case Change::Kind::Sounds:
-      hotkeys_->Sync(board_);
+      hotkeys_->Sync(board_, page_);
       ShowSounds();
       break;
     case Change::Kind::Settings:
       grid_.SetSize(static_cast<int>(board_.GetSettings().buttonSize));
-      hotkeys_->Sync(board_);
+      hotkeys_->Sync(board_, page_);
       player_->Configure(board_.GetSettings());
       ShowSounds();
       break;
@@ -411,9 +431,7 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
     case kNextPage:
     case kPreviousPage: {
       const size_t count = board_.Pages().size();
-      page_ = (page_ + (command == kNextPage ? 1 : count - 1)) % count;
-      TabCtrl_SetCurSel(tabs_, static_cast<int>(page_));
-      ShowSounds();
+      ShowPage((page_ + (command == kNextPage ? 1 : count - 1)) % count);
       break;
     }
     default: break;
@@ -437,8 +455,7 @@ LRESULT MainWindow::OnNotify(const NMHDR& header) {
     return 0;
   }
   if (header.hwndFrom == tabs_ && header.code == TCN_SELCHANGE) {
-    page_ = static_cast<size_t>(std::max(0, TabCtrl_GetCurSel(tabs_)));
-    ShowSounds();
+    ShowPage(static_cast<size_t>(std::max(0, TabCtrl_GetCurSel(tabs_))));
   }
   return 0;
 }
@@ -564,18 +581,26 @@ void MainWindow::AddSoundsDialog() {
 }
 
 void MainWindow::AddPage() {
-  PageNameDialog dialog(L"Add page", L"", [this](const std::string& name) { return board_.AddPage(name); });
-  if (dialog.Ask(hwnd_)) {
-    page_ = board_.Pages().size() - 1;
-    TabCtrl_SetCurSel(tabs_, static_cast<int>(page_));
-    ShowSounds();
-  }
+  PageNameDialog dialog(L"Add page", L"", false, [this](const std::string& name, bool only) {
+    Refusal refused = board_.AddPage(name);
+    // A new page has no keys yet: its flag is never refused.
+    if (!refused && only) refused = board_.SetHotkeysOnlyWhenShown(board_.Pages().size() - 1, true);
+    return refused;
+  });
+  if (dialog.Ask(hwnd_)) ShowPage(board_.Pages().size() - 1);
 }
 
 void MainWindow::RenamePage() {
   const size_t page = page_;
-  PageNameDialog dialog(L"Rename page", Wide(board_.Pages()[page].name),
-                        [this, page](const std::string& name) { return board_.RenamePage(page, name); });
+  const bool was = board_.Pages()[page].hotkeysOnlyWhenShown;
+  PageNameDialog dialog(L"Page settings", Wide(board_.Pages()[page].name), was,
+                        [this, page, was](const std::string& name, bool only) {
+                          // The flag first: a refused rename then puts it back (back is always allowed).
+                          if (Refusal refused = board_.SetHotkeysOnlyWhenShown(page, only)) return refused;
+                          Refusal refused = board_.RenamePage(page, name);
+                          if (refused) board_.SetHotkeysOnlyWhenShown(page, was);
+                          return refused;
+                        });
   dialog.Ask(hwnd_);
 }
 

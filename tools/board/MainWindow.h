@@ -97,6 +97,8 @@ class MainWindow : public WindowClass<MainWindow> {
   // Shows the pages, the sounds of the page shown and their hotkeys' state.
   void ShowPages();
   void ShowSounds();
+  // Shows the page (its tab, its sounds, its own hotkeys).
+  void ShowPage(size_t page);
   void ShowMicrophones();
   // Looks at every sound's file again, on the file thread.
   void CheckFiles();

@@ -11,12 +11,14 @@ BOOL PageNameDialog::OnInit() {
   SetWindowTextW(hwnd_, title_.c_str());
   SetDlgItemTextW(hwnd_, IDC_PAGE_NAME, name_.c_str());
   SendDlgItemMessageW(hwnd_, IDC_PAGE_NAME, EM_SETSEL, 0, -1);
+  CheckDlgButton(hwnd_, IDC_PAGE_ONLY_SHOWN, onlyWhenShown_ ? BST_CHECKED : BST_UNCHECKED);
   return TRUE;
 }
 
 bool PageNameDialog::OnOk() {
-  if (const Refusal refused = apply_(tools::Utf8(ItemText(IDC_PAGE_NAME)))) {
-    Refuse(tools::Wide(*refused), IDC_PAGE_NAME);
+  const bool only = IsDlgButtonChecked(hwnd_, IDC_PAGE_ONLY_SHOWN) == BST_CHECKED;
+  if (const Refusal refused = apply_(tools::Utf8(ItemText(IDC_PAGE_NAME)), only)) {
+    Refuse(tools::Wide(*refused), refused->rfind("page \u201C", 0) == 0 ? IDC_PAGE_ONLY_SHOWN : IDC_PAGE_NAME);
     return false;
   }
   return true;

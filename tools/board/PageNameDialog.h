@@ -1,5 +1,6 @@
-// Asks for a page's name, and stays open with the board's reason while the
-// name is refused (empty, or taken by another page).
+// Asks for a page's name and whether its hotkeys work only while it is
+// shown, and stays open with the board's reason while they are refused (an
+// empty name or one taken by another page; a key another page shares).
 #pragma once
 
 #include "board/Board.h"
@@ -11,9 +12,10 @@ namespace quillon::board {
 
 class PageNameDialog : public DialogClass<PageNameDialog> {
  public:
-  // `apply` makes the change, or says why not.
-  PageNameDialog(std::wstring title, std::wstring name, std::function<Refusal(const std::string&)> apply)
-      : title_(std::move(title)), name_(std::move(name)), apply_(std::move(apply)) {}
+  // `apply` makes the change (the name, the page's hotkeys only while shown), or says why not.
+  PageNameDialog(std::wstring title, std::wstring name, bool onlyWhenShown,
+                 std::function<Refusal(const std::string&, bool)> apply)
+      : title_(std::move(title)), name_(std::move(name)), onlyWhenShown_(onlyWhenShown), apply_(std::move(apply)) {}
   bool Ask(HWND owner);
 
   BOOL OnInit();
@@ -22,7 +24,8 @@ class PageNameDialog : public DialogClass<PageNameDialog> {
 
  private:
   std::wstring title_, name_;
-  std::function<Refusal(const std::string&)> apply_;
+  bool onlyWhenShown_;
+  std::function<Refusal(const std::string&, bool)> apply_;
 };
 
 }  // namespace quillon::board

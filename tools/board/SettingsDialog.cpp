@@ -35,6 +35,8 @@ BOOL SettingsDialog::OnInit() {
   ComboBox_AddString(pressAgain, L"Stops it");
   ComboBox_SetCurSel(pressAgain, s.pressAgain == PressAgain::Stop ? 1 : 0);
   ShowHotkey(GetDlgItem(hwnd_, IDC_SET_STOP_HOTKEY), s.stopAllHotkey);
+  ShowHotkey(GetDlgItem(hwnd_, IDC_SET_NEXT_PAGE), s.nextPageHotkey);
+  ShowHotkey(GetDlgItem(hwnd_, IDC_SET_PREVIOUS_PAGE), s.previousPageHotkey);
   CheckDlgButton(hwnd_, IDC_SET_MONITOR, s.monitor ? BST_CHECKED : BST_UNCHECKED);
   HWND devices = GetDlgItem(hwnd_, IDC_SET_MONITOR_DEVICE);
   ComboBox_AddString(devices, L"The default playback device");
@@ -83,6 +85,8 @@ bool SettingsDialog::OnOk() {
   s.overlap = IsDlgButtonChecked(hwnd_, IDC_SET_OVERLAP) == BST_CHECKED;
   s.pressAgain = ComboBox_GetCurSel(GetDlgItem(hwnd_, IDC_SET_PRESS_AGAIN)) == 1 ? PressAgain::Stop : PressAgain::Restart;
   s.stopAllHotkey = HotkeyOf(GetDlgItem(hwnd_, IDC_SET_STOP_HOTKEY));
+  s.nextPageHotkey = HotkeyOf(GetDlgItem(hwnd_, IDC_SET_NEXT_PAGE));
+  s.previousPageHotkey = HotkeyOf(GetDlgItem(hwnd_, IDC_SET_PREVIOUS_PAGE));
   s.monitor = IsDlgButtonChecked(hwnd_, IDC_SET_MONITOR) == BST_CHECKED;
   const int device = ComboBox_GetCurSel(GetDlgItem(hwnd_, IDC_SET_MONITOR_DEVICE));
   s.monitorDevice = device > 0 ? tools::Utf8(devices_[static_cast<size_t>(device - 1)].id) : "";
@@ -106,7 +110,12 @@ bool SettingsDialog::OnOk() {
   const int size = ComboBox_GetCurSel(GetDlgItem(hwnd_, IDC_SET_BUTTON_SIZE));
   if (size >= 0 && size <= 2) s.buttonSize = static_cast<ButtonSize>(size);
   if (const Refusal refused = board_.SetSettings(s)) {
-    Refuse(tools::Wide(*refused), IDC_SET_STOP_HOTKEY);
+    // The focus goes to the key the refusal names first.
+    const int control = refused->rfind("next page", 0) == 0       ? IDC_SET_NEXT_PAGE
+                        : refused->rfind("previous page", 0) == 0 ? IDC_SET_PREVIOUS_PAGE
+                        : refused->rfind("push-to-talk", 0) == 0  ? IDC_SET_PTT_KEY
+                                                                  : IDC_SET_STOP_HOTKEY;
+    Refuse(tools::Wide(*refused), control);
     return false;
   }
   return true;

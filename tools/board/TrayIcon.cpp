@@ -33,4 +33,14 @@ void TrayIcon::OnMessage(UINT message) {
   if (message == taskbarCreated_) Add();
 }
 
+void TrayIcon::Notify(const std::wstring& title, const std::wstring& text) {
+  if (!added_) return;
+  NOTIFYICONDATAW note = data_;
+  note.uFlags = NIF_INFO;
+  note.dwInfoFlags = NIIF_INFO | NIIF_NOSOUND;
+  wcsncpy(note.szInfoTitle, title.c_str(), std::size(note.szInfoTitle) - 1);
+  wcsncpy(note.szInfo, text.c_str(), std::size(note.szInfo) - 1);
+  Shell_NotifyIconW(NIM_MODIFY, &note);
+}
+
 }  // namespace quillon::board

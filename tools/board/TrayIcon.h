@@ -5,6 +5,8 @@
 #include <windows.h>
 #include <shellapi.h>
 
+#include <string>
+
 namespace quillon::board {
 
 class TrayIcon {
@@ -18,6 +20,8 @@ class TrayIcon {
 
   // Call for every message the owner gets: re-adds the icon after TaskbarCreated.
   void OnMessage(UINT message);
+  // A notification beside the icon (a balloon), without a sound.
+  void Notify(const std::wstring& title, const std::wstring& text);
 
  private:
   void Add();
