@@ -738,6 +738,22 @@ TEST(BoardWindow, SearchFiltersByNameAndEnterPlaysTheFirstFound) {
   EXPECT_EQ(0, board.Quit());
 }
 
+// The dialog (a message box or the progress) titled "Adding sounds" whose
+// text holds `words`, or null.
+HWND AddingDialog(const wchar_t* words) {
+  HWND found = nullptr;
+  for (HWND dialog = FindWindowW(L"#32770", L"Adding sounds"); dialog != nullptr && found == nullptr;
+       dialog = FindWindowExW(nullptr, dialog, L"#32770", L"Adding sounds")) {
+    for (HWND child : Descendants(dialog, L"Static")) {
+      if (TextOf(child).find(words) != std::wstring::npos) found = dialog;
+    }
+    if (found == nullptr && !Descendants(dialog, L"msctls_progress32").empty() && std::wstring(words) == L"progress") {
+      found = dialog;
+    }
+  }
+  return found;
+}
+
 // Adding 900 files at once, whose names come to more than 64 K characters
 // (the old dialog's buffer, past which nothing was added): every one is added.
 TEST(BoardWindow, ALargeSelectionOfFilesIsAddedWhole) {
@@ -763,6 +779,11 @@ TEST(BoardWindow, ALargeSelectionOfFilesIsAddedWhole) {
   const int nameBox = GetDlgItem(dialog, cmb13) != nullptr ? cmb13 : edt1;
   ASSERT_TRUE(SetDlgItemTextW(dialog, nameBox, names.c_str()));
   PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+  // More than 500: the board asks first.
+  HWND ask = nullptr;
+  ASSERT_TRUE(PollUntil([&] { return (ask = AddingDialog(L"Add the 900 files found in")) != nullptr; }))
+      << Utf8(board.Status());
+  PostMessageW(ask, WM_COMMAND, IDYES, 0);
   EXPECT_TRUE(PollUntil([&] { return LoadBoard(file).board.Pages()[0].sounds.size() == kFiles; }))
       << LoadBoard(file).board.Pages()[0].sounds.size() << " added; " << Utf8(board.Status());
   EXPECT_EQ(0, board.Quit());
@@ -837,6 +858,145 @@ TEST(BoardWindow, PagesWithTheirOwnHotkeysShareAKeyAndThePageHotkeysSwitchThem) 
   EXPECT_TRUE(PollUntil([] { return BalloonText().find(L"Page \u201CA\u201D") != std::wstring::npos; }, 5000))
       << Utf8(BalloonText());
   std::printf("[ balloon  ] %s\n", Utf8(BalloonText()).c_str());
+  EXPECT_EQ(0, board.Quit());
+}
+
+// Export writes a folder holding board.json with relative paths and a copy
+// of every sound (two files of one name made unique; a missing file listed);
+// moved elsewhere and opened there, through Open a board…, every sound plays.
+TEST(BoardWindow, AnExportedBoardMovedElsewhereOpensAndEverySoundPlays) {
+  const std::wstring other = Scratch(L"board-export-other");
+  CreateDirectoryW(other.c_str(), nullptr);
+  ASSERT_TRUE(CopyFileW((Sounds() + L"stays.wav").c_str(), (other + L"\\stays.wav").c_str(), FALSE));
+  const std::wstring gone = Scratch(L"board-export-gone.wav");
+  DeleteFileW(gone.c_str());
+  const std::wstring file = MakeBoardFile(L"board-export", {{Sounds() + L"stays.wav", "Ctrl+Alt+1"},
+                                                            {Sounds() + L"stopped.wav", "Ctrl+Alt+2"},
+                                                            {other + L"\\stays.wav", "Ctrl+Alt+3"},
+                                                            {gone, "Ctrl+Alt+4"}},
+                                          "Ctrl+Alt+0");
+  // As the file dialog gives them back: full paths.
+  const auto full = [](const std::wstring& path) {
+    wchar_t buffer[MAX_PATH];
+    return std::wstring(buffer, GetFullPathNameW(path.c_str(), MAX_PATH, buffer, nullptr));
+  };
+  const std::wstring to = full(Scratch(L"board-export-to")), moved = full(Scratch(L"board-export-moved"));
+  for (const std::wstring& folder : {to, moved}) {
+    for (const wchar_t* name : {L"\\sounds\\stays.wav", L"\\sounds\\stays (2).wav", L"\\sounds\\stopped.wav",
+                                L"\\board.json"}) {
+      DeleteFileW((folder + name).c_str());
+    }
+    RemoveDirectoryW((folder + L"\\sounds").c_str());
+    RemoveDirectoryW(folder.c_str());
+  }
+  ASSERT_TRUE(CreateDirectoryW(to.c_str(), nullptr));
+  {
+    BoardProcess board(file, L"board-export");
+    ASSERT_TRUE(board.Open());
+    const HWND dialog = OpenDialog(board.Window(), board::kExportBoard, L"Export the board to a folder");
+    ASSERT_NE(nullptr, dialog);
+    ASSERT_TRUE(SetDlgItemTextW(dialog, edt1, to.c_str()));
+    PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+    EXPECT_TRUE(PollUntil([&] { return board.Status().rfind(L"Exported", 0) == 0; })) << Utf8(board.Status());
+    EXPECT_EQ(L"Exported the board and 3 sound files to " + to + L"\\board.json. Not in it, their files missing: "
+                  L"out-board-export-gone (" + gone + L").",
+              board.Status());
+    EXPECT_EQ(0, board.Quit());
+  }
+  const LoadedBoard exported = LoadBoard(to + L"\\board.json");
+  ASSERT_EQ(LoadedBoard::State::Read, exported.state) << exported.problem;
+  std::vector<std::string> files;
+  for (const board::Sound& sound : exported.board.Pages()[0].sounds) files.push_back(sound.file);
+  EXPECT_EQ((std::vector<std::string>{"sounds\\stays.wav", "sounds\\stopped.wav", "sounds\\stays (2).wav", Utf8(gone)}),
+            files);
+  EXPECT_EQ("", exported.board.GetSettings().microphone) << "this PC's microphone went with the board";
+
+  // Elsewhere, opened through the dialog in a board started on another file.
+  ASSERT_TRUE(MoveFileW(to.c_str(), moved.c_str()));
+  MicHost host(L"board-export", 12);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  BoardProcess board(MakeBoardFile(L"board-export-start", {}, "Ctrl+Alt+0"), L"board-export-opened");
+  ASSERT_TRUE(board.Open());
+  const HWND dialog = OpenDialog(board.Window(), board::kOpenBoard, L"Open a board");
+  ASSERT_NE(nullptr, dialog);
+  ASSERT_TRUE(SetDlgItemTextW(dialog, edt1, (moved + L"\\board.json").c_str()));
+  PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+  EXPECT_TRUE(PollUntil([&] { return board.Status() == L"Opened the board in " + moved + L"\\board.json."; }))
+      << Utf8(board.Status());
+  // The exported board chooses its microphone again: the host's is the one that runs.
+  const AccessibleClient client;
+  const ComPtr<IAccessible> grid = AccessibleClient::Of(board.Grid());
+  ASSERT_TRUE(grid);
+  ASSERT_TRUE(PollUntil([&] { return AccessibleClient::Count(*grid.Get()) == 4; }));
+  for (long i = 0; i < 3; ++i) {
+    const std::wstring name = AccessibleClient::Item(*grid.Get(), i)->name;
+    EXPECT_TRUE(AccessibleClient::DoDefaultAction(*grid.Get(), i));
+    EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(name + L" (playing)"); })) << Utf8(name) << ": "
+                                                                                    << Utf8(board.Status());
+  }
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"out-board-export-gone (file missing)"); }));
+  EXPECT_EQ(0, board.Quit());
+}
+
+// A folder for adding: `sounds` links to stays.wav, one text file and one
+// ".wav" that holds text; made once, kept between runs.
+std::wstring SoundFolderOf(const std::wstring& name, int sounds) {
+  const std::wstring folder = Scratch(name);
+  const std::wstring done = folder + L"\\made-" + std::to_wstring(sounds) + L".txt";
+  if (GetFileAttributesW(done.c_str()) != INVALID_FILE_ATTRIBUTES) return folder;
+  CreateDirectoryW(folder.c_str(), nullptr);
+  for (int i = 0; i < sounds; ++i) {
+    const std::wstring link = folder + L"\\sound " + std::to_wstring(100000 + i) + L".wav";
+    if (GetFileAttributesW(link.c_str()) == INVALID_FILE_ATTRIBUTES) {
+      EXPECT_TRUE(CreateHardLinkW(link.c_str(), (Sounds() + L"stays.wav").c_str(), nullptr)) << GetLastError();
+    }
+  }
+  std::ofstream(folder + L"\\zz not a sound.wav", std::ios::binary) << "this is text, not sound";
+  std::ofstream(done, std::ios::binary) << "notes";
+  return folder;
+}
+
+// Files handed to the board (as a second start hands them over) are looked
+// at on a thread of its own: more than 500 ask first, and No adds nothing;
+// Yes shows the progress, whose Cancel adds nothing either; a folder of 150
+// adds its sounds and says what it skipped and why.
+TEST(BoardWindow, AFolderOfTenThousandFilesAsksFirstAndCanBeCancelled) {
+  const std::wstring many = SoundFolderOf(L"board-scan-many", 10000), some = SoundFolderOf(L"board-scan-some", 150);
+  BoardProcess board(MakeBoardFile(L"board-scan", {}, "Ctrl+Alt+0"), L"board-scan");
+  ASSERT_TRUE(board.Open());
+  const auto hand = [&](const std::wstring& folder) {
+    EXPECT_EQ(0, ChildProcess(L"quillon-board.exe", L"\"" + folder + L"\"").Wait(30000));
+  };
+
+  hand(many);
+  HWND ask = nullptr;
+  ASSERT_TRUE(PollUntil([&] { return (ask = AddingDialog(L"Add the 10002 files found in")) != nullptr; }, 60000));
+  PostMessageW(ask, WM_COMMAND, IDNO, 0);
+  EXPECT_TRUE(PollUntil([&] { return board.Status() == L"Adding sounds was cancelled; none was added."; }))
+      << Utf8(board.Status());
+
+  hand(many);
+  ASSERT_TRUE(PollUntil([&] { return (ask = AddingDialog(L"Add the 10002 files found in")) != nullptr; }, 60000));
+  PostMessageW(ask, WM_COMMAND, IDYES, 0);
+  HWND progress = nullptr;
+  ASSERT_TRUE(PollUntil([&] { return (progress = AddingDialog(L"progress")) != nullptr; }, 30000));
+  Screenshot(progress, Scratch(L"board-scan-progress.bmp"));
+  PostMessageW(progress, WM_COMMAND, IDCANCEL, 0);
+  EXPECT_TRUE(PollUntil([&] { return board.Status() == L"Adding sounds was cancelled; none was added."; }))
+      << Utf8(board.Status());
+  EXPECT_TRUE(board.Buttons().empty());
+
+  hand(some);
+  EXPECT_TRUE(PollUntil([&] { return board.Status().rfind(L"Added", 0) == 0; }, 60000)) << Utf8(board.Status());
+  wchar_t full[MAX_PATH];
+  const std::wstring someFull(full, GetFullPathNameW(some.c_str(), MAX_PATH, full, nullptr));
+  EXPECT_EQ(L"Added 150 sounds. Skipped 2: 1 not sound files, 1 that do not open as sound (the first, " + someFull +
+                L"\\zz not a sound.wav: ",
+            board.Status().substr(0, board.Status().find(L".wav: ") + 6));
+  const AccessibleClient client;
+  const ComPtr<IAccessible> grid = AccessibleClient::Of(board.Grid());
+  ASSERT_TRUE(grid);
+  EXPECT_EQ(150, AccessibleClient::Count(*grid.Get()));
   EXPECT_EQ(0, board.Quit());
 }
 

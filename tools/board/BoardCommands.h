@@ -32,6 +32,8 @@ enum Command : UINT {
   kEffect,
   kFix,
   kFind,
+  kOpenBoard,
+  kExportBoard,
 };
 
 // Which menu a command shows in.

@@ -7,8 +7,9 @@
 #include "board/SettingsDialog.h"
 #include "board/SingleInstance.h"
 #include "board/SoundDialog.h"
-#include "board/SoundFilesDialog.h"
-#include "board/SoundFolder.h"
+#include "board/FileDialogs.h"
+#include "board/ScanProgressDialog.h"
+#include "board/PortableBoard.h"
 #include "common/ToolSupport.h"
 
 #include <commctrl.h>
@@ -25,6 +26,10 @@ constexpr UINT kNewsMessage = WM_APP + 1;  // the player has news
 constexpr UINT kTrayMessage = WM_APP + 2;  // the notification area's icon
 constexpr UINT kElevatedMessage = WM_APP + 3;  // quillon.exe, run as Administrator, ended
 constexpr UINT kFilesMessage = WM_APP + 4;  // what is known of the sounds' files changed
+constexpr UINT kExportedMessage = WM_APP + 5;  // the export's thread ended
+constexpr UINT kScanMessage = WM_APP + 6;      // adding sounds: the scan has news
+// Adding more files than this asks first; more than the other shows the progress.
+constexpr size_t kAskAbove = 500, kShowProgressAbove = 100;
 constexpr int kTabsId = 11, kStatusId = 12;
 
 using tools::Utf8;
@@ -46,26 +51,31 @@ MainWindow::MainWindow(LoadedBoard loaded, std::wstring path)
   } else if (loaded.state == LoadedBoard::State::Locked) {
     startProblem_ = Wide(loaded.problem) + L". The board starts empty and saves nothing over it.";
   }
-  if (!loaded.mistakes.empty()) {
-    // The first in a few words: where it is and what was done (the whole of it is long for the status bar).
-    const Mistake& first = loaded.mistakes.front();
-    const Sound* sound = board_.Find(first.sound);
-    const std::wstring where =
-        sound != nullptr ? L"\u201C" + Wide(sound->name) + L"\u201D: " + Wide(first.mark)
-        : first.page >= 0 ? L"page \u201C" + Wide(board_.Pages()[static_cast<size_t>(first.page)].name) + L"\u201D " +
-                                Wide(first.mark)
-                          : Wide(first.what);
-    const size_t count = loaded.mistakes.size();
-    startProblem_ = L"The board file had " + std::to_wstring(count) + (count == 1 ? L" mistake" : L" mistakes") +
-                    L", put right and marked: " + where + L".";
-  }
-  for (const Mistake& mistake : loaded.mistakes) {
+  if (!loaded.mistakes.empty()) startProblem_ = MarkMistakes(loaded.mistakes);
+}
+
+std::wstring MainWindow::MarkMistakes(const std::vector<Mistake>& mistakes) {
+  soundMarks_.clear();
+  renamedPages_.clear();
+  for (const Mistake& mistake : mistakes) {
     if (mistake.sound != 0) {
       soundMarks_[mistake.sound] = Wide(mistake.mark);
     } else if (mistake.page >= 0 && static_cast<size_t>(mistake.page) < board_.Pages().size()) {
       renamedPages_.insert(board_.Pages()[static_cast<size_t>(mistake.page)].name);
     }
   }
+  if (mistakes.empty()) return L"";
+  // The first in a few words: where it is and what was done (the whole of it is long for the status bar).
+  const Mistake& first = mistakes.front();
+  const Sound* sound = board_.Find(first.sound);
+  const std::wstring where =
+      sound != nullptr ? L"\u201C" + Wide(sound->name) + L"\u201D: " + Wide(first.mark)
+      : first.page >= 0 ? L"page \u201C" + Wide(board_.Pages()[static_cast<size_t>(first.page)].name) + L"\u201D " +
+                              Wide(first.mark)
+                        : Wide(first.what);
+  const size_t count = mistakes.size();
+  return L"The board file had " + std::to_wstring(count) + (count == 1 ? L" mistake" : L" mistakes") +
+         L", put right and marked: " + where + L".";
 }
 
 bool MainWindow::Create(int show) {
@@ -124,6 +134,8 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     case kTrayMessage: OnTray(LOWORD(lParam)); return 0;
     case kElevatedMessage: OnElevatedEnded(); return 0;
     case kFilesMessage: ShowSounds(); return 0;
+    case kExportedMessage: OnExported(); return 0;
+    case kScanMessage: OnScanNews(); return 0;
     default: break;
   }
   return DefWindowProcW(hwnd, message, wParam, lParam);
@@ -235,8 +247,8 @@ void MainWindow::ShowSounds() {
   std::vector<std::wstring> unknown;
   for (const uint32_t id : ids) {
     const Sound& sound = *board_.Find(id);
-    const FileState file = files_->StateOf(Wide(sound.file));
-    if (file == FileState::Unknown) unknown.push_back(Wide(sound.file));
+    const FileState file = files_->StateOf(SoundPath(sound.file, path_));
+    if (file == FileState::Unknown) unknown.push_back(SoundPath(sound.file, path_));
     SoundView view{sound.id, Wide(sound.name), sound.hotkey ? Wide(sound.hotkey->Text()) : L"", false};
     view.color = sound.color;
     const auto conflict = hotkeys_->Conflicts().find(HotkeyTarget::Sound(sound.id));
@@ -291,7 +303,7 @@ void MainWindow::ShowPage(size_t page) {
 void MainWindow::CheckFiles() {
   std::vector<std::wstring> files;
   for (const Page& page : board_.Pages()) {
-    for (const Sound& sound : page.sounds) files.push_back(Wide(sound.file));
+    for (const Sound& sound : page.sounds) files.push_back(SoundPath(sound.file, path_));
   }
   files_->Check(files);
 }
@@ -408,6 +420,8 @@ void MainWindow::OnCommand(HWND, int id, HWND, UINT code) {
   switch (command) {
     case kAddSounds: AddSoundsDialog(); break;
     case kFind: search_.Focus(); break;
+    case kOpenBoard: OpenBoardDialog(); break;
+    case kExportBoard: ExportDialog(); break;
     case kAddPage: AddPage(); break;
     case kRenamePage: RenamePage(); break;
     case kRemovePage: RemovePage(); break;
@@ -491,14 +505,17 @@ void MainWindow::PlaySound(uint32_t id) {
   const Sound* sound = board_.Find(id);
   if (!sound) return;
   // As last found (looking now could wait on a network); a file gone since is the player's to report.
-  const FileState file = files_->StateOf(Wide(sound->file));
+  const FileState file = files_->StateOf(SoundPath(sound->file, path_));
   if (file == FileState::Missing || file == FileState::Unreachable) {
     SetStatus(L"\u201C" + Wide(sound->name) + L"\u201D cannot play: its file is " +
               (file == FileState::Missing ? L"missing (" : L"on a network place that does not answer (") +
               Wide(sound->file) + L").");
     return;
   }
-  player_->Press(*sound);
+  // A file written relative to the board file plays from beside it.
+  Sound resolved = *sound;
+  resolved.file = Utf8(SoundPath(sound->file, path_));
+  player_->Press(resolved);
 }
 
 void MainWindow::OnPlayerNews() {
@@ -526,15 +543,70 @@ void MainWindow::OnPlayerNews() {
 }
 
 void MainWindow::AddFiles(const std::vector<std::wstring>& paths) {
-  std::vector<std::string> files;
-  for (const std::wstring& file : ExpandFolders(paths)) files.push_back(Utf8(file));
-  if (files.empty()) {
-    SetStatus(L"No sound files were found there.");
+  if (scan_) {
+    SetStatus(L"Sounds are being added already; add these when that is done.");
     return;
   }
-  const std::vector<uint32_t> added = board_.AddSounds(page_, files);
-  SetStatus(L"Added " + std::to_wstring(added.size()) + (added.size() == 1 ? L" sound." : L" sounds."));
-  grid_.FocusSound(added.front());
+  // Listed and opened on the scan's thread; its news comes back as kScanMessage.
+  scanPage_ = page_;
+  scanAsked_ = false;
+  scanFrom_ = paths.empty() ? L"" : paths.front();
+  scan_ = std::make_unique<FolderScan>(paths, kAskAbove, [hwnd = hwnd_] { PostMessageW(hwnd, kScanMessage, 0, 0); });
+}
+
+void MainWindow::OnScanNews() {
+  if (!scan_ || scanBusy_) return;  // (news that comes while a question or the progress is shown waits)
+  const FolderScan::Progress now = scan_->Now();
+  if (now.stage == FolderScan::Stage::Found && !scanAsked_) {
+    scanAsked_ = true;
+    scanBusy_ = true;
+    const std::wstring question = L"Add the " + std::to_wstring(now.found) + L" files found in " + scanFrom_ +
+                                  L"?\n\nEach is opened, and only those that play as sound are added.";
+    const bool go = MessageBoxW(hwnd_, question.c_str(), L"Adding sounds", MB_YESNO | MB_ICONQUESTION) == IDYES;
+    scanBusy_ = false;
+    if (go) {
+      scan_->Go();
+    } else {
+      scan_->Cancel();
+    }
+    return;
+  }
+  if (now.stage == FolderScan::Stage::Reading && now.found > kShowProgressAbove) {
+    scanBusy_ = true;
+    ScanProgressDialog(*scan_).Show(hwnd_);
+    scanBusy_ = false;
+    // Done meanwhile (its news was held back), or cancelled and ending: its news comes.
+    if (scan_->Now().stage != FolderScan::Stage::Done) return;
+  } else if (scan_->Now().stage != FolderScan::Stage::Done) {
+    return;
+  }
+  const ScanResult result = scan_->TakeResult();
+  scan_.reset();
+  if (result.cancelled) {
+    SetStatus(L"Adding sounds was cancelled; none was added.");
+    return;
+  }
+  std::vector<std::string> files;
+  for (const std::wstring& file : result.sounds) files.push_back(Utf8(file));
+  std::wstring skipped;
+  if (result.notSound + result.unreadable > 0) {
+    skipped = L" Skipped " + std::to_wstring(result.notSound + result.unreadable) + L": ";
+    if (result.notSound > 0) skipped += std::to_wstring(result.notSound) + L" not sound files";
+    if (result.notSound > 0 && result.unreadable > 0) skipped += L", ";
+    if (result.unreadable > 0) {
+      skipped += std::to_wstring(result.unreadable) + L" that do not open as sound (the first, " +
+                 result.firstUnreadable + L": " + Wide(result.firstReason) + L")";
+    }
+    skipped += L".";
+  }
+  if (files.empty()) {
+    SetStatus(L"No sound files were found there." + skipped);
+    return;
+  }
+  const size_t page = std::min(scanPage_, board_.Pages().size() - 1);
+  const std::vector<uint32_t> added = board_.AddSounds(page, files);
+  SetStatus(L"Added " + std::to_wstring(added.size()) + (added.size() == 1 ? L" sound." : L" sounds.") + skipped);
+  if (page == page_) grid_.FocusSound(added.front());
 }
 
 void MainWindow::OnDropFiles(HWND, HDROP drop) {
@@ -546,7 +618,99 @@ void MainWindow::OnDropFiles(HWND, HDROP drop) {
     paths.push_back(std::move(path));
   }
   DragFinish(drop);
+  // A board file alone: the board it holds may be opened instead.
+  if (paths.size() == 1 && paths[0].size() > 5 && _wcsicmp(paths[0].c_str() + paths[0].size() - 5, L".json") == 0) {
+    const std::wstring question = L"Open the board in " + paths[0] +
+                                  L"?\n\nThe board shown now stays saved where it is (" + path_ + L").";
+    if (MessageBoxW(hwnd_, question.c_str(), L"Open board", MB_YESNO | MB_ICONQUESTION) == IDYES) OpenBoard(paths[0]);
+    return;
+  }
   AddFiles(paths);
+}
+
+void MainWindow::OpenBoard(const std::wstring& path) {
+  if (!MayClose()) return;  // the board shown could not be saved, and the user keeps it
+  LoadedBoard loaded = LoadBoard(path);
+  if (loaded.state != LoadedBoard::State::Read) {
+    SetStatus(L"The board in " + path + L" was not opened: " +
+              (loaded.state == LoadedBoard::State::New ? L"there is no such file" : Wide(loaded.problem)) +
+              (loaded.state == LoadedBoard::State::Damaged ? L" (it is kept as " + loaded.keptAs + L")" : L"") + L".");
+    return;
+  }
+  player_->StopAll();
+  board_ = std::move(loaded.board);
+  board_.SetListener([this](const Change& change) { OnBoardChanged(change); });
+  path_ = path;
+  saveBlocked_ = false;
+  saveProblem_.clear();
+  startProblem_.clear();
+  const std::wstring marked = MarkMistakes(loaded.mistakes);
+  page_ = 0;
+  search_.Clear();
+  grid_.SetSize(static_cast<int>(board_.GetSettings().buttonSize));
+  player_->Configure(board_.GetSettings());
+  ShowPages();
+  ShowMicrophones();
+  CheckFiles();
+  SetStatus(marked.empty() ? L"Opened the board in " + path + L"." : marked);
+}
+
+void MainWindow::OpenBoardDialog() {
+  std::wstring error;
+  const std::wstring path = ChooseBoardFile(hwnd_, error);
+  if (!error.empty()) SetStatus(error);
+  if (!path.empty()) OpenBoard(path);
+}
+
+void MainWindow::ExportDialog() {
+  if (exporting_.joinable()) {
+    SetStatus(L"The board is being exported already.");
+    return;
+  }
+  std::wstring error;
+  const std::wstring chosen = ChooseFolder(hwnd_, L"Export the board to a folder", error);
+  if (!error.empty()) SetStatus(error);
+  if (chosen.empty()) return;
+  // An empty folder takes the board; another gets a folder of its own inside.
+  std::wstring folder = chosen;
+  WIN32_FIND_DATAW found;
+  const HANDLE find = FindFirstFileW((chosen + L"\\*").c_str(), &found);
+  bool empty = true;
+  if (find != INVALID_HANDLE_VALUE) {
+    do {
+      empty = empty && (wcscmp(found.cFileName, L".") == 0 || wcscmp(found.cFileName, L"..") == 0);
+    } while (empty && FindNextFileW(find, &found));
+    FindClose(find);
+  }
+  if (!empty) {
+    folder = chosen + L"\\Quillon board";
+    for (int n = 2; GetFileAttributesW(folder.c_str()) != INVALID_FILE_ATTRIBUTES; ++n) {
+      folder = chosen + L"\\Quillon board (" + std::to_wstring(n) + L")";
+    }
+  }
+  SetStatus(L"Exporting the board to " + folder + L"\u2026");
+  // Copying the sounds can take a while: on a thread of its own, with a copy of the board.
+  exporting_ = std::thread([this, board = board_, from = path_, folder, hwnd = hwnd_] {
+    exported_ = ExportBoard(board, from, folder);
+    PostMessageW(hwnd, kExportedMessage, 0, 0);
+  });
+}
+
+void MainWindow::OnExported() {
+  if (exporting_.joinable()) exporting_.join();
+  const ExportResult& r = exported_;
+  if (!r.error.empty()) {
+    SetStatus(L"The board was not exported: " + Wide(r.error) + L".");
+    return;
+  }
+  std::wstring text = L"Exported the board and " + std::to_wstring(r.copied) +
+                      (r.copied == 1 ? L" sound file" : L" sound files") + L" to " + r.boardFile + L".";
+  if (!r.missing.empty()) {
+    text += L" Not in it, their files missing: ";
+    for (size_t i = 0; i < r.missing.size(); ++i) text += (i ? L", " : L"") + Wide(r.missing[i]);
+    text += L".";
+  }
+  SetStatus(text);
 }
 
 BOOL MainWindow::OnCopyData(HWND, HWND, PCOPYDATASTRUCT data) {
@@ -752,6 +916,8 @@ void MainWindow::OnClose(HWND) {
 }
 
 void MainWindow::OnDestroy(HWND) {
+  if (exporting_.joinable()) exporting_.join();
+  scan_.reset();
   player_->StopAll();
   player_.reset();
   hotkeys_.reset();

@@ -11,8 +11,10 @@
 #include "board/BoardPlayer.h"
 #include "board/ElevatedRun.h"
 #include "board/FilePresence.h"
+#include "board/FolderScan.h"
 #include "board/GlobalHotkeys.h"
 #include "board/MicrophoneRow.h"
+#include "board/PortableBoard.h"
 #include "board/SearchRow.h"
 #include "board/SoundGrid.h"
 #include "board/TrayIcon.h"
@@ -25,6 +27,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace quillon::board {
@@ -38,7 +41,8 @@ class MainWindow : public WindowClass<MainWindow> {
 
   bool Create(int show);
   HACCEL Accelerators() const { return accelerators_; }
-  // Adds sound files (and the sound files in folders) to the page shown.
+  // Adds sound files (and the sound files in folders) to the page shown,
+  // once a scan on a thread of its own has found which of them open as sound.
   void AddFiles(const std::vector<std::wstring>& paths);
 
   LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
@@ -81,6 +85,15 @@ class MainWindow : public WindowClass<MainWindow> {
   void ChangeEffect();
   void ShowBoard();
   void OpenSettings();
+  // Opens the board in `path` in place of the one shown (which stays saved where it is).
+  void OpenBoard(const std::wstring& path);
+  void OpenBoardDialog();
+  // Exports the board to a folder chosen, on the export's thread.
+  void ExportDialog();
+  void OnExported();
+  void OnScanNews();
+  // Marks what loading put right; returns the status bar's words for it ("" when nothing).
+  std::wstring MarkMistakes(const std::vector<Mistake>& mistakes);
 
   // What quillon.exe runs as Administrator for, to say how it went when it ends.
   struct Elevated {
@@ -132,6 +145,12 @@ class MainWindow : public WindowClass<MainWindow> {
   std::unique_ptr<BoardPlayer> player_;
   std::unique_ptr<ElevatedRun> elevated_;
   Elevated pending_;
+  std::thread exporting_;
+  std::unique_ptr<FolderScan> scan_;  // adding sounds, while it runs
+  size_t scanPage_ = 0;               // where they go
+  std::wstring scanFrom_;
+  bool scanAsked_ = false, scanBusy_ = false;
+  ExportResult exported_;  // written by the export's thread before it posts its message
 };
 
 }  // namespace quillon::board
