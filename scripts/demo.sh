@@ -67,10 +67,11 @@ cat > "$out/board.json" <<JSON
   "version": 1,
   "pages": [
     { "name": "Demo", "sounds": [
-      { "file": "$(json_path "$out/jingle.mp3")", "name": "Jingle", "hotkey": "Ctrl+Alt+1", "volumeDb": 0 },
-      { "file": "$(json_path "$out/chord.wav")", "name": "Chord", "hotkey": "Ctrl+Alt+2", "volumeDb": -3 },
-      { "file": "$(json_path "$out/microphone.wav")", "name": "Hello", "hotkey": null, "volumeDb": -6 } ] },
-    { "name": "Later", "sounds": [] }
+      { "file": "$(json_path "$out/jingle.mp3")", "name": "Jingle", "hotkey": "Ctrl+Alt+1", "volumeDb": 0, "color": "#1e88e5" },
+      { "file": "$(json_path "$out/chord.wav")", "name": "Chord", "hotkey": "Ctrl+Alt+2", "volumeDb": -3, "color": "#fdd835" },
+      { "file": "$(json_path "$out/microphone.wav")", "name": "Hello", "hotkey": null, "volumeDb": -6, "color": "#00897b" },
+      { "file": "$(json_path "$out/chord.wav")", "name": "Chord, quiet", "hotkey": "Ctrl+Alt+3", "volumeDb": -18 } ] },
+    { "name": "Later", "hotkeysOnlyWhenShown": true, "sounds": [] }
   ],
   "settings": { "microphone": "$board_mic", "stopAllHotkey": "Ctrl+Alt+0", "keepInTray": false }
 }

@@ -299,17 +299,24 @@ void SoundGrid::DrawCell(HDC dc, HANDLE themeHandle, size_t index, const RECT& r
   }
   const int pad = font_->Scale(6);
   const int lineHeight = font_->LineHeight();
-  // From the bottom: the progress bar, the detail line, then the name.
+  const COLORREF text = !colored ? GetSysColor(COLOR_BTNTEXT) : lightFill ? RGB(0x10, 0x10, 0x10) : RGB(0xFF, 0xFF, 0xFF);
+  // From the bottom: the progress bar, the detail line, then the name. On a
+  // coloured button the bar is drawn in the text's colour, which stands out from it.
   RECT bar{r.left + pad, r.bottom - pad - font_->Scale(4), r.right - pad, r.bottom - pad};
   if (const auto p = progress_.find(sound.id); p != progress_.end()) {
     bar.right = bar.left + static_cast<int>((r.right - r.left - 2 * pad) * p->second);
-    FillRect(dc, &bar, GetSysColorBrush(COLOR_HIGHLIGHT));
+    if (colored) {
+      HBRUSH brush = CreateSolidBrush(text);
+      FillRect(dc, &bar, brush);
+      DeleteObject(brush);
+    } else {
+      FillRect(dc, &bar, GetSysColorBrush(COLOR_HIGHLIGHT));
+    }
   }
   SetBkMode(dc, TRANSPARENT);
   RECT detail{r.left + pad, bar.top - font_->Scale(2) - lineHeight, r.right - pad, bar.top - font_->Scale(2)};
   RECT name{r.left + pad, r.top + pad, r.right - pad, detail.top};
   HGDIOBJ old = SelectObject(dc, font_->Bold());
-  const COLORREF text = !colored ? GetSysColor(COLOR_BTNTEXT) : lightFill ? RGB(0x10, 0x10, 0x10) : RGB(0xFF, 0xFF, 0xFF);
   SetTextColor(dc, text);
   DrawTextW(dc, sound.name.c_str(), -1, &name, DT_CENTER | DT_WORDBREAK | DT_END_ELLIPSIS | DT_NOPREFIX | DT_EDITCONTROL);
   SelectObject(dc, font_->Normal());
