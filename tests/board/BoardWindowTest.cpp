@@ -19,6 +19,7 @@
 #include <commctrl.h>
 #include <dlgs.h>
 #include <shellapi.h>
+#include <shlobj.h>
 
 #include <fstream>
 #include <random>
@@ -997,6 +998,34 @@ TEST(BoardWindow, AFolderOfTenThousandFilesAsksFirstAndCanBeCancelled) {
   const ComPtr<IAccessible> grid = AccessibleClient::Of(board.Grid());
   ASSERT_TRUE(grid);
   EXPECT_EQ(150, AccessibleClient::Count(*grid.Get()));
+  EXPECT_EQ(0, board.Quit());
+}
+
+// A board file dropped on the window: the board asks whether to open it,
+// and Yes opens it in place of the board shown. (The drop's files are
+// written into the board's memory, as the shell hands a drop over.)
+TEST(BoardWindow, ADroppedBoardFileIsOfferedAndOpened) {
+  const std::wstring other = MakeBoardFile(L"board-dropped", {{Sounds() + L"stopped.wav", "Ctrl+Alt+2"}}, "Ctrl+Alt+0");
+  BoardProcess board(MakeBoardFile(L"board-drop-target", {{Sounds() + L"stays.wav", "Ctrl+Alt+1"}}, "Ctrl+Alt+0"),
+                     L"board-drop-target");
+  ASSERT_TRUE(board.Open());
+  ASSERT_TRUE(PollUntil([&] { return board.Buttons() == std::vector<std::wstring>{L"stays"}; }));
+  // DROPFILES, then the names (wide), each ended by a null, and one more null.
+  std::vector<char> drop(sizeof(DROPFILES) + (other.size() + 2) * sizeof(wchar_t), 0);
+  auto* header = reinterpret_cast<DROPFILES*>(drop.data());
+  header->pFiles = sizeof(DROPFILES);
+  header->fWide = TRUE;
+  std::memcpy(drop.data() + sizeof(DROPFILES), other.c_str(), other.size() * sizeof(wchar_t));
+  void* remote = VirtualAllocEx(board.Process().Handle(), nullptr, drop.size(), MEM_COMMIT, PAGE_READWRITE);
+  ASSERT_NE(nullptr, remote);
+  ASSERT_TRUE(WriteProcessMemory(board.Process().Handle(), remote, drop.data(), drop.size(), nullptr));
+  PostMessageW(board.Window(), WM_DROPFILES, reinterpret_cast<WPARAM>(remote), 0);
+  HWND ask = nullptr;
+  ASSERT_TRUE(PollUntil([&] { return (ask = FindWindowW(L"#32770", L"Open board")) != nullptr; }));
+  PostMessageW(ask, WM_COMMAND, IDYES, 0);
+  EXPECT_TRUE(PollUntil([&] { return board.Buttons() == std::vector<std::wstring>{L"stopped"}; }))
+      << Utf8(board.Status());
+  EXPECT_EQ(L"Opened the board in " + other + L".", board.Status());
   EXPECT_EQ(0, board.Quit());
 }
 
