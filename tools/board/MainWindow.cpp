@@ -564,6 +564,7 @@ void MainWindow::OnScanNews() {
                                   L"?\n\nEach is opened, and only those that play as sound are added.";
     const bool go = MessageBoxW(hwnd_, question.c_str(), L"Adding sounds", MB_YESNO | MB_ICONQUESTION) == IDYES;
     scanBusy_ = false;
+    if (!scan_) return;  // the window was closed meanwhile (from the tray's menu): the scan went with it
     if (go) {
       scan_->Go();
     } else {
@@ -575,6 +576,7 @@ void MainWindow::OnScanNews() {
     scanBusy_ = true;
     ScanProgressDialog(*scan_).Show(hwnd_);
     scanBusy_ = false;
+    if (!scan_) return;  // the window was closed meanwhile
     // Done meanwhile (its news was held back), or cancelled and ending: its news comes.
     if (scan_->Now().stage != FolderScan::Stage::Done) return;
   } else if (scan_->Now().stage != FolderScan::Stage::Done) {
