@@ -105,6 +105,12 @@ INSTANTIATE_TEST_SUITE_P(Command, Answers, ::testing::Values(
            "--ptt: \"Hyper+Q\" is not a key: \"Hyper\" is not a modifier"},
     Answer{"PttKeyMissing", L"play " + Sound(L"tone.wav") + L" --ptt Ctrl+", 2, "a key must follow the modifiers"},
     Answer{"PttTailNegative", L"play " + Sound(L"tone.wav") + L" --ptt F13 --ptt-tail -5", 2, "--ptt-tail -5"},
+    Answer{"EndNotAfterStart", L"play " + Sound(L"tone.wav") + L" --start 800 --end 800", 2,
+           "--end 800 is not after --start 800"},
+    Answer{"StartNotANumber", L"play " + Sound(L"tone.wav") + L" --start 1s", 2,
+           "--start 1s: give milliseconds from the file's start"},
+    Answer{"StartPastTheEnd", L"play " + Sound(L"tone.wav") + L" --start 5000", 1,
+           "the start (5000 ms) is at or past the sound's end"},
     // Wine's playback device in this suite (ALSA says on the side that it has no microphone).
     Answer{"Devices", L"devices", 0, "}  Out: default\n", false},
     Answer{"MonitorDeviceByName", L"play " + Sound(L"tone.wav") + L" --monitor=nosuch", 2,

@@ -93,6 +93,10 @@ sox -n -r 48000 -c 2 -e floating-point -b 32 stays.wav synth 1.5 sine 440 vol 0.
 sox -n -r 48000 -c 2 -e floating-point -b 32 stopped.wav synth 4 sine 660 vol 0.3 dcshift 0.1
 
 # Files to refuse.
+# Trimming: a sweep (every moment differs, so the part played is found by
+# correlation), and sox's cut of its 500 to 1200 ms.
+sox -n -r 48000 -c 2 -b 32 -e floating-point trim-source.wav synth 2 sine 200-3000 sine 3000-200 vol 0.4
+sox trim-source.wav trim-ref.wav trim 0.5 =1.2
 echo "this is not a WAV file" > not-a-wav.wav
 sox -n -r 48000 -c 2 -b 16 empty.wav trim 0 0
 size=$(stat -c %s s16-stereo-44k-to2.wav)

@@ -270,6 +270,13 @@ std::string SoundFile::FormatName() const {
   }
 }
 
+bool SoundFile::Seek(int64_t frame) {
+  if (!file_ || failed_ || info_.seekable == 0) return false;
+  if (sf_seek(file_.get(), static_cast<sf_count_t>(frame), SEEK_SET) != static_cast<sf_count_t>(frame)) return false;
+  read_ = frame;  // what lies before counts as read, for the check of a declared length
+  return true;
+}
+
 size_t SoundFile::Read(float* samples, size_t frames) {
   if (!file_ || failed_) return 0;
   const sf_count_t got = sf_readf_float(file_.get(), samples, static_cast<sf_count_t>(frames));

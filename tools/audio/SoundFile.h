@@ -39,6 +39,9 @@ class SoundFile {
   size_t Read(float* samples, size_t frames);
   bool Failed() const { return failed_; }
   std::string Error() const;
+  // Moves to `frame` from the start, where the format can seek; false (and
+  // nothing moved) where it cannot.
+  bool Seek(int64_t frame);
 
   bool Write(const float* samples, size_t frames);
 

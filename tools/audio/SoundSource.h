@@ -7,6 +7,7 @@
 #include "audio/Resampler.h"
 #include "audio/SoundFile.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,6 +20,12 @@ class SoundSource {
   bool Open(const std::wstring& path, std::string& error);
   // Sets the stream's format; call once after Open, before Read.
   bool Convert(uint32_t rate, uint32_t channels, float gain, std::string& error);
+  // Plays only the file's part from `startMs` to `endMs` (0: to its end):
+  // it seeks to the start where the format can (else decodes and drops up
+  // to it), and fades 5 ms in at a cut start and 5 ms out at a cut end, so
+  // that a cut in the middle of a wave does not click. Call after Convert,
+  // before Read. A start at or past the end is refused with the reason.
+  bool Trim(uint64_t startMs, uint64_t endMs, std::string& error);
 
   // Up to `frames` frames in the stream's format; 0 at the end of the sound.
   // After a decoding error it ends early and Failed() is true.
@@ -40,6 +47,10 @@ class SoundSource {
   uint32_t channels_ = 0;
   float gain_ = 1.0f;
   bool ended_ = false;
+  // The part played, in the file's frames from the trimmed start.
+  uint64_t partFrames_ = UINT64_MAX, partRead_ = 0;
+  uint64_t fadeInFrames_ = 0, fadeOutFrames_ = 0;
+  size_t pending_ = 0;  // frames at the front of decoded_ read ahead by Trim's check
   std::vector<float> decoded_, mapped_, ready_;
   size_t readyFrom_ = 0;  // samples of ready_ already handed out
 };

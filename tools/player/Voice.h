@@ -10,6 +10,7 @@
 #include "player/SampleRing.h"
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -24,6 +25,8 @@ struct VoiceRequest {
   std::vector<std::wstring> files;
   long long loops = 1;  // 0: until stopped
   float gain = 1.0f;
+  // The part of each file played, in ms: from `startMs` to `endMs` (0: its end).
+  uint64_t startMs = 0, endMs = 0;
 };
 
 // What happened to a voice, as the microphone played it. Every voice ends

@@ -14,7 +14,8 @@ const std::vector<Command>& AllCommands() {
        "endpoint id, stream format, and whether a sound is playing into it.\n",
        RunList},
       {"play",
-       {{"--mic", true}, {"--volume", true}, {"--loop", true}, {"--block-ms", true}, {"--wait", true},
+       {{"--mic", true}, {"--volume", true}, {"--loop", true}, {"--start", true}, {"--end", true},
+        {"--block-ms", true}, {"--wait", true},
         {"--verbose", false}, {"--together", false}, {"--monitor", false, true}, {"--monitor-volume", true},
         {"--ptt", true}, {"--ptt-tail", true}},
        "play FILE... [--mic NAME|ID] [--together] [--monitor[=DEVICE]] [--ptt KEY] [OPTIONS]",
@@ -31,6 +32,10 @@ const std::vector<Command>& AllCommands() {
        "  --together           play the files at once, mixed\n"
        "  --volume DB          louder or softer, -100 to 20 dB (default 0)\n"
        "  --loop N             play N times; 0 repeats until stopped (default 1)\n"
+       "  --start MS           play each file from MS milliseconds in (it seeks\n"
+       "                       there where the format can), with a 5 ms fade in\n"
+       "  --end MS             and up to MS milliseconds from its start, with a\n"
+       "                       5 ms fade out (default: to its end)\n"
        "  --monitor[=DEVICE]   hear it too, on the default playback device (which\n"
        "                       it follows) or on DEVICE (an id or a unique part of\n"
        "                       its name; see quillon devices); a device that goes\n"

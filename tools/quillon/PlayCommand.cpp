@@ -40,6 +40,7 @@ struct PlayOptions {
   std::wstring mic;
   float gain = 1.0f;
   long long loops = 1;  // 0: until stopped
+  long long startMs = 0, endMs = 0;  // the part of each file played (0: its end)
   DWORD waitMs = 0;
   bool verbose = false;
   bool together = false;
@@ -72,6 +73,15 @@ std::string ReadOptions(const Arguments& args, PlayOptions& o) {
   o.monitorGain = Decibels(monitorVolume);
   if (args.Has("--loop") && !ParseWhole(args.Value("--loop"), 0, 1000000, o.loops)) {
     return "--loop " + Utf8(args.Value("--loop")) + ": give a whole number of times, 0 to repeat until stopped";
+  }
+  if (args.Has("--start") && !ParseWhole(args.Value("--start"), 0, 86400000, o.startMs)) {
+    return "--start " + Utf8(args.Value("--start")) + ": give milliseconds from the file's start";
+  }
+  if (args.Has("--end") && !ParseWhole(args.Value("--end"), 1, 86400000, o.endMs)) {
+    return "--end " + Utf8(args.Value("--end")) + ": give milliseconds from the file's start, above 0";
+  }
+  if (o.endMs != 0 && o.endMs <= o.startMs) {
+    return "--end " + std::to_string(o.endMs) + " is not after --start " + std::to_string(o.startMs);
   }
   if (args.Has("--block-ms") && !ParseDecimal(args.Value("--block-ms"), 5, 1000, o.engine.blockMs)) {
     return "--block-ms " + Utf8(args.Value("--block-ms")) + ": give milliseconds from 5 to 1000";
@@ -241,10 +251,12 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
   }
   if (o.together) {
     std::vector<player::VoiceRequest> voices;
-    for (const std::wstring& file : o.files) voices.push_back({{file}, o.loops, o.gain});
+    for (const std::wstring& file : o.files) {
+      voices.push_back({{file}, o.loops, o.gain, static_cast<uint64_t>(o.startMs), static_cast<uint64_t>(o.endMs)});
+    }
     engine.StartTogether(voices);
   } else {
-    engine.Start({o.files, o.loops, o.gain});
+    engine.Start({o.files, o.loops, o.gain, static_cast<uint64_t>(o.startMs), static_cast<uint64_t>(o.endMs)});
   }
   std::optional<PlayerStatus> end;
   while (!(end = engine.WaitIdle(interrupt.Event(), inbox.Ready()))) show();
@@ -272,10 +284,14 @@ int RunPlay(const Arguments& args) {
   PlayOptions options;
   if (const std::string problem = ReadOptions(args, options); !problem.empty()) return UsageError(problem, "play");
   // Every file is checked before anything is sent.
+  // (A trimmed part is checked too: a start past a file's end plays nothing of it.)
   for (const std::wstring& file : options.files) {
-    audio::SoundFile sound;
+    audio::SoundSource sound;
     std::string error;
-    if (!sound.OpenRead(file, error)) {
+    const bool trimmed = options.startMs != 0 || options.endMs != 0;
+    if (!sound.Open(file, error) || (trimmed && (!sound.Convert(sound.File().Rate(), sound.File().Channels(), 1.0f, error) ||
+                                                 !sound.Trim(static_cast<uint64_t>(options.startMs),
+                                                             static_cast<uint64_t>(options.endMs), error)))) {
       Fail("%s: %s", Utf8(file).c_str(), error.c_str());
       return kExitFailed;
     }
