@@ -87,6 +87,8 @@ TEST_F(TwoPages, EditsThatBreakARuleChangeNothing) {
          return b.SetHotkey(ids[1], Chord("Shift+F13"));
        }, "Shift+F13 would be pressed by push-to-talk (F13) while a sound plays"},
       {"too loud", [&](Board& b) { return b.SetVolume(ids[0], 12.5); }, "from -60 to +12 dB"},
+      {"a trim that ends before it starts", [&](Board& b) { return b.SetTrim(ids[0], 1500, 1500); },
+       "the end (1500 ms) is not after the start (1500 ms)"},
       {"too quiet", [&](Board& b) { return b.SetVolume(ids[0], -61); }, "from -60 to +12 dB"},
       {"empty sound name", [&](Board& b) { return b.RenameSound(ids[0], ""); }, "cannot be empty"},
       {"no such sound", [](Board& b) { return b.RemoveSound(999); }, "no such sound"},
@@ -404,6 +406,11 @@ INSTANTIATE_TEST_SUITE_P(Table, MistakenFile, ::testing::Values(
     Mistaken{"NoColour", R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "color": "teal"} ]} ]})j", 1, 0,
              "\"a\": color: \"teal\" is not #rrggbb; it was taken off", "colour taken off", R"j("volumeDb": 0.0
         })j"},
+    Mistaken{"TrimEndBeforeStart",
+             R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "startMs": 900, "endMs": 400} ]} ]})j", 1, 0,
+             "the end (400 ms) is not after the start (900 ms); it plays whole now", "plays whole",
+             R"j("volumeDb": 0.0
+        })j"},
     Mistaken{"UnknownButtonSize", R"j({"pages": [ {"name": "A"} ], "settings": {"buttonSize": "huge"}})j", 0, -1,
              "settings: buttonSize is \"small\", \"medium\" or \"large\", not \"huge\"", "settings",
              R"j("buttonSize": "medium")j"},
@@ -411,6 +418,27 @@ INSTANTIATE_TEST_SUITE_P(Table, MistakenFile, ::testing::Values(
              R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "hotkey": "F7"} ]} ], "settings": {"stopAllHotkey": "F7"}})j",
              0, -1, "the stop-everything hotkey was taken off", "settings", R"j("stopAllHotkey": null)j"}),
     [](const ::testing::TestParamInfo<Mistaken>& info) { return std::string(info.param.name); });
+
+// A sound's part goes to the file as startMs and endMs and comes back; a
+// whole sound writes neither.
+TEST(BoardText, TheTrimGoesAndComesBack) {
+  Board board;
+  const std::vector<uint32_t> ids = board.AddSounds(0, {"a.wav", "b.wav", "c.wav"});
+  ASSERT_FALSE(board.SetTrim(ids[0], 250, 1750));
+  ASSERT_FALSE(board.SetTrim(ids[1], 400, 0));
+  const std::string text = ToJson(board);
+  EXPECT_EQ(std::string::npos, text.find("\"endMs\": 0")) << text;
+  std::string error;
+  const std::optional<Board> read = FromJson(text, error);
+  ASSERT_TRUE(read) << error;
+  const auto& sounds = read->Pages()[0].sounds;
+  EXPECT_EQ(250u, sounds[0].startMs);
+  EXPECT_EQ(1750u, sounds[0].endMs);
+  EXPECT_EQ(400u, sounds[1].startMs);
+  EXPECT_EQ(0u, sounds[1].endMs);
+  EXPECT_EQ(0u, sounds[2].startMs);
+  EXPECT_EQ(0u, sounds[2].endMs);
+}
 
 // A sound's colour goes to the file as #rrggbb and comes back, in either case;
 // one that is none is not written.

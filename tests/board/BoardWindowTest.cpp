@@ -1029,6 +1029,35 @@ TEST(BoardWindow, ADroppedBoardFileIsOfferedAndOpened) {
   EXPECT_EQ(0, board.Quit());
 }
 
+// A sound's start and end typed in its editor are saved, and its hotkey
+// then plays only that part: 500 to 1200 ms of a sweep, as long as sox's cut.
+TEST(BoardWindow, ATrimSetInTheEditorPlaysOnlyThatPart) {
+  const std::wstring file = MakeBoardFile(L"board-trim", {{Sounds() + L"trim-source.wav", "Ctrl+Alt+5"}}, "Ctrl+Alt+0");
+  BoardProcess board(file, L"board-trim");
+  ASSERT_TRUE(board.Open());
+  const HWND editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
+  ASSERT_NE(nullptr, editor);
+  SetDlgItemTextW(editor, IDC_SOUND_START, L"500");
+  SetDlgItemTextW(editor, IDC_SOUND_END, L"1200");
+  Screenshot(editor, Scratch(L"board-trim-editor.bmp"));
+  PostMessageW(editor, WM_COMMAND, IDOK, 0);
+  ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
+  const LoadedBoard saved = LoadBoard(file);
+  ASSERT_EQ(1u, saved.board.Pages()[0].sounds.size());
+  EXPECT_EQ(500u, saved.board.Pages()[0].sounds[0].startMs);
+  EXPECT_EQ(1200u, saved.board.Pages()[0].sounds[0].endMs);
+
+  MicHost host(L"board-trim", 4);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  PressKeys("Ctrl+Alt+5");
+  EXPECT_TRUE(PollUntil([&] { return board.ShowsButton(L"trim-source (playing)"); })) << Utf8(board.Status());
+  ASSERT_EQ(0, host.process.Wait(20000)) << host.Report();
+  EXPECT_EQ(0, board.Quit());
+  const audio::Sound out = host.Output(), ref = LoadSound(Sounds() + L"trim-ref.wav");
+  const size_t span = LastSound(out, 1e-4f) - FirstSound(out, 1e-4f), refSpan = ref.samples.size() / ref.channels;
+  EXPECT_NEAR(static_cast<double>(refSpan), static_cast<double>(span), kPeriodFrames) << span << " frames played";
+}
+
 // The windows a process has: its top-level ones and all their descendants.
 size_t WindowsOf(DWORD process) {
   struct Count {

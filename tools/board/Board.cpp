@@ -24,6 +24,11 @@ bool SameName(const std::string& a, const std::string& b) {
 // A sound id no sound has: a chord checked for a sound not yet on the board.
 constexpr uint32_t kNewSound = 0xFFFFFFFF;
 
+Refusal CheckTrim(uint64_t startMs, uint64_t endMs) {
+  if (endMs == 0 || endMs > startMs) return std::nullopt;
+  return "the end (" + std::to_string(endMs) + " ms) is not after the start (" + std::to_string(startMs) + " ms)";
+}
+
 Refusal CheckVolume(double volumeDb) {
   if (volumeDb >= kMinVolumeDb && volumeDb <= kMaxVolumeDb) return std::nullopt;
   return "a volume is from " + std::to_string(static_cast<int>(kMinVolumeDb)) + " to +" +
@@ -81,6 +86,14 @@ std::optional<Board> Board::From(std::vector<Page> pages, Settings settings, std
         }
         sound.name = NameFromFile(sound.file);
         putRight.push_back({"its name was empty; it is named after its file", "named after its file"});
+      }
+      if (Refusal refused = CheckTrim(sound.startMs, sound.endMs)) {
+        if (mistakes == nullptr) {
+          error = "\"" + sound.name + "\": " + *refused;
+          return std::nullopt;
+        }
+        sound.startMs = sound.endMs = 0;
+        putRight.push_back({*refused + "; it plays whole now", "plays whole"});
       }
       if (Refusal refused = CheckVolume(sound.volumeDb)) {
         if (mistakes == nullptr) {
@@ -303,6 +316,17 @@ Refusal Board::SetHotkey(uint32_t id, const std::optional<tools::KeyChord>& hotk
   if (!sound) return "no such sound";
   if (Refusal refused = CheckHotkey(hotkey, id)) return refused;
   sound->hotkey = hotkey;
+  Changed({Change::Kind::Sound, id});
+  return std::nullopt;
+}
+
+Refusal Board::SetTrim(uint32_t id, uint64_t startMs, uint64_t endMs) {
+  Sound* sound = FindMutable(id);
+  if (!sound) return "no such sound";
+  if (Refusal refused = CheckTrim(startMs, endMs)) return refused;
+  if (sound->startMs == startMs && sound->endMs == endMs) return std::nullopt;
+  sound->startMs = startMs;
+  sound->endMs = endMs;
   Changed({Change::Kind::Sound, id});
   return std::nullopt;
 }

@@ -28,6 +28,9 @@ struct Sound {
   std::optional<tools::KeyChord> hotkey;
   double volumeDb = 0.0;
   std::optional<uint32_t> color;  // 0xRRGGBB its button is drawn in, or none
+  // The part of the file played, in ms from its start: from `startMs` to
+  // `endMs` (0: its end).
+  uint64_t startMs = 0, endMs = 0;
 };
 
 // The colours a sound's dialog offers, by name.
@@ -138,6 +141,9 @@ class Board {
   Refusal SetHotkey(uint32_t id, const std::optional<tools::KeyChord>& hotkey);
   Refusal SetVolume(uint32_t id, double volumeDb);
   Refusal SetColor(uint32_t id, std::optional<uint32_t> color);
+  // Plays only the file's part from `startMs` to `endMs` (0: its end); the
+  // end must come after the start.
+  Refusal SetTrim(uint32_t id, uint64_t startMs, uint64_t endMs);
   Refusal RemoveSound(uint32_t id);
   // Moves the sound to `index` of `page` (clamped to the page's end).
   Refusal MoveSound(uint32_t id, size_t page, size_t index);

@@ -46,6 +46,8 @@ std::string ToJson(const Board& board) {
                     {"hotkey", ChordJson(sound.hotkey)},
                     {"volumeDb", sound.volumeDb}};
       if (sound.color) entry["color"] = ColorText(*sound.color);
+      if (sound.startMs != 0) entry["startMs"] = sound.startMs;
+      if (sound.endMs != 0) entry["endMs"] = sound.endMs;
       sounds.push_back(std::move(entry));
     }
     json entry = {{"name", page.name}, {"sounds", std::move(sounds)}};
@@ -104,6 +106,8 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
                                  static_cast<int>(pages.size()));
         ++sounds;
         sound.volumeDb = Read(s, "volumeDb", 0.0);
+        sound.startMs = Read(s, "startMs", uint64_t{0});
+        sound.endMs = Read(s, "endMs", uint64_t{0});
         const std::string color = Read(s, "color", std::string());
         if (!color.empty()) {
           sound.color = ParseColor(color);

@@ -182,7 +182,7 @@ void BoardPlayer::DoPress(const Sound& sound) {
     StopVoices();
     lock.lock();
   }
-  const int voice = engine_->Start({{tools::Wide(sound.file)}, 1, Gain(sound.volumeDb)});
+  const int voice = engine_->Start({{tools::Wide(sound.file)}, 1, Gain(sound.volumeDb), sound.startMs, sound.endMs});
   voiceOfSound_[sound.id] = voice;
   soundOfVoice_[voice] = sound.id;
 }

@@ -58,6 +58,9 @@ BOOL SoundDialog::OnInit() {
     selected = static_cast<int>(SendMessageW(colors, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(other.c_str())));
   }
   SendMessageW(colors, CB_SETCURSEL, static_cast<WPARAM>(selected), 0);
+  // The part played: empty is the file's start, and its end.
+  if (sound->startMs != 0) SetDlgItemTextW(hwnd_, IDC_SOUND_START, std::to_wstring(sound->startMs).c_str());
+  if (sound->endMs != 0) SetDlgItemTextW(hwnd_, IDC_SOUND_END, std::to_wstring(sound->endMs).c_str());
   return TRUE;
 }
 
@@ -77,6 +80,16 @@ bool SoundDialog::OnOk() {
     Refuse(L"The volume is a number of dB, such as -6 or 3.", IDC_SOUND_VOLUME);
     return false;
   }
+  uint64_t startMs = 0, endMs = 0;
+  for (const auto& [field, value] : {std::pair{IDC_SOUND_START, &startMs}, std::pair{IDC_SOUND_END, &endMs}}) {
+    const std::wstring text = ItemText(field);
+    wchar_t* rest = nullptr;
+    *value = text.empty() ? 0 : std::wcstoull(text.c_str(), &rest, 10);
+    if (!text.empty() && *rest != L'\0') {
+      Refuse(L"The start and the end are whole milliseconds from the file's start, or empty.", field);
+      return false;
+    }
+  }
   // Each change is checked by the board before any is made.
   Board trial = board_;
   trial.SetListener({});
@@ -89,6 +102,7 @@ bool SoundDialog::OnOk() {
       {trial.RenameSound(sound_, name), IDC_SOUND_NAME},
       {trial.SetHotkey(sound_, hotkey), IDC_SOUND_HOTKEY},
       {trial.SetVolume(sound_, volume), IDC_SOUND_VOLUME},
+      {trial.SetTrim(sound_, startMs, endMs), IDC_SOUND_END},
   };
   for (const auto& check : checks) {
     if (check.refused) {
@@ -99,6 +113,7 @@ bool SoundDialog::OnOk() {
   board_.RenameSound(sound_, name);
   board_.SetHotkey(sound_, hotkey);
   board_.SetVolume(sound_, volume);
+  board_.SetTrim(sound_, startMs, endMs);
   const LRESULT chosen = SendDlgItemMessageW(hwnd_, IDC_SOUND_COLOR, CB_GETCURSEL, 0, 0);
   if (chosen == 0) {
     board_.SetColor(sound_, std::nullopt);
