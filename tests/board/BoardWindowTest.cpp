@@ -1029,16 +1029,41 @@ TEST(BoardWindow, ADroppedBoardFileIsOfferedAndOpened) {
   EXPECT_EQ(0, board.Quit());
 }
 
-// A sound's start and end typed in its editor are saved, and its hotkey
-// then plays only that part: 500 to 1200 ms of a sweep, as long as sox's cut.
+// The sound's editor shows its waveform; the keys move its markers (Home or
+// End chooses one, the arrows move it by 10 ms, with Shift by 100 ms) and the
+// Start and End fields follow; numbers typed there move the markers. The
+// part is saved, and the hotkey then plays only it: 500 to 1200 ms of a
+// sweep, as long as sox's cut.
 TEST(BoardWindow, ATrimSetInTheEditorPlaysOnlyThatPart) {
   const std::wstring file = MakeBoardFile(L"board-trim", {{Sounds() + L"trim-source.wav", "Ctrl+Alt+5"}}, "Ctrl+Alt+0");
   BoardProcess board(file, L"board-trim");
   ASSERT_TRUE(board.Open());
   const HWND editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
   ASSERT_NE(nullptr, editor);
+  const HWND wave = GetDlgItem(editor, IDC_SOUND_WAVE);
+  ASSERT_NE(nullptr, wave);
+  EXPECT_TRUE(PollUntil([&] { return TextOf(wave).rfind(L"Waveform, 2.0 s", 0) == 0; }, 10000)) << Utf8(TextOf(wave));
+  SetForegroundWindow(editor);
+  SendMessageW(editor, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(wave), TRUE);
+  ASSERT_TRUE(PollUntil([&] { return FocusOf(editor) == wave; }, 5000));
+  const auto field = [&](int id) {
+    wchar_t text[32] = {};
+    GetDlgItemTextW(editor, id, text, 32);
+    return std::wstring(text);
+  };
+  PressKeys("Home");
+  for (int i = 0; i < 3; ++i) PressKeys("Right");
+  PressKeys("Shift+Right");
+  EXPECT_TRUE(PollUntil([&] { return field(IDC_SOUND_START) == L"130"; }, 5000)) << Utf8(field(IDC_SOUND_START));
+  PressKeys("End");
+  PressKeys("Shift+Left");
+  PressKeys("Shift+Left");
+  EXPECT_TRUE(PollUntil([&] { return field(IDC_SOUND_END) == L"1800"; }, 5000)) << Utf8(field(IDC_SOUND_END));
+  EXPECT_EQ(L"Waveform, 2.0 s; plays 0.130 s to 1.800 s", TextOf(wave));
+  // Typed numbers move the markers.
   SetDlgItemTextW(editor, IDC_SOUND_START, L"500");
   SetDlgItemTextW(editor, IDC_SOUND_END, L"1200");
+  EXPECT_EQ(L"Waveform, 2.0 s; plays 0.500 s to 1.200 s", TextOf(wave));
   Screenshot(editor, Scratch(L"board-trim-editor.bmp"));
   PostMessageW(editor, WM_COMMAND, IDOK, 0);
   ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));

@@ -784,7 +784,9 @@ void MainWindow::RemovePage() {
 }
 
 void MainWindow::EditSound(uint32_t id) {
-  SoundDialog dialog(board_, id);
+  const Sound* sound = board_.Find(id);
+  if (sound == nullptr) return;
+  SoundDialog dialog(board_, id, SoundPath(sound->file, path_));
   dialog.Edit(hwnd_);
   grid_.FocusSound(id);
 }

@@ -61,6 +61,13 @@ BOOL SoundDialog::OnInit() {
   // The part played: empty is the file's start, and its end.
   if (sound->startMs != 0) SetDlgItemTextW(hwnd_, IDC_SOUND_START, std::to_wstring(sound->startMs).c_str());
   if (sound->endMs != 0) SetDlgItemTextW(hwnd_, IDC_SOUND_END, std::to_wstring(sound->endMs).c_str());
+  // The waveform where the template keeps its place, next in the tab order after End.
+  RECT place{};
+  GetWindowRect(GetDlgItem(hwnd_, IDC_SOUND_WAVE_PLACE), &place);
+  MapWindowPoints(nullptr, hwnd_, reinterpret_cast<POINT*>(&place), 2);
+  wave_.Create(hwnd_, place, IDC_SOUND_WAVE, file_);
+  wave_.SetPart(sound->startMs, sound->endMs);
+  SetWindowPos(wave_.Hwnd(), GetDlgItem(hwnd_, IDC_SOUND_END), 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
   return TRUE;
 }
 
@@ -69,6 +76,18 @@ BOOL SoundDialog::OnCommand(int id, int code) {
     ShowHotkey(GetDlgItem(hwnd_, IDC_SOUND_HOTKEY), std::nullopt);
     return TRUE;
   }
+  if (syncing_) return FALSE;
+  syncing_ = true;
+  if (id == IDC_SOUND_WAVE && static_cast<UINT>(code) == WaveformView::kMoved) {
+    // A marker moved: the fields say where (empty: the file's start, or its end).
+    SetDlgItemTextW(hwnd_, IDC_SOUND_START, wave_.StartMs() == 0 ? L"" : std::to_wstring(wave_.StartMs()).c_str());
+    SetDlgItemTextW(hwnd_, IDC_SOUND_END, wave_.EndMs() == 0 ? L"" : std::to_wstring(wave_.EndMs()).c_str());
+  } else if ((id == IDC_SOUND_START || id == IDC_SOUND_END) && code == EN_CHANGE) {
+    // A number typed: the markers follow (what is not a number yet is left to OK).
+    wave_.SetPart(std::wcstoull(ItemText(IDC_SOUND_START).c_str(), nullptr, 10),
+                  std::wcstoull(ItemText(IDC_SOUND_END).c_str(), nullptr, 10));
+  }
+  syncing_ = false;
   return FALSE;
 }
 

@@ -1,16 +1,20 @@
-// The sound's editor: its name, its hotkey and its volume. OK asks the board
-// to make each change, and stays open with the board's reason when one is
-// refused (a hotkey in use, an empty name, a volume out of range).
+// The sound's editor: its name, its hotkey, its volume, its colour, and the
+// part of its file played, over the file's waveform. OK asks the board to
+// make each change, and stays open with the board's reason when one is
+// refused (a hotkey in use, an empty name, a volume out of range, an end
+// before the start).
 #pragma once
 
 #include "board/Board.h"
 #include "board/DialogClass.h"
+#include "board/WaveformView.h"
 
 namespace quillon::board {
 
 class SoundDialog : public DialogClass<SoundDialog> {
  public:
-  SoundDialog(Board& board, uint32_t sound) : board_(board), sound_(sound) {}
+  // `file` is the sound's file as a full path, for its waveform.
+  SoundDialog(Board& board, uint32_t sound, std::wstring file) : board_(board), sound_(sound), file_(std::move(file)) {}
   bool Edit(HWND owner);
 
   BOOL OnInit();
@@ -20,6 +24,9 @@ class SoundDialog : public DialogClass<SoundDialog> {
  private:
   Board& board_;
   uint32_t sound_;
+  std::wstring file_;
+  WaveformView wave_;
+  bool syncing_ = false;  // the fields and the markers follow each other without echo
 };
 
 // Reads and writes a hotkey control (msctls_hotkey32) as a chord.

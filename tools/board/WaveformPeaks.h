@@ -1,0 +1,45 @@
+// The outline of a sound file for drawing: the lowest and the highest sample
+// (of all channels) in each of a number of equal stretches of it, read on a
+// thread of its own. What is read so far can be taken at any time, so a view
+// draws a long file as it comes; `news` is called on the thread every 100 ms
+// while it reads, and once at its end.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace quillon::board {
+
+class WaveformPeaks {
+ public:
+  struct Outline {
+    std::vector<float> low, high;  // per stretch; 0 and 0 where nothing was read yet
+    double seconds = 0;            // the sound's length (as its header says, until it is read through)
+    double fraction = 0;           // how much of it is read
+    bool done = false;
+    std::string error;             // why it could not be read (then done)
+  };
+
+  WaveformPeaks(std::wstring path, size_t stretches, std::function<void()> news);
+  // Stops reading and joins the thread.
+  ~WaveformPeaks();
+  WaveformPeaks(const WaveformPeaks&) = delete;
+  WaveformPeaks& operator=(const WaveformPeaks&) = delete;
+
+  Outline Take() const;
+
+ private:
+  void Run(const std::wstring& path, size_t stretches);
+
+  std::function<void()> news_;
+  mutable std::mutex lock_;
+  Outline outline_;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+}  // namespace quillon::board
