@@ -2,6 +2,7 @@
 # (static, one install prefix per target):
 #   quillon::sndfile  libsndfile with FLAC, Ogg, Vorbis, Opus, mpg123 and LAME
 #   quillon::soxr     libsoxr
+#   quillon::ebur128  libebur128
 # QUILLON_THIRD_PARTY_PREFIX may name a prefix that
 # `scripts/third-party.sh prefix <target>` printed; left empty, this file runs
 # that command at every configure (it answers from its cache at once), so the
@@ -68,6 +69,7 @@ _quillon_tp_library(sndfile sndfile
   quillon_tp::FLAC quillon_tp::vorbisenc quillon_tp::vorbis quillon_tp::opus quillon_tp::ogg
   quillon_tp::mp3lame quillon_tp::mpg123)
 _quillon_tp_library(soxr soxr)
+_quillon_tp_library(ebur128 ebur128)
 
 # Static libraries on Windows: FLAC's headers declare dllimport functions unless
 # FLAC__NO_DLL is defined (sndfile.h, soxr.h and the others need nothing: soxr.h
@@ -76,3 +78,4 @@ set_property(TARGET quillon_tp::FLAC PROPERTY INTERFACE_COMPILE_DEFINITIONS FLAC
 
 add_library(quillon::sndfile ALIAS quillon_tp::sndfile)
 add_library(quillon::soxr ALIAS quillon_tp::soxr)
+add_library(quillon::ebur128 ALIAS quillon_tp::ebur128)

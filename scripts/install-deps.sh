@@ -8,7 +8,7 @@ set -euo pipefail
 # Without it, about one Wine start in a thousand found that page taken and
 # ended at once ("failed to map the shared user data"), which CreateProcess
 # reports as ERROR_INTERNAL_ERROR.
-packages=(cmake ninja-build googletest wine wine64 wine64-preloader llvm openssl make python3 espeak-ng sox lame opus-tools gnuplot-nox dpkg-dev nsis nlohmann-json3-dev xvfb xdotool imagemagick python3-yaml)
+packages=(cmake ninja-build googletest wine wine64 wine64-preloader llvm openssl make python3 espeak-ng sox lame opus-tools gnuplot-nox dpkg-dev nsis nlohmann-json3-dev xvfb xdotool imagemagick python3-yaml ffmpeg)
 missing=()
 # npm may come with a nodejs from elsewhere than Debian; only ask for Debian's when there is none.
 command -v npm >/dev/null 2>&1 || missing+=(npm)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Cross-builds the audio libraries that the command-line tools link statically:
-# libsndfile (with FLAC, Ogg, Vorbis, Opus, mpg123 and LAME) and libsoxr, from
+# libsndfile (with FLAC, Ogg, Vorbis, Opus, mpg123 and LAME), libsoxr and
+# libebur128 (loudness, EBU R128), from
 # Debian 12's source packages with Debian's patches applied, for each Windows
 # target, with the project's pinned Zig.
 #
@@ -32,7 +33,7 @@ stamp_name=quillon-third-party.stamp
 jobs=2 # the machine has 2 cores, shared with whatever else runs
 
 # Source packages in build order (each one's dependencies come before it).
-packages=(libogg flac libvorbis opus mpg123 lame libsndfile libsoxr)
+packages=(libogg flac libvorbis opus mpg123 lame libsndfile libsoxr libebur128)
 declare -A version=(
   [libogg]=1.3.5-3
   [flac]=1.4.2+ds-2
@@ -42,6 +43,7 @@ declare -A version=(
   [lame]=3.100-6
   [libsndfile]=1.2.0-1+deb12u1
   [libsoxr]=0.1.3-4
+  [libebur128]=1.2.6-1
 )
 # SHA-256 of every file used from each source package. The .dsc is hashed too:
 # its signature cannot be checked here (no Debian keyring), the pin stands in for it.
@@ -70,6 +72,8 @@ libsndfile  libsndfile_1.2.0-1+deb12u1.debian.tar.xz 77b8c1c5fc6d110f08535ccb76f
 libsoxr     libsoxr_0.1.3-4.dsc                      ce1af0b2dda238ffb7ad2ccea606d132d4153a2bf1b63994fcebc7e0a8db8970
 libsoxr     libsoxr_0.1.3.orig.tar.xz                b111c15fdc8c029989330ff559184198c161100a59312f5dc19ddeb9b5a15889
 libsoxr     libsoxr_0.1.3-4.debian.tar.xz            ae691692ccee841407c2fc7ebb2f25908ccd0adb256cf55944c71325cef14e71
+libebur128  libebur128_1.2.6-1.dsc                   46140388068887be8fe9916e9c01f34a1117a7b37e972be512df5afb6aaa31fe
+libebur128  libebur128_1.2.6.orig.tar.gz             baa7fc293a3d4651e244d8022ad03ab797ca3c2ad8442c43199afe8059faa613
 "
 
 # Where apt finds Debian's source packages when the machine has no deb-src
@@ -160,13 +164,29 @@ fetch_sources() {
   done
 }
 
+# Packages built from the upstream tarball of their Debian source package
+# alone: Debian's packaging tarball of libebur128 1.2.6-1 (3888 bytes, SHA-256
+# fb020439bee55032fcd89c23d969054c203b74e3561fd642ee1335fd47da1368 in its
+# .dsc) is missing from the mirror this project's machines reach (404), so
+# dpkg-source cannot unpack it. The .orig.tar.gz is the one the pinned .dsc
+# names, checked against its pin.
+orig_only=(libebur128)
+
 # Unpacks package $1 with Debian's patches applied into $work/src/$1 (once per run).
 unpack() {
-  local p=$1 dsc tmp
+  local p=$1 dsc tmp orig
   [[ -d $work/src/$p ]] && return 0
   dsc=$(files_of "$p" | grep '\.dsc$')
   tmp="$work/src/.unpack-$p"
   rm -rf "$tmp" && mkdir -p "$tmp"
+  if [[ " ${orig_only[*]} " == *" $p "* ]]; then
+    orig=$(files_of "$p" | grep '\.orig\.tar\.')
+    mkdir -p "$tmp/tree"
+    tar -xf "$sources/$orig" -C "$tmp/tree" --strip-components=1
+    mv "$tmp/tree" "$work/src/$p"
+    rm -rf "$tmp"
+    return 0
+  fi
   # --no-check: every file was already checked against its SHA-256 pin, which is
   # stronger than dpkg-source's checks (the .dsc signature cannot be verified
   # without debian-keyring, and mpg123's .dsc names an .asc apt cannot get).
@@ -347,6 +367,11 @@ build_libsoxr() {
   cmake_install libsoxr "$work/src/libsoxr" \
     -DWITH_OPENMP=OFF -DBUILD_TESTS=OFF -DBUILD_EXAMPLES=OFF \
     -DWITH_LSR_BINDINGS=OFF -DBUILD_LSR_TESTS=OFF
+}
+
+build_libebur128() {
+  # MinGW has no sys/queue.h: the library's own copy.
+  cmake_install libebur128 "$work/src/libebur128" -DENABLE_INTERNAL_QUEUE_H=ON
 }
 
 # Runs "$@" with errexit in force and all output appended to $log; prints the

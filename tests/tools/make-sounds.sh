@@ -97,6 +97,23 @@ sox -n -r 48000 -c 2 -e floating-point -b 32 stopped.wav synth 4 sine 660 vol 0.
 # correlation), and sox's cut of its 500 to 1200 ms.
 sox -n -r 48000 -c 2 -b 32 -e floating-point trim-source.wav synth 2 sine 200-3000 sine 3000-200 vol 0.4
 sox trim-source.wav trim-ref.wav trim 0.5 =1.2
+# Loudness: EBU Tech 3341's first two signals (stereo 1 kHz sines at -23 and
+# -33 dBFS, 20 s); a 12 kHz tone whose samples miss its crests (true peak
+# -6.02 dBTP, its samples 3 dB lower); 300 ms of tone (too short for an
+# integrated loudness); silence, and silence with 16-bit dither only (about
+# -86 dBTP). And ffmpeg's ebur128 filter's integrated
+# loudness of sounds the other tests use, beside each as <file>.ffmpeg-lufs.
+sox -n -r 48000 -c 2 -b 32 -e floating-point ebu-23.wav synth 20 sine 1000 vol -23dB
+sox -n -r 48000 -c 2 -b 32 -e floating-point ebu-33.wav synth 20 sine 1000 vol -33dB
+sox -n -r 48000 -c 2 -b 32 -e floating-point true-peak.wav synth 5 sine 12000 0 12.5 vol 0.5
+sox -n -r 48000 -c 2 -b 32 -e floating-point short-tone.wav synth 0.3 sine 1000 vol -12dB
+sox -D -n -r 48000 -c 2 -b 16 silence.wav trim 0 1
+sox -n -r 48000 -c 2 -b 16 dither-only.wav trim 0 1
+for f in tone.wav mic.wav flac-stereo-44k-to2.flac vorbis-mono-32k-to2.ogg opus-stereo-48k-to2.opus mp3-mono-44k-to2.mp3; do
+  ffmpeg -nostats -hide_banner -i "$f" -af ebur128 -f null - 2>&1 |
+    awk '/Integrated loudness:/ { found = 1 } found && $1 == "I:" { print $2; exit }' > "$f.ffmpeg-lufs"
+  [[ -s "$f.ffmpeg-lufs" ]] || { echo "ffmpeg measured no loudness of $f" >&2; exit 1; }
+done
 echo "this is not a WAV file" > not-a-wav.wav
 sox -n -r 48000 -c 2 -b 16 empty.wav trim 0 0
 size=$(stat -c %s s16-stereo-44k-to2.wav)

@@ -34,6 +34,7 @@ int RunAttach(const Arguments& args);
 int RunDetach(const Arguments& args);
 int RunReattach(const Arguments& args);
 int RunCheck(const Arguments& args);
+int RunLoudness(const Arguments& args);
 int RunRegister(const Arguments& args);
 int RunUnregister(const Arguments& args);
 int RunRestartAudio(const Arguments& args);

@@ -13,6 +13,19 @@ const std::vector<Command>& AllCommands() {
        "For each microphone whose effect runs now: its slot, friendly name,\n"
        "endpoint id, stream format, and whether a sound is playing into it.\n",
        RunList},
+      {"loudness", {{"--json", false}, {"--target", true}},
+       "loudness FILE... [--target LUFS] [--json]",
+       "measure how loud sound files are (EBU R128)",
+       "For each file: its integrated loudness (LUFS), loudness range (LU) and\n"
+       "true peak (dBTP), as EBU R128 and ITU-R BS.1770 measure them, and the\n"
+       "gain that brings it to the target with its true peak at or under\n"
+       "-1 dBTP. A sound shorter than 400 ms, or silent, has no integrated\n"
+       "loudness: its gain brings its true peak to -1 dBTP, or it is left as it\n"
+       "is. The files are measured at once, on every core.\n"
+       "\n"
+       "  --target LUFS        the loudness to reach, -70 to 0 (default -16)\n"
+       "  --json               print the same as JSON, for scripts\n",
+       RunLoudness},
       {"play",
        {{"--mic", true}, {"--volume", true}, {"--loop", true}, {"--start", true}, {"--end", true},
         {"--block-ms", true}, {"--wait", true},
