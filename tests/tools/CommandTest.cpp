@@ -109,6 +109,8 @@ INSTANTIATE_TEST_SUITE_P(Command, Answers, ::testing::Values(
            "--end 800 is not after --start 800"},
     Answer{"StartNotANumber", L"play " + Sound(L"tone.wav") + L" --start 1s", 2,
            "--start 1s: give milliseconds from the file's start"},
+    Answer{"NormalizeOutOfRange", L"play " + Sound(L"tone.wav") + L" --normalize=5", 2,
+           "--normalize=5: give LUFS from -70 to 0"},
     Answer{"StartPastTheEnd", L"play " + Sound(L"tone.wav") + L" --start 5000", 1,
            "the start (5000 ms) is at or past the sound's end"},
     // Wine's playback device in this suite (ALSA says on the side that it has no microphone).

@@ -100,5 +100,46 @@ TEST(Loudness, AgreesWithFfmpegOnTheTestsSounds) {
   }
 }
 
+constexpr const wchar_t* kMic = L"{0.0.1.00000000}.{f0a70000-0000-4000-8000-00000000104d}";
+
+struct Evened {
+  const char* file;
+  bool capped;  // the target's gain would lift the true peak past -1 dBTP
+};
+
+class Normalize : public ::testing::TestWithParam<Evened> {};
+
+// quillon play --normalize into quillon-host: what the microphone got is at
+// -16 LUFS to 0.5 LU, whether the file was 15 dB louder or softer; a file
+// whose peaks would pass -1 dBTP there gets less gain, and its true peak
+// arrives at -1 dBTP or under.
+TEST_P(Normalize, ArrivesAtTheTargetWithItsTruePeakUnderTheCeiling) {
+  const Evened& row = GetParam();
+  const std::wstring name(row.file, row.file + std::strlen(row.file));
+  const ToolRun run = HostAndPlayer(kMic, L"--seconds 4", Sounds() + name, L"normalize-" + name, L"--normalize");
+  ASSERT_EQ(0, run.playerExit) << run.playerText;
+  ASSERT_EQ(0, run.hostExit) << run.hostText;
+  EXPECT_NE(std::string::npos, run.playerText.find("normalize: " + std::string(row.file))) << run.playerText;
+  const Measured m = Measure(L"normalize-out-" + name, L"\"" + Scratch(L"normalize-" + name + L".wav") + L"\"");
+  ASSERT_EQ(0, m.exit) << m.text;
+  ASSERT_EQ(1u, m.files.size()) << m.text;
+  const nlohmann::json& out = m.files[0];
+  std::printf("[ evened   ] %-10s arrived at %s LUFS, true peak %s dBTP\n", row.file, out["lufs"].dump().c_str(),
+              out["truePeak"].dump().c_str());
+  ASSERT_TRUE(out["truePeak"].is_number()) << m.text;
+  EXPECT_LE(out["truePeak"].get<double>(), -1.0 + 0.05);
+  if (row.capped) {
+    EXPECT_NE(std::string::npos, run.playerText.find("its true peak stays at -1 dBTP")) << run.playerText;
+    EXPECT_GE(out["truePeak"].get<double>(), -1.5) << "far less gain than the ceiling allows";
+  } else {
+    ASSERT_TRUE(out["lufs"].is_number()) << m.text;
+    EXPECT_NEAR(-16.0, out["lufs"].get<double>(), 0.5);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Play, Normalize, ::testing::Values(Evened{"loud.wav", false}, Evened{"quiet.wav", false},
+                                                            Evened{"peaky.wav", true}),
+                         [](const auto& info) { return TestName(info.param.file); });
+
 }  // namespace
 }  // namespace quillon::test

@@ -109,6 +109,11 @@ sox -n -r 48000 -c 2 -b 32 -e floating-point true-peak.wav synth 5 sine 12000 0 
 sox -n -r 48000 -c 2 -b 32 -e floating-point short-tone.wav synth 0.3 sine 1000 vol -12dB
 sox -D -n -r 48000 -c 2 -b 16 silence.wav trim 0 1
 sox -n -r 48000 -c 2 -b 16 dither-only.wav trim 0 1
+# Evened out: two tones 15 dB apart, and a 1 Hz square whose true peak
+# (+0.9 dBTP) would pass -1 dBTP at the target loudness.
+sox -n -r 48000 -c 2 -b 32 -e floating-point loud.wav synth 3 sine 440 vol -10dB
+sox -n -r 48000 -c 2 -b 32 -e floating-point quiet.wav synth 3 sine 440 vol -25dB
+sox -n -r 48000 -c 2 -b 32 -e floating-point peaky.wav synth 3 square 1 vol -1dB
 for f in tone.wav mic.wav flac-stereo-44k-to2.flac vorbis-mono-32k-to2.ogg opus-stereo-48k-to2.opus mp3-mono-44k-to2.mp3; do
   ffmpeg -nostats -hide_banner -i "$f" -af ebur128 -f null - 2>&1 |
     awk '/Integrated loudness:/ { found = 1 } found && $1 == "I:" { print $2; exit }' > "$f.ffmpeg-lufs"

@@ -66,7 +66,9 @@ bool Voice::OpenNext(size_t output) {
   const OutputFormat& format = outputs_[output];
   const bool trimmed = request_.startMs != 0 || request_.endMs != 0;
   if (!source->Open(request_.files[lane.index], error) ||
-      !source->Convert(format.rate, format.channels, request_.gain, error) ||
+      !source->Convert(format.rate, format.channels,
+                       request_.gain * (lane.index < request_.fileGains.size() ? request_.fileGains[lane.index] : 1.0f),
+                       error) ||
       (trimmed && !source->Trim(request_.startMs, request_.endMs, error))) {
     Note(output, {Mark::Kind::Failed, lane.written, lane.index, "", 0, 0, 0, error});
     return false;

@@ -27,6 +27,8 @@ struct VoiceRequest {
   float gain = 1.0f;
   // The part of each file played, in ms: from `startMs` to `endMs` (0: its end).
   uint64_t startMs = 0, endMs = 0;
+  // Each file's own gain on top of `gain` (its loudness evened out); none: 1 for all.
+  std::vector<float> fileGains;
 };
 
 // What happened to a voice, as the microphone played it. Every voice ends

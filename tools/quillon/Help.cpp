@@ -27,7 +27,7 @@ const std::vector<Command>& AllCommands() {
        "  --json               print the same as JSON, for scripts\n",
        RunLoudness},
       {"play",
-       {{"--mic", true}, {"--volume", true}, {"--loop", true}, {"--start", true}, {"--end", true},
+       {{"--mic", true}, {"--volume", true}, {"--loop", true}, {"--start", true}, {"--end", true}, {"--normalize", false, true},
         {"--block-ms", true}, {"--wait", true},
         {"--verbose", false}, {"--together", false}, {"--monitor", false, true}, {"--monitor-volume", true},
         {"--ptt", true}, {"--ptt-tail", true}},
@@ -49,6 +49,10 @@ const std::vector<Command>& AllCommands() {
        "                       there where the format can), with a 5 ms fade in\n"
        "  --end MS             and up to MS milliseconds from its start, with a\n"
        "                       5 ms fade out (default: to its end)\n"
+       "  --normalize[=LUFS]   bring each file (its part played) to LUFS, -16 if\n"
+       "                       not given, measured first (EBU R128); the gain is\n"
+       "                       kept low enough for its true peak to stay at or\n"
+       "                       under -1 dBTP; --volume applies on top\n"
        "  --monitor[=DEVICE]   hear it too, on the default playback device (which\n"
        "                       it follows) or on DEVICE (an id or a unique part of\n"
        "                       its name; see quillon devices); a device that goes\n"

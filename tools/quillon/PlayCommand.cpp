@@ -1,6 +1,7 @@
 // quillon play: checks every file (and the monitor's device and the
 // push-to-talk key), finds the microphone, then plays the files through the
 // player engine, one after another or together.
+#include "audio/Loudness.h"
 #include "audio/SoundSource.h"
 #include "common/ConsoleInterrupt.h"
 #include "common/ToolSupport.h"
@@ -41,6 +42,8 @@ struct PlayOptions {
   float gain = 1.0f;
   long long loops = 1;  // 0: until stopped
   long long startMs = 0, endMs = 0;  // the part of each file played (0: its end)
+  std::optional<double> normalizeLufs;  // each file brought to this loudness
+  std::vector<float> fileGains;         // what that takes, per file (set once they are measured)
   DWORD waitMs = 0;
   bool verbose = false;
   bool together = false;
@@ -82,6 +85,13 @@ std::string ReadOptions(const Arguments& args, PlayOptions& o) {
   }
   if (o.endMs != 0 && o.endMs <= o.startMs) {
     return "--end " + std::to_string(o.endMs) + " is not after --start " + std::to_string(o.startMs);
+  }
+  if (args.Has("--normalize")) {
+    double lufs = -16;
+    if (!args.Value("--normalize").empty() && !ParseDecimal(args.Value("--normalize"), -70, 0, lufs)) {
+      return "--normalize=" + Utf8(args.Value("--normalize")) + ": give LUFS from -70 to 0";
+    }
+    o.normalizeLufs = lufs;
   }
   if (args.Has("--block-ms") && !ParseDecimal(args.Value("--block-ms"), 5, 1000, o.engine.blockMs)) {
     return "--block-ms " + Utf8(args.Value("--block-ms")) + ": give milliseconds from 5 to 1000";
@@ -252,11 +262,14 @@ int Play(const PlayOptions& o, const player::PlaybackDevice* monitorDevice) {
   if (o.together) {
     std::vector<player::VoiceRequest> voices;
     for (const std::wstring& file : o.files) {
-      voices.push_back({{file}, o.loops, o.gain, static_cast<uint64_t>(o.startMs), static_cast<uint64_t>(o.endMs)});
+      const size_t i = voices.size();
+      voices.push_back({{file}, o.loops, o.gain, static_cast<uint64_t>(o.startMs), static_cast<uint64_t>(o.endMs),
+                        o.fileGains.empty() ? std::vector<float>{} : std::vector<float>{o.fileGains[i]}});
     }
     engine.StartTogether(voices);
   } else {
-    engine.Start({o.files, o.loops, o.gain, static_cast<uint64_t>(o.startMs), static_cast<uint64_t>(o.endMs)});
+    engine.Start({o.files, o.loops, o.gain, static_cast<uint64_t>(o.startMs), static_cast<uint64_t>(o.endMs),
+                  o.fileGains});
   }
   std::optional<PlayerStatus> end;
   while (!(end = engine.WaitIdle(interrupt.Event(), inbox.Ready()))) show();
@@ -294,6 +307,30 @@ int RunPlay(const Arguments& args) {
                                                              static_cast<uint64_t>(options.endMs), error)))) {
       Fail("%s: %s", Utf8(file).c_str(), error.c_str());
       return kExitFailed;
+    }
+  }
+  // Evened out: each file (its part played) measured first, and its gain said.
+  if (options.normalizeLufs) {
+    for (const std::wstring& file : options.files) {
+      audio::Loudness loudness;
+      std::string error;
+      if (!audio::MeasureLoudness(file, static_cast<uint64_t>(options.startMs), static_cast<uint64_t>(options.endMs),
+                                  loudness, error)) {
+        Fail("%s: its loudness cannot be measured: %s", Utf8(file).c_str(), error.c_str());
+        return kExitFailed;
+      }
+      const audio::LoudnessGain gain = audio::GainFor(loudness, *options.normalizeLufs);
+      options.fileGains.push_back(Decibels(gain.db));
+      const char* why = gain.from == audio::LoudnessGain::From::Loudness      ? ""
+                        : gain.from == audio::LoudnessGain::From::PeakCeiling ? " (less: its true peak stays at -1 dBTP)"
+                        : gain.from == audio::LoudnessGain::From::Peak        ? " (too short to measure: its true peak to -1 dBTP)"
+                                                                              : " (silent: left as it is)";
+      if (loudness.lufs) {
+        Print("normalize: %s is %.1f LUFS; %+.1f dB to %.1f LUFS%s\n", FileName(file).c_str(), *loudness.lufs, gain.db,
+              *options.normalizeLufs, why);
+      } else {
+        Print("normalize: %s: %+.1f dB%s\n", FileName(file).c_str(), gain.db, why);
+      }
     }
   }
   player::PlaybackDevice monitor;
