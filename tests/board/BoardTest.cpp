@@ -411,6 +411,11 @@ INSTANTIATE_TEST_SUITE_P(Table, MistakenFile, ::testing::Values(
              "the end (400 ms) is not after the start (900 ms); it plays whole now", "plays whole",
              R"j("volumeDb": 0.0
         })j"},
+    Mistaken{"TrimBelowZero",
+             R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "startMs": -5, "endMs": 400} ]} ]})j", 1, 0,
+             "\"a\": startMs and endMs are milliseconds from the file's start, not below 0; it plays whole now",
+             "plays whole", R"j("volumeDb": 0.0
+        })j"},
     Mistaken{"UnknownButtonSize", R"j({"pages": [ {"name": "A"} ], "settings": {"buttonSize": "huge"}})j", 0, -1,
              "settings: buttonSize is \"small\", \"medium\" or \"large\", not \"huge\"", "settings",
              R"j("buttonSize": "medium")j"},

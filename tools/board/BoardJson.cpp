@@ -106,8 +106,17 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
                                  static_cast<int>(pages.size()));
         ++sounds;
         sound.volumeDb = Read(s, "volumeDb", 0.0);
-        sound.startMs = Read(s, "startMs", uint64_t{0});
-        sound.endMs = Read(s, "endMs", uint64_t{0});
+        // (Read signed: a negative number would wrap round to a huge part.)
+        const int64_t startMs = Read(s, "startMs", int64_t{0}), endMs = Read(s, "endMs", int64_t{0});
+        if (startMs < 0 || endMs < 0) {
+          const std::string why = "startMs and endMs are milliseconds from the file's start, not below 0";
+          if (mistakes == nullptr) throw std::invalid_argument(why);
+          mistakes->push_back({static_cast<uint32_t>(sounds), static_cast<int>(pages.size()),
+                               "\"" + sound.name + "\": " + why + "; it plays whole now", "plays whole"});
+        } else {
+          sound.startMs = static_cast<uint64_t>(startMs);
+          sound.endMs = static_cast<uint64_t>(endMs);
+        }
         const std::string color = Read(s, "color", std::string());
         if (!color.empty()) {
           sound.color = ParseColor(color);
