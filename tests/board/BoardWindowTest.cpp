@@ -877,11 +877,8 @@ TEST(BoardWindow, AnExportedBoardMovedElsewhereOpensAndEverySoundPlays) {
                                                             {gone, "Ctrl+Alt+4"}},
                                           "Ctrl+Alt+0");
   // As the file dialog gives them back: full paths.
-  const auto full = [](const std::wstring& path) {
-    wchar_t buffer[MAX_PATH];
-    return std::wstring(buffer, GetFullPathNameW(path.c_str(), MAX_PATH, buffer, nullptr));
-  };
-  const std::wstring to = full(Scratch(L"board-export-to")), moved = full(Scratch(L"board-export-moved"));
+  const std::wstring to = tools::FullPath(Scratch(L"board-export-to")),
+                     moved = tools::FullPath(Scratch(L"board-export-moved"));
   for (const std::wstring& folder : {to, moved}) {
     for (const wchar_t* name : {L"\\sounds\\stays.wav", L"\\sounds\\stays (2).wav", L"\\sounds\\stopped.wav",
                                 L"\\board.json"}) {
@@ -989,8 +986,7 @@ TEST(BoardWindow, AFolderOfTenThousandFilesAsksFirstAndCanBeCancelled) {
 
   hand(some);
   EXPECT_TRUE(PollUntil([&] { return board.Status().rfind(L"Added", 0) == 0; }, 60000)) << Utf8(board.Status());
-  wchar_t full[MAX_PATH];
-  const std::wstring someFull(full, GetFullPathNameW(some.c_str(), MAX_PATH, full, nullptr));
+  const std::wstring someFull = tools::FullPath(some);
   EXPECT_EQ(L"Added 150 sounds. Skipped 2: 1 not sound files, 1 that do not open as sound (the first, " + someFull +
                 L"\\zz not a sound.wav: ",
             board.Status().substr(0, board.Status().find(L".wav: ") + 6));

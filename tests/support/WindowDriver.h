@@ -38,21 +38,10 @@ inline void PressKeys(const std::string& text) {
   ASSERT_TRUE(keys.Press(chord)) << text;
 }
 
-// Presses `keys` (xdotool's names: "ctrl+alt+1") on the X server's keyboard,
-// as the machine's keyboard would, with the pointer over `window`: with no
-// window manager the X server gives the keys to the window under the pointer.
-// The window's thread reads them when it handles its messages (PumpUntil).
-// xdotool is a Linux program: Wine starts it as one, without a handle to wait on.
-// `mousemove --sync` waits until the pointer has moved, for ever when it is
-// already there (as it is when an earlier run of the same test left it): the
-// pointer goes one pixel below first, which is never where it was left.
-inline void PressKeysOnX(HWND window, const std::string& keys) {
-  RECT r{};
-  ASSERT_TRUE(GetWindowRect(window, &r));
-  const std::wstring x = std::to_wstring((r.left + r.right) / 2);
-  const int y = (r.top + r.bottom) / 2;
-  std::wstring line = L"xdotool mousemove --sync " + x + L" " + std::to_wstring(y + 1) + L" mousemove --sync " + x +
-                      L" " + std::to_wstring(y) + L" key " + std::wstring(keys.begin(), keys.end());
+// Runs xdotool with `arguments`. xdotool is a Linux program: Wine starts it
+// as one, without a handle to wait on.
+inline void RunXdotool(std::wstring arguments) {
+  std::wstring line = L"xdotool " + arguments;
   STARTUPINFOW startup{sizeof(startup)};
   PROCESS_INFORMATION info{};
   ASSERT_TRUE(CreateProcessW(L"Z:\\usr\\bin\\xdotool", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
@@ -61,18 +50,29 @@ inline void PressKeysOnX(HWND window, const std::string& keys) {
   const UniqueHandle process(info.hProcess), thread(info.hThread);
 }
 
-// Clicks the left mouse button at (x, y) of the screen on the X server, as
-// the machine's mouse would (see PressKeysOnX for the pointer's first move).
-inline void ClickOnX(int x, int y) {
-  std::wstring line = L"xdotool mousemove --sync " + std::to_wstring(x) + L" " + std::to_wstring(y + 1) +
-                      L" mousemove --sync " + std::to_wstring(x) + L" " + std::to_wstring(y) + L" click 1";
-  STARTUPINFOW startup{sizeof(startup)};
-  PROCESS_INFORMATION info{};
-  ASSERT_TRUE(CreateProcessW(L"Z:\\usr\\bin\\xdotool", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                             &startup, &info))
-      << "xdotool: " << GetLastError();
-  const UniqueHandle process(info.hProcess), thread(info.hThread);
+// xdotool's words that move the pointer to (x, y) of the screen.
+// `mousemove --sync` waits until the pointer has moved, for ever when it is
+// already there (as it is when an earlier run of the same test left it): the
+// pointer goes one pixel below first, which is never where it was left.
+inline std::wstring PointerTo(int x, int y) {
+  return L"mousemove --sync " + std::to_wstring(x) + L" " + std::to_wstring(y + 1) + L" mousemove --sync " +
+         std::to_wstring(x) + L" " + std::to_wstring(y);
 }
+
+// Presses `keys` (xdotool's names: "ctrl+alt+1") on the X server's keyboard,
+// as the machine's keyboard would, with the pointer over `window`: with no
+// window manager the X server gives the keys to the window under the pointer.
+// The window's thread reads them when it handles its messages (PumpUntil).
+inline void PressKeysOnX(HWND window, const std::string& keys) {
+  RECT r{};
+  ASSERT_TRUE(GetWindowRect(window, &r));
+  RunXdotool(PointerTo((r.left + r.right) / 2, (r.top + r.bottom) / 2) + L" key " +
+             std::wstring(keys.begin(), keys.end()));
+}
+
+// Clicks the left mouse button at (x, y) of the screen on the X server, as
+// the machine's mouse would.
+inline void ClickOnX(int x, int y) { RunXdotool(PointerTo(x, y) + L" click 1"); }
 
 // Types `text` as characters, the way an input method does.
 inline void TypeText(const std::wstring& text) {

@@ -24,12 +24,7 @@ std::string Reason(SNDFILE* file) {
 // A path Windows takes whatever its length: a long one gets the "\\?\" form.
 std::wstring LongPath(const std::wstring& path) {
   if (path.rfind(L"\\\\?\\", 0) == 0) return path;
-  const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-  if (size == 0) return path;
-  std::wstring full(size, L'\0');
-  const DWORD length = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
-  if (length == 0 || length >= size) return path;
-  full.resize(length);
+  const std::wstring full = tools::FullPath(path);
   if (full.size() < MAX_PATH - 12) return full;
   if (full.rfind(L"\\\\", 0) == 0) return L"\\\\?\\UNC\\" + full.substr(2);
   return L"\\\\?\\" + full;

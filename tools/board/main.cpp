@@ -7,6 +7,7 @@
 #include "board/MainWindow.h"
 #include "board/SingleInstance.h"
 #include "common/ComApartment.h"
+#include "common/ToolSupport.h"
 
 #include <windows.h>
 #include <commctrl.h>
@@ -26,17 +27,6 @@ struct Arguments {
   std::wstring error;
 };
 
-std::wstring FullPath(const std::wstring& path) {
-  std::wstring full(MAX_PATH, L'\0');
-  DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
-  if (length >= full.size()) {
-    full.resize(length);
-    length = GetFullPathNameW(path.c_str(), length, full.data(), nullptr);
-  }
-  full.resize(length);
-  return length ? full : path;
-}
-
 Arguments ReadArguments() {
   Arguments args;
   int count = 0;
@@ -48,7 +38,7 @@ Arguments ReadArguments() {
         args.error = L"--board needs the board file's path.";
         break;
       }
-      args.board = FullPath(words[++i]);
+      args.board = tools::FullPath(words[++i]);
     } else if (word == L"--play") {
       if (i + 1 >= count) {
         args.error = L"--play needs the name of a sound.";
@@ -60,7 +50,7 @@ Arguments ReadArguments() {
                    L". Use: quillon-board [--board FILE] [SOUND-FILE-OR-FOLDER...] or quillon-board --play NAME...";
       break;
     } else {
-      args.files.push_back(FullPath(word));
+      args.files.push_back(tools::FullPath(word));
     }
   }
   LocalFree(words);

@@ -35,6 +35,16 @@ std::wstring Wide(const std::string& utf8) {
   return out;
 }
 
+std::wstring FullPath(const std::wstring& path) {
+  const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  if (size == 0) return path;
+  std::wstring full(size, L'\0');
+  const DWORD length = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
+  if (length == 0 || length >= size) return path;
+  full.resize(length);
+  return full;
+}
+
 std::wstring PathBesideThisProgram(const wchar_t* name) {
   std::wstring path(MAX_PATH, L'\0');
   for (;;) {

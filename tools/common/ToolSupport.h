@@ -17,6 +17,10 @@ std::string Narrow(const std::wstring& text);
 std::string Utf8(const std::wstring& text);
 std::wstring Wide(const std::string& utf8);
 
+// `path` made full (relative to the current folder, "." and ".." taken out),
+// whatever its length; `path` itself when Windows cannot.
+std::wstring FullPath(const std::wstring& path);
+
 // The full path of `name` in the folder of this program's own file: the
 // files of a Quillon installation sit side by side.
 std::wstring PathBesideThisProgram(const wchar_t* name);
