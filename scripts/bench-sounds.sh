@@ -6,10 +6,14 @@
 #                              Ogg Vorbis, Opus and MP3, and one hour as MP3;
 #   bench-sounds.sh DIR storm  the press storm's: a 30-minute MP3 without a
 #                              length tag (64 kbit/s), a 200 MB WAV, a FLAC
-#                              and a 5.1 Opus file.
+#                              and a 5.1 Opus file;
+#   bench-sounds.sh DIR loudness  the loudness and waveform benchmarks': the
+#                              storm's 30-minute MP3, five minutes of 48 kHz
+#                              stereo WAV and ten seconds of WAV.
 set -euo pipefail
 dir=$1
 mkdir -p "$dir"
+dir=$(cd "$dir" && pwd)
 cd "$dir"
 if [[ ! -f .ready ]]; then
   sox -n -b 16 -r 44100 -c 2 ten.wav synth 600 pinknoise synth 600 sine mix 440 vol 0.3
@@ -19,6 +23,16 @@ if [[ ! -f .ready ]]; then
   lame --quiet -b 128 ten.wav ten.mp3
   sox ten.wav ten.wav ten.wav ten.wav ten.wav ten.wav -t wav - | lame --quiet -b 128 - hour.mp3
   touch .ready
+fi
+if [[ ${2:-} == loudness ]]; then
+  "$0" "$dir" storm >/dev/null
+  if [[ ! -f .loudness-ready ]]; then
+    sox -n -b 16 -r 48000 -c 2 five.wav synth 300 pinknoise synth 300 sine mix 440 vol 0.3
+    sox ten.wav ten-seconds.wav trim 0 10
+    touch .loudness-ready
+  fi
+  for f in storm-untagged.mp3 five.wav ten-seconds.wav; do echo "Z:$PWD/$f"; done
+  exit 0
 fi
 if [[ ${2:-} == storm ]]; then
   if [[ ! -f .storm-ready ]]; then

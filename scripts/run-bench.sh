@@ -21,3 +21,7 @@ storm=$("$(dirname "$0")/bench-sounds.sh" "$build/bench-sounds" storm)
 mapfile -t storm_files <<<"$storm"
 "$build/wine-run" "$build/bin/quillon_bench_storm.exe" "${storm_files[@]}"
 "$build/wine-run" "$build/bin/quillon_bench_board.exe"
+loudness=$("$(dirname "$0")/bench-sounds.sh" "$build/bench-sounds" loudness)
+mapfile -t loudness_files <<<"$loudness"
+"$build/wine-run" "$build/bin/quillon_bench_loudness.exe" "${loudness_files[0]}" "${loudness_files[1]}"
+"$build/wine-run" "$build/bin/quillon_bench_waveform.exe" "${loudness_files[2]}" "${loudness_files[0]}"

@@ -416,6 +416,9 @@ INSTANTIATE_TEST_SUITE_P(Table, MistakenFile, ::testing::Values(
              "\"a\": startMs and endMs are milliseconds from the file's start, not below 0; it plays whole now",
              "plays whole", R"j("volumeDb": 0.0
         })j"},
+    Mistaken{"LoudnessTargetOutOfRange", R"j({"pages": [ {"name": "A"} ], "settings": {"loudnessTargetLufs": 3}})j", 0,
+             -1, "settings: loudnessTargetLufs is from -40 to -5; it is -16 now", "settings",
+             R"j("loudnessTargetLufs": -16.0)j"},
     Mistaken{"UnknownButtonSize", R"j({"pages": [ {"name": "A"} ], "settings": {"buttonSize": "huge"}})j", 0, -1,
              "settings: buttonSize is \"small\", \"medium\" or \"large\", not \"huge\"", "settings",
              R"j("buttonSize": "medium")j"},
@@ -444,6 +447,88 @@ TEST(BoardText, TheTrimGoesAndComesBack) {
   EXPECT_EQ(0u, sounds[2].startMs);
   EXPECT_EQ(0u, sounds[2].endMs);
 }
+
+// What was measured goes to the file with the file's stamp and comes back; a
+// sound too short for a loudness keeps "lufs": null; a measurement that is
+// not one is dropped (the sound is measured again), and a board from before
+// evening out keeps it off.
+TEST(BoardText, TheLoudnessGoesAndComesBack) {
+  Board board;
+  const std::vector<uint32_t> ids = board.AddSounds(0, {"a.wav", "b.wav", "c.wav"});
+  board.SetLoudness({{ids[0], 0, 0, {-23.5, -3.25, 1234, 133000000000000000}},
+                     {ids[1], 0, 0, {std::nullopt, -9.0, 99, 1}}});
+  const std::string text = ToJson(board);
+  EXPECT_NE(std::string::npos, text.find("\"lufs\": null")) << text;
+  std::string error;
+  const std::optional<Board> read = FromJson(text, error);
+  ASSERT_TRUE(read) << error;
+  EXPECT_EQ(text, ToJson(*read));
+  const auto& sounds = read->Pages()[0].sounds;
+  ASSERT_TRUE(sounds[0].loudness);
+  EXPECT_EQ((board::SoundLoudness{-23.5, -3.25, 1234, 133000000000000000}), *sounds[0].loudness);
+  EXPECT_FALSE(sounds[2].loudness);
+  EXPECT_TRUE(read->GetSettings().evenLoudness);
+
+  const std::optional<Board> old = FromJson(
+      R"j({"pages": [ {"name": "A", "sounds": [ {"file": "a.wav", "loudness": {"lufs": "loud", "size": 1}} ]} ]})j",
+      error);
+  ASSERT_TRUE(old) << error;
+  EXPECT_FALSE(old->Pages()[0].sounds[0].loudness);
+  EXPECT_FALSE(old->GetSettings().evenLoudness);
+  EXPECT_EQ(-16.0, old->GetSettings().loudnessTargetLufs);
+}
+
+// A measurement belongs to the part measured: changing the part drops it,
+// and one that comes in for a part no longer played is not kept.
+TEST(BoardLoudnessModel, AMeasurementIsOfThePartThatPlays) {
+  Board board;
+  const uint32_t id = board.AddSounds(0, {"a.wav"}).front();
+  int told = 0;
+  board.SetListener([&](const Change& change) { told += change.kind == Change::Kind::Loudness; });
+  board.SetLoudness({{id, 0, 0, {-20.0, -2.0, 10, 20}}});
+  EXPECT_EQ(1, told);
+  board.SetLoudness({{id, 0, 0, {-20.0, -2.0, 10, 20}}});
+  EXPECT_EQ(1, told) << "the same measurement again is no change";
+  ASSERT_FALSE(board.SetTrim(id, 100, 900));
+  EXPECT_FALSE(board.Find(id)->loudness);
+  board.SetLoudness({{id, 0, 0, {-20.0, -2.0, 10, 20}}});
+  EXPECT_FALSE(board.Find(id)->loudness) << "measured over the whole file, which no longer plays";
+  board.SetLoudness({{id, 100, 900, {-18.0, -4.0, 10, 20}}});
+  ASSERT_TRUE(board.Find(id)->loudness);
+  EXPECT_EQ(-18.0, board.Find(id)->loudness->lufs);
+}
+
+// The gain a sound plays at: its volume, plus what evens it out by the rule
+// its measurement calls for, or nothing when evening out is off.
+struct PlayGainRow {
+  const char* name;
+  std::optional<double> lufs, truePeak;
+  bool even;
+  double expected;  // dB, with a volume of -2
+};
+
+class PlayGain : public ::testing::TestWithParam<PlayGainRow> {};
+
+TEST_P(PlayGain, IsTheVolumeAndTheEvening) {
+  const PlayGainRow& row = GetParam();
+  Sound sound;
+  sound.volumeDb = -2.0;
+  if (row.lufs || row.truePeak) sound.loudness = board::SoundLoudness{row.lufs, row.truePeak, 1, 1};
+  Settings settings;
+  settings.evenLoudness = row.even;
+  settings.loudnessTargetLufs = -16.0;
+  EXPECT_NEAR(row.expected, board::PlayGainDb(sound, settings), 1e-9);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, PlayGain,
+    ::testing::Values(PlayGainRow{"Off", -30.0, -10.0, false, -2.0}, PlayGainRow{"NotMeasured", {}, {}, true, -2.0},
+                      PlayGainRow{"ToTheTarget", -30.0, -20.0, true, 12.0},
+                      PlayGainRow{"Softened", -6.0, -0.5, true, -12.0},
+                      PlayGainRow{"HeldByItsPeak", -30.0, -4.0, true, 1.0},
+                      PlayGainRow{"TooShortPeakToCeiling", {}, -7.0, true, 4.0},
+                      PlayGainRow{"SilentLeftAlone", {}, -80.0, true, -2.0}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // A sound's colour goes to the file as #rrggbb and comes back, in either case;
 // one that is none is not written.

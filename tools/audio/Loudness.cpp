@@ -19,7 +19,8 @@ struct StateCloser {
 }  // namespace
 
 bool MeasureLoudness(const std::wstring& path, uint64_t startMs, uint64_t endMs, Loudness& result,
-                     std::string& error, const std::function<void(double)>& progress) {
+                     std::string& error, const std::function<void(double)>& progress,
+                     const std::atomic<bool>* stop) {
   SoundSource source;
   if (!source.Open(path, error)) return false;
   const uint32_t rate = source.File().Rate(), channels = source.File().Channels();
@@ -36,6 +37,10 @@ bool MeasureLoudness(const std::wstring& path, uint64_t startMs, uint64_t endMs,
   std::vector<float> block(static_cast<size_t>(rate / 10) * channels);  // 100 ms
   uint64_t frames = 0;
   for (size_t got; (got = source.Read(block.data(), block.size() / channels)) > 0;) {
+    if (stop && stop->load(std::memory_order_relaxed)) {
+      error = "stopped";
+      return false;
+    }
     if (ebur128_add_frames_float(state.get(), block.data(), got) != EBUR128_SUCCESS) {
       error = "the loudness meter refused the sound";
       return false;

@@ -4,6 +4,7 @@
 // target loudness without its true peak passing a ceiling.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -19,10 +20,12 @@ struct Loudness {
 };
 
 // Measures the file (its part from `startMs` to `endMs`, 0: its end).
-// `progress` hears the fraction read now and then, on the calling thread.
-// On failure returns false with the reason.
+// `progress` hears the fraction read now and then, on the calling thread;
+// `stop`, once set, ends the measuring early (as a failure). On failure
+// returns false with the reason.
 bool MeasureLoudness(const std::wstring& path, uint64_t startMs, uint64_t endMs, Loudness& result,
-                     std::string& error, const std::function<void(double)>& progress = {});
+                     std::string& error, const std::function<void(double)>& progress = {},
+                     const std::atomic<bool>* stop = nullptr);
 
 struct LoudnessGain {
   enum class From {

@@ -327,6 +327,7 @@ Refusal Board::SetTrim(uint32_t id, uint64_t startMs, uint64_t endMs) {
   if (sound->startMs == startMs && sound->endMs == endMs) return std::nullopt;
   sound->startMs = startMs;
   sound->endMs = endMs;
+  sound->loudness.reset();  // measured over the part that plays: measured again
   Changed({Change::Kind::Sound, id});
   return std::nullopt;
 }
@@ -347,6 +348,30 @@ Refusal Board::SetColor(uint32_t id, std::optional<uint32_t> color) {
   sound->color = color;
   Changed({Change::Kind::Sound, id});
   return std::nullopt;
+}
+
+void Board::SetLoudness(const std::vector<Measured>& measured) {
+  bool changed = false;
+  for (const Measured& m : measured) {
+    Sound* sound = FindMutable(m.sound);
+    if (!sound || sound->startMs != m.startMs || sound->endMs != m.endMs || sound->loudness == m.loudness) continue;
+    sound->loudness = m.loudness;
+    changed = true;
+  }
+  if (changed) Changed({Change::Kind::Loudness});
+}
+
+std::optional<audio::LoudnessGain> EvenLoudnessGain(const Sound& sound, const Settings& settings) {
+  if (!settings.evenLoudness || !sound.loudness) return std::nullopt;
+  audio::Loudness measured;
+  measured.lufs = sound.loudness->lufs;
+  measured.truePeakDb = sound.loudness->truePeakDb;
+  return audio::GainFor(measured, settings.loudnessTargetLufs);
+}
+
+double PlayGainDb(const Sound& sound, const Settings& settings) {
+  const std::optional<audio::LoudnessGain> even = EvenLoudnessGain(sound, settings);
+  return sound.volumeDb + (even ? even->db : 0.0);
 }
 
 const std::vector<NamedColor>& Palette() {
@@ -441,6 +466,10 @@ Refusal Board::SetSettings(const Settings& settings) {
   }
   if (Refusal refused = CheckVolume(settings.monitorVolumeDb)) return "hear what you play: " + *refused;
   if (settings.pushToTalkTailMs > 10000) return "the push-to-talk tail is at most 10000 ms";
+  if (!(settings.loudnessTargetLufs >= kMinLoudnessTarget && settings.loudnessTargetLufs <= kMaxLoudnessTarget)) {
+    return "even loudness: the target is from " + std::to_string(static_cast<int>(kMinLoudnessTarget)) + " to " +
+           std::to_string(static_cast<int>(kMaxLoudnessTarget)) + " LUFS";
+  }
   settings_ = settings;
   Changed({Change::Kind::Settings});
   return std::nullopt;

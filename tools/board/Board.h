@@ -7,6 +7,7 @@
 // page. An edit that would break a rule changes nothing and says why.
 #pragma once
 
+#include "audio/Loudness.h"
 #include "common/KeyChord.h"
 
 #include <cstdint>
@@ -20,6 +21,19 @@ namespace quillon::board {
 constexpr double kMinVolumeDb = -60.0;
 constexpr double kMaxVolumeDb = 12.0;
 
+// A sound's loudness as measured (over the part that plays), and the file it
+// was measured from: its size and last-write time (FILETIME ticks, UTC). A
+// file whose size or time differs is measured again.
+struct SoundLoudness {
+  std::optional<double> lufs;        // none: shorter than 400 ms, or silent
+  std::optional<double> truePeakDb;  // none: silent throughout
+  uint64_t size = 0;
+  int64_t modified = 0;
+  bool operator==(const SoundLoudness& o) const {
+    return lufs == o.lufs && truePeakDb == o.truePeakDb && size == o.size && modified == o.modified;
+  }
+};
+
 // A sound on the board. `id` names it while the board runs (it is not saved).
 struct Sound {
   uint32_t id = 0;
@@ -31,6 +45,7 @@ struct Sound {
   // The part of the file played, in ms from its start: from `startMs` to
   // `endMs` (0: its end).
   uint64_t startMs = 0, endMs = 0;
+  std::optional<SoundLoudness> loudness;  // none until measured
 };
 
 // The colours a sound's dialog offers, by name.
@@ -77,12 +92,27 @@ struct Settings {
   uint32_t pushToTalkTailMs = 300;
   bool keepInTray = true;  // closing the window keeps the board running
   ButtonSize buttonSize = ButtonSize::Medium;
+  // Each sound is played at the target loudness (its true peak kept at or
+  // under -1 dBTP), its own volume on top.
+  bool evenLoudness = true;
+  double loudnessTargetLufs = -16.0;
 };
+
+constexpr double kMinLoudnessTarget = -40.0;
+constexpr double kMaxLoudnessTarget = -5.0;
+
+// The gain that evens the sound's loudness out as the settings say (none when
+// that is off or it is not measured yet), before its own volume.
+std::optional<audio::LoudnessGain> EvenLoudnessGain(const Sound& sound, const Settings& settings);
+// The gain the sound plays at, dB: its own volume and its evened loudness.
+double PlayGainDb(const Sound& sound, const Settings& settings);
+
 
 // What an edit changed, for the listener: the pages (their list or names),
 // one sound, several sounds at once, or the settings.
 struct Change {
-  enum class Kind { Pages, Sound, Sounds, Settings } kind;
+  // Loudness: measurements came in (nothing the user did).
+  enum class Kind { Pages, Sound, Sounds, Settings, Loudness } kind;
   uint32_t sound = 0;  // for Kind::Sound
 };
 
@@ -145,6 +175,14 @@ class Board {
   // end must come after the start.
   Refusal SetTrim(uint32_t id, uint64_t startMs, uint64_t endMs);
   Refusal RemoveSound(uint32_t id);
+  // Keeps what was measured of these sounds (a sound's part changed
+  // meanwhile is left alone: `startMs` and `endMs` are the part measured).
+  struct Measured {
+    uint32_t sound;
+    uint64_t startMs, endMs;
+    SoundLoudness loudness;
+  };
+  void SetLoudness(const std::vector<Measured>& measured);
   // Moves the sound to `index` of `page` (clamped to the page's end).
   Refusal MoveSound(uint32_t id, size_t page, size_t index);
 

@@ -48,6 +48,12 @@ std::string ToJson(const Board& board) {
       if (sound.color) entry["color"] = ColorText(*sound.color);
       if (sound.startMs != 0) entry["startMs"] = sound.startMs;
       if (sound.endMs != 0) entry["endMs"] = sound.endMs;
+      if (const auto& l = sound.loudness) {
+        entry["loudness"] = {{"lufs", l->lufs ? json(*l->lufs) : json(nullptr)},
+                             {"truePeak", l->truePeakDb ? json(*l->truePeakDb) : json(nullptr)},
+                             {"size", l->size},
+                             {"modified", l->modified}};
+      }
       sounds.push_back(std::move(entry));
     }
     json entry = {{"name", page.name}, {"sounds", std::move(sounds)}};
@@ -69,6 +75,8 @@ std::string ToJson(const Board& board) {
       {"pushToTalkTailMs", s.pushToTalkTailMs},
       {"keepInTray", s.keepInTray},
       {"buttonSize", kButtonSizes[static_cast<int>(s.buttonSize)]},
+      {"evenLoudness", s.evenLoudness},
+      {"loudnessTargetLufs", s.loudnessTargetLufs},
   };
   const json file = {{"version", kBoardFileVersion}, {"pages", std::move(pages)}, {"settings", settings}};
   return file.dump(2) + "\n";
@@ -117,6 +125,19 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
           sound.startMs = static_cast<uint64_t>(startMs);
           sound.endMs = static_cast<uint64_t>(endMs);
         }
+        // What was measured: a member that is no measurement is dropped, and the sound measured again.
+        if (const auto it = s.find("loudness"); it != s.end() && it->is_object()) {
+          try {
+            const auto dbOrNone = [&](const char* member) -> std::optional<double> {
+              const json& v = it->at(member);
+              return v.is_null() ? std::nullopt : std::optional<double>(v.get<double>());
+            };
+            sound.loudness = SoundLoudness{dbOrNone("lufs"), dbOrNone("truePeak"), it->at("size").get<uint64_t>(),
+                                           it->at("modified").get<int64_t>()};
+          } catch (const json::exception&) {
+            sound.loudness.reset();
+          }
+        }
         const std::string color = Read(s, "color", std::string());
         if (!color.empty()) {
           sound.color = ParseColor(color);
@@ -154,6 +175,16 @@ std::optional<Board> FromJson(const std::string& text, std::string& error, std::
     settings.pushToTalkKey = readChord(s, "pushToTalkKey", "settings: ", 0, -1);
     settings.pushToTalkTailMs = Read(s, "pushToTalkTailMs", settings.pushToTalkTailMs);
     settings.keepInTray = Read(s, "keepInTray", settings.keepInTray);
+    // A board from before evening loudness keeps sounding as it did.
+    settings.evenLoudness = Read(s, "evenLoudness", false);
+    settings.loudnessTargetLufs = Read(s, "loudnessTargetLufs", settings.loudnessTargetLufs);
+    if (!(settings.loudnessTargetLufs >= kMinLoudnessTarget && settings.loudnessTargetLufs <= kMaxLoudnessTarget)) {
+      const std::string why = "loudnessTargetLufs is from " + std::to_string(static_cast<int>(kMinLoudnessTarget)) +
+                              " to " + std::to_string(static_cast<int>(kMaxLoudnessTarget));
+      if (mistakes == nullptr) throw std::invalid_argument(why);
+      mistakes->push_back({0, -1, "settings: " + why + "; it is -16 now", "settings"});
+      settings.loudnessTargetLufs = -16.0;
+    }
     const std::string size = Read(s, "buttonSize", std::string("medium"));
     const auto known = std::find(std::begin(kButtonSizes), std::end(kButtonSizes), size);
     if (known != std::end(kButtonSizes)) {

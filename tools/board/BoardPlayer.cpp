@@ -48,6 +48,18 @@ void BoardPlayer::StopAll() {
   wake_.notify_one();
 }
 
+void BoardPlayer::Preview(const Sound& sound) {
+  std::lock_guard<std::mutex> lock(lock_);
+  requests_.push_back({Request::Kind::Preview, {}, sound});
+  wake_.notify_one();
+}
+
+void BoardPlayer::StopPreview() {
+  std::lock_guard<std::mutex> lock(lock_);
+  requests_.push_back({Request::Kind::StopPreview, {}, {}});
+  wake_.notify_one();
+}
+
 std::deque<PlayerNews> BoardPlayer::TakeNews() {
   std::lock_guard<std::mutex> lock(lock_);
   return std::exchange(news_, {});
@@ -74,6 +86,7 @@ void BoardPlayer::Run() {
     }
     Handle(request);
   }
+  preview_.reset();
   Disconnect();
 }
 
@@ -101,6 +114,16 @@ void BoardPlayer::Handle(const Request& request) {
     }
     case Request::Kind::Press: DoPress(request.sound); break;
     case Request::Kind::StopAll: StopVoices(); break;
+    case Request::Kind::Preview: DoPreview(request.sound); break;
+    case Request::Kind::StopPreview:
+      preview_.reset();
+      if (engine_) {
+        std::lock_guard<std::mutex> lock(lock_);
+        if (const auto playing = voiceOfSound_.find(kPreviewSound); playing != voiceOfSound_.end()) {
+          engine_->Stop(playing->second);
+        }
+      }
+      break;
   }
 }
 
@@ -182,9 +205,35 @@ void BoardPlayer::DoPress(const Sound& sound) {
     StopVoices();
     lock.lock();
   }
-  const int voice = engine_->Start({{tools::Wide(sound.file)}, 1, Gain(sound.volumeDb), sound.startMs, sound.endMs});
+  const int voice = engine_->Start({{tools::Wide(sound.file)}, 1, Gain(PlayGainDb(sound, settings_)), sound.startMs, sound.endMs});
   voiceOfSound_[sound.id] = voice;
   soundOfVoice_[voice] = sound.id;
+}
+
+void BoardPlayer::DoPreview(const Sound& sound) {
+  Sound preview = sound;
+  preview.id = kPreviewSound;
+  preview_.reset();
+  if (!settings_.monitor) {
+    // Heard where it goes: into the microphone, restarted by a second preview.
+    const PressAgain pressAgain = std::exchange(settings_.pressAgain, PressAgain::Restart);
+    const bool overlap = std::exchange(settings_.overlap, true);
+    DoPress(preview);
+    settings_.pressAgain = pressAgain;
+    settings_.overlap = overlap;
+    return;
+  }
+  player::PlaybackDevice device;
+  std::string error;
+  if (player::ListPlaybackDevices(error).empty()) {
+    if (error.empty()) error = "there is no playback device";
+  } else if (player::ChoosePlaybackDevice(tools::Wide(settings_.monitorDevice), device, error)) {
+    preview_ = player::PreviewPlayer::Start(device, settings_.monitorDevice.empty(), Gain(settings_.monitorVolumeDb),
+                                            {{tools::Wide(sound.file)}, 1, Gain(PlayGainDb(sound, settings_)),
+                                             sound.startMs, sound.endMs},
+                                            error);
+  }
+  if (!preview_) Tell({PlayerNews::Kind::Failed, kPreviewSound, 0, 0, error});
 }
 
 void BoardPlayer::StopVoices() {

@@ -7,6 +7,7 @@
 #include "board/Board.h"
 #include "platform/UniqueResource.h"
 #include "player/PlayerEngine.h"
+#include "player/PreviewPlayer.h"
 
 #include <condition_variable>
 #include <deque>
@@ -17,6 +18,9 @@
 #include <thread>
 
 namespace quillon::board {
+
+// The id the news of a preview carries (no sound on the board has it).
+constexpr uint32_t kPreviewSound = 0xFFFFFFFF;
 
 struct PlayerNews {
   enum class Kind {
@@ -45,19 +49,25 @@ class BoardPlayer {
   // Plays (or, as the settings say, restarts or stops) the sound.
   void Press(const Sound& sound);
   void StopAll();
+  // Plays the sound as it is being edited (its part, its volume) to hear
+  // it: on the hear-what-you-play device when that is on, else into the
+  // microphone. A preview stops the one before.
+  void Preview(const Sound& sound);
+  void StopPreview();
 
   // The news since the last call, oldest first.
   std::deque<PlayerNews> TakeNews();
 
  private:
   struct Request {
-    enum class Kind { Configure, Press, StopAll } kind;
+    enum class Kind { Configure, Press, StopAll, Preview, StopPreview } kind;
     Settings settings;
     Sound sound;
   };
   void Run();
   void Handle(const Request& request);
   void DoPress(const Sound& sound);
+  void DoPreview(const Sound& sound);
   // Stops every voice, and says so of those that played.
   void StopVoices();
   // Connects to the chosen microphone's effect when nothing is connected (or
@@ -81,6 +91,7 @@ class BoardPlayer {
   std::map<uint32_t, int> voiceOfSound_;
   std::map<int, uint32_t> soundOfVoice_;
   std::unique_ptr<player::PlayerEngine> engine_;
+  std::unique_ptr<player::PreviewPlayer> preview_;  // the worker's own
   // Held while connected, so that `quillon list` shows the microphone as played into.
   UniqueHandle playingEvent_;
   std::thread thread_;

@@ -28,6 +28,7 @@ constexpr UINT kElevatedMessage = WM_APP + 3;  // quillon.exe, run as Administra
 constexpr UINT kFilesMessage = WM_APP + 4;  // what is known of the sounds' files changed
 constexpr UINT kExportedMessage = WM_APP + 5;  // the export's thread ended
 constexpr UINT kScanMessage = WM_APP + 6;      // adding sounds: the scan has news
+constexpr UINT kLoudnessMessage = WM_APP + 7;  // the loudness meter has news
 // Adding more files than this asks first; more than the other shows the progress.
 constexpr size_t kAskAbove = 500, kShowProgressAbove = 100;
 constexpr int kTabsId = 11, kStatusId = 12;
@@ -126,6 +127,7 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
       }
       ShowMicrophones();  // a recorder may have started meanwhile
       CheckFiles();       // and files may have come or gone
+      MeasureLoudness(true);  // or changed
       RestoreFocus();
       return 0;
     case WM_SETFOCUS: RestoreFocus(); return 0;
@@ -141,6 +143,7 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     case kFilesMessage: ShowSounds(); return 0;
     case kExportedMessage: OnExported(); return 0;
     case kScanMessage: OnScanNews(); return 0;
+    case kLoudnessMessage: OnLoudnessNews(); return 0;
     default: break;
   }
   return DefWindowProcW(hwnd, message, wParam, lParam);
@@ -162,6 +165,9 @@ BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
   accelerators_ = MakeAccelerators();
   hotkeys_ = std::make_unique<GlobalHotkeys>(hwnd);
   files_ = std::make_unique<FilePresence>([hwnd] { PostMessageW(hwnd, kFilesMessage, 0, 0); });
+  // Half the cores measure (at least one, at most four): the rest stay the mix's and the user's.
+  loudness_ = std::make_unique<LoudnessMeter>([hwnd] { PostMessageW(hwnd, kLoudnessMessage, 0, 0); },
+                                              std::clamp(std::thread::hardware_concurrency() / 2, 1u, 4u));
   tray_ = std::make_unique<TrayIcon>(hwnd, kTrayMessage, iconSmall_, L"Quillon Board");
   player_ = std::make_unique<BoardPlayer>([hwnd] { PostMessageW(hwnd, kNewsMessage, 0, 0); });
   elevated_ = std::make_unique<ElevatedRun>(hwnd, kElevatedMessage);
@@ -221,7 +227,16 @@ void MainWindow::RestoreFocus() {
 
 // A board that could not be saved says so before anything else, until it is saved.
 void MainWindow::SetStatus(const std::wstring& text) {
-  const std::wstring shown = saveProblem_.empty() ? text : text.empty() ? saveProblem_ : saveProblem_ + L" " + text;
+  statusText_ = text;
+  measuringText_.clear();  // news of its own end it
+  ShowStatus();
+}
+
+void MainWindow::ShowStatus() {
+  std::wstring shown = saveProblem_;
+  for (const std::wstring* part : {&statusText_, &measuringText_}) {
+    if (!part->empty()) shown += (shown.empty() ? L"" : L" ") + *part;
+  }
   SetWindowTextW(status_, shown.c_str());
 }
 
@@ -313,6 +328,29 @@ void MainWindow::CheckFiles() {
   files_->Check(files);
 }
 
+void MainWindow::MeasureLoudness(bool all) {
+  std::vector<LoudnessMeter::Ask> asks;
+  for (const Page& page : board_.Pages()) {
+    for (const Sound& sound : page.sounds) {
+      if (all || !sound.loudness) {
+        asks.push_back({sound.id, SoundPath(sound.file, path_), sound.startMs, sound.endMs, sound.loudness});
+      }
+    }
+  }
+  if (!asks.empty()) loudness_->Measure(asks);
+}
+
+void MainWindow::OnLoudnessNews() {
+  board_.SetLoudness(loudness_->Take());
+  const LoudnessMeter::Progress now = loudness_->Now();
+  if (now.total == 0) return;  // nothing needed measuring (the files are as they were)
+  measuringText_ = now.busy ? L"Measuring the sounds\u2019 loudness: " + std::to_wstring(now.measured) + L" of " +
+                                  std::to_wstring(now.total) + L"\u2026"
+                            : L"Measured the loudness of " + std::to_wstring(now.measured) +
+                                  (now.measured == 1 ? L" sound." : L" sounds.");
+  ShowStatus();
+}
+
 void MainWindow::ShowMicrophones() {
   micRow_.Show(Wide(board_.GetSettings().microphone));
   Layout();
@@ -346,7 +384,9 @@ void MainWindow::OnBoardChanged(const Change& change) {
     case Change::Kind::Sounds:
       hotkeys_->Sync(board_, page_);
       ShowSounds();
+      MeasureLoudness(false);  // sounds added, or a part changed
       break;
+    case Change::Kind::Loudness: break;  // saved; it shows in the sound's dialog
     case Change::Kind::Settings:
       grid_.SetSize(static_cast<int>(board_.GetSettings().buttonSize));
       hotkeys_->Sync(board_, page_);
@@ -534,7 +574,8 @@ void MainWindow::OnPlayerNews() {
       case PlayerNews::Kind::Failed: {
         grid_.SetProgress(news.sound, -1);
         const Sound* sound = board_.Find(news.sound);
-        SetStatus(L"\u201C" + (sound ? Wide(sound->name) : L"") + L"\u201D did not play: " + Wide(news.text));
+        SetStatus((news.sound == kPreviewSound ? L"The preview" : L"\u201C" + (sound ? Wide(sound->name) : L"") + L"\u201D") +
+                  L" did not play: " + Wide(news.text) + L".");
         break;
       }
       case PlayerNews::Kind::Status: {
@@ -659,6 +700,7 @@ void MainWindow::OpenBoard(const std::wstring& path) {
   ShowPages();
   ShowMicrophones();
   CheckFiles();
+  MeasureLoudness(true);
   SetStatus(marked.empty() ? L"Opened the board in " + path + L"." : marked);
 }
 
@@ -791,8 +833,12 @@ void MainWindow::RemovePage() {
 void MainWindow::EditSound(uint32_t id) {
   const Sound* sound = board_.Find(id);
   if (sound == nullptr) return;
-  SoundDialog dialog(board_, id, SoundPath(sound->file, path_));
+  SoundDialog dialog(board_, id, SoundPath(sound->file, path_), [this](Sound edited) {
+    edited.file = Utf8(SoundPath(edited.file, path_));
+    player_->Preview(edited);
+  });
   dialog.Edit(hwnd_);
+  player_->StopPreview();
   grid_.FocusSound(id);
 }
 
@@ -931,6 +977,7 @@ void MainWindow::OnDestroy(HWND) {
   player_.reset();
   hotkeys_.reset();
   files_.reset();
+  loudness_.reset();
   tray_.reset();
   if (accelerators_) DestroyAcceleratorTable(accelerators_);
   accelerators_ = nullptr;

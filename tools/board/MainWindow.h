@@ -13,6 +13,7 @@
 #include "board/FilePresence.h"
 #include "board/FolderScan.h"
 #include "board/GlobalHotkeys.h"
+#include "board/LoudnessMeter.h"
 #include "board/MicrophoneRow.h"
 #include "board/PortableBoard.h"
 #include "board/SearchRow.h"
@@ -115,9 +116,15 @@ class MainWindow : public WindowClass<MainWindow> {
   void ShowMicrophones();
   // Looks at every sound's file again, on the file thread.
   void CheckFiles();
+  // Asks the meter for the loudness of the sounds not measured yet, or (all)
+  // of every sound, whose file may have changed.
+  void MeasureLoudness(bool all);
+  void OnLoudnessNews();
   void Layout();
   void MakeFonts(UINT dpi);
   void SetStatus(const std::wstring& text);
+  // The status bar's words, and after them what the loudness meter does.
+  void ShowStatus();
   // Gives the keyboard focus back to the control that had it last.
   void RestoreFocus();
 
@@ -141,6 +148,9 @@ class MainWindow : public WindowClass<MainWindow> {
   HWND lastFocus_ = nullptr;  // the control that had the focus when the window was deactivated
   std::unique_ptr<GlobalHotkeys> hotkeys_;
   std::unique_ptr<FilePresence> files_;
+  std::unique_ptr<LoudnessMeter> loudness_;
+  std::wstring statusText_;     // what the status bar says
+  std::wstring measuringText_;  // and after it, the meter's progress or its last count
   std::unique_ptr<TrayIcon> tray_;
   std::unique_ptr<BoardPlayer> player_;
   std::unique_ptr<ElevatedRun> elevated_;

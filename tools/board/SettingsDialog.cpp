@@ -59,6 +59,8 @@ BOOL SettingsDialog::OnInit() {
   HWND sizes = GetDlgItem(hwnd_, IDC_SET_BUTTON_SIZE);
   for (const wchar_t* size : {L"Small", L"Medium", L"Large"}) ComboBox_AddString(sizes, size);
   ComboBox_SetCurSel(sizes, static_cast<int>(s.buttonSize));
+  CheckDlgButton(hwnd_, IDC_SET_EVEN, s.evenLoudness ? BST_CHECKED : BST_UNCHECKED);
+  SetDlgItemTextW(hwnd_, IDC_SET_EVEN_TARGET, NumberText(s.loudnessTargetLufs).c_str());
   EnableParts();
   return TRUE;
 }
@@ -70,10 +72,11 @@ void SettingsDialog::EnableParts() {
   const bool ptt = IsDlgButtonChecked(hwnd_, IDC_SET_PTT) == BST_CHECKED;
   EnableWindow(GetDlgItem(hwnd_, IDC_SET_PTT_KEY), ptt);
   EnableWindow(GetDlgItem(hwnd_, IDC_SET_PTT_TAIL), ptt);
+  EnableWindow(GetDlgItem(hwnd_, IDC_SET_EVEN_TARGET), IsDlgButtonChecked(hwnd_, IDC_SET_EVEN) == BST_CHECKED);
 }
 
 BOOL SettingsDialog::OnCommand(int id, int code) {
-  if ((id == IDC_SET_MONITOR || id == IDC_SET_PTT) && code == BN_CLICKED) {
+  if ((id == IDC_SET_MONITOR || id == IDC_SET_PTT || id == IDC_SET_EVEN) && code == BN_CLICKED) {
     EnableParts();
     return TRUE;
   }
@@ -109,11 +112,17 @@ bool SettingsDialog::OnOk() {
   s.keepInTray = IsDlgButtonChecked(hwnd_, IDC_SET_TRAY) == BST_CHECKED;
   const int size = ComboBox_GetCurSel(GetDlgItem(hwnd_, IDC_SET_BUTTON_SIZE));
   if (size >= 0 && size <= 2) s.buttonSize = static_cast<ButtonSize>(size);
+  s.evenLoudness = IsDlgButtonChecked(hwnd_, IDC_SET_EVEN) == BST_CHECKED;
+  if (!ReadNumber(ItemText(IDC_SET_EVEN_TARGET), s.loudnessTargetLufs)) {
+    Refuse(L"The loudness is a number of LUFS, such as -16.", IDC_SET_EVEN_TARGET);
+    return false;
+  }
   if (const Refusal refused = board_.SetSettings(s)) {
     // The focus goes to the key the refusal names first.
     const int control = refused->rfind("next page", 0) == 0       ? IDC_SET_NEXT_PAGE
                         : refused->rfind("previous page", 0) == 0 ? IDC_SET_PREVIOUS_PAGE
                         : refused->rfind("push-to-talk", 0) == 0  ? IDC_SET_PTT_KEY
+                        : refused->rfind("even loudness", 0) == 0 ? IDC_SET_EVEN_TARGET
                                                                   : IDC_SET_STOP_HOTKEY;
     Refuse(tools::Wide(*refused), control);
     return false;

@@ -31,6 +31,38 @@ void ShowHotkey(HWND control, const std::optional<tools::KeyChord>& chord) {
   SendMessageW(control, HKM_SETHOTKEY, value, 0);
 }
 
+namespace {
+
+std::wstring Db(const wchar_t* format, double value) {
+  wchar_t text[48];
+  std::swprintf(text, 48, format, value);
+  return text;
+}
+
+// What was measured of the sound, and what evening its loudness out does to it.
+std::wstring LoudnessText(const Sound& sound, const Settings& settings) {
+  if (!sound.loudness) return L"Loudness: not measured yet.";
+  const SoundLoudness& l = *sound.loudness;
+  std::wstring text = l.lufs ? L"Loudness " + Db(L"%.1f LUFS", *l.lufs) : L"No loudness (shorter than 400 ms, or silent)";
+  if (l.truePeakDb) text += L", true peak " + Db(L"%.1f dBTP", *l.truePeakDb);
+  text += L". ";
+  const std::optional<audio::LoudnessGain> even = EvenLoudnessGain(sound, settings);
+  if (!even) return text + L"Even loudness is off: it plays at its volume.";
+  const std::wstring target = Db(L"%g LUFS", settings.loudnessTargetLufs);
+  switch (even->from) {
+    case audio::LoudnessGain::From::Loudness: return text + L"Even loudness: " + Db(L"%+.1f dB", even->db) + L" brings it to " + target + L".";
+    case audio::LoudnessGain::From::PeakCeiling:
+      return text + L"Even loudness: " + Db(L"%+.1f dB", even->db) + L", short of " + target +
+             L", keeps its true peak at -1 dBTP.";
+    case audio::LoudnessGain::From::Peak:
+      return text + L"Even loudness: " + Db(L"%+.1f dB", even->db) + L" brings its true peak to -1 dBTP.";
+    case audio::LoudnessGain::From::None: break;
+  }
+  return text + L"Even loudness leaves it as it is.";
+}
+
+}  // namespace
+
 bool SoundDialog::Edit(HWND owner) { return Run(owner, IDD_SOUND); }
 
 BOOL SoundDialog::OnInit() {
@@ -67,6 +99,7 @@ BOOL SoundDialog::OnInit() {
   MapWindowPoints(nullptr, hwnd_, reinterpret_cast<POINT*>(&place), 2);
   wave_.Create(hwnd_, place, IDC_SOUND_WAVE, file_);
   wave_.SetPart(sound->startMs, sound->endMs);
+  SetDlgItemTextW(hwnd_, IDC_SOUND_LOUDNESS, LoudnessText(*sound, board_.GetSettings()).c_str());
   SetWindowPos(wave_.Hwnd(), GetDlgItem(hwnd_, IDC_SOUND_END), 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
   return TRUE;
 }
@@ -74,6 +107,16 @@ BOOL SoundDialog::OnInit() {
 BOOL SoundDialog::OnCommand(int id, int code) {
   if (id == IDC_SOUND_NO_HOTKEY && code == BN_CLICKED) {
     ShowHotkey(GetDlgItem(hwnd_, IDC_SOUND_HOTKEY), std::nullopt);
+    return TRUE;
+  }
+  if (id == IDC_SOUND_PREVIEW && code == BN_CLICKED) {
+    const Sound* sound = board_.Find(sound_);
+    Sound edited = sound ? *sound : Sound{};
+    if (sound && ReadFields(edited.volumeDb, edited.startMs, edited.endMs)) {
+      // Measured over another part: heard without evening until it is measured again.
+      if (edited.startMs != sound->startMs || edited.endMs != sound->endMs) edited.loudness.reset();
+      preview_(edited);
+    }
     return TRUE;
   }
   if (syncing_) return FALSE;
@@ -91,15 +134,14 @@ BOOL SoundDialog::OnCommand(int id, int code) {
   return FALSE;
 }
 
-bool SoundDialog::OnOk() {
+bool SoundDialog::ReadFields(double& volume, uint64_t& startMs, uint64_t& endMs) {
   const std::wstring volumeText = ItemText(IDC_SOUND_VOLUME);
   wchar_t* end = nullptr;
-  const double volume = std::wcstod(volumeText.c_str(), &end);
+  volume = std::wcstod(volumeText.c_str(), &end);
   if (volumeText.empty() || *end != L'\0') {
     Refuse(L"The volume is a number of dB, such as -6 or 3.", IDC_SOUND_VOLUME);
     return false;
   }
-  uint64_t startMs = 0, endMs = 0;
   for (const auto& [field, value] : {std::pair{IDC_SOUND_START, &startMs}, std::pair{IDC_SOUND_END, &endMs}}) {
     const std::wstring text = ItemText(field);
     wchar_t* rest = nullptr;
@@ -109,6 +151,13 @@ bool SoundDialog::OnOk() {
       return false;
     }
   }
+  return true;
+}
+
+bool SoundDialog::OnOk() {
+  double volume = 0;
+  uint64_t startMs = 0, endMs = 0;
+  if (!ReadFields(volume, startMs, endMs)) return false;
   // Each change is checked by the board before any is made.
   Board trial = board_;
   trial.SetListener({});

@@ -6,6 +6,11 @@
 #include <chrono>
 
 namespace quillon::board {
+namespace {
+
+constexpr size_t kLookFrames = 2048;  // looked at in each stretch for the first look
+
+}  // namespace
 
 WaveformPeaks::WaveformPeaks(std::wstring path, size_t stretches, std::function<void()> news)
     : news_(std::move(news)), thread_([this, path = std::move(path), stretches] { Run(path, stretches); }) {}
@@ -18,6 +23,31 @@ WaveformPeaks::~WaveformPeaks() {
 WaveformPeaks::Outline WaveformPeaks::Take() const {
   const std::lock_guard<std::mutex> hold(lock_);
   return outline_;
+}
+
+bool WaveformPeaks::FirstLook(const std::wstring& path, size_t stretches, uint64_t expected, uint32_t channels) {
+  audio::SoundFile file;
+  std::string error;
+  if (!file.OpenRead(path, error)) return false;
+  std::vector<float> samples(kLookFrames * channels);
+  std::vector<float> low(stretches, 0.0f), high(stretches, 0.0f);
+  for (size_t s = 0; s < stretches; ++s) {
+    if (stop_) return false;
+    if (!file.Seek(static_cast<int64_t>(s * expected / stretches))) return false;
+    const size_t got = file.Read(samples.data(), kLookFrames);
+    for (size_t i = 0; i < got * channels; ++i) {
+      low[s] = std::min(low[s], samples[i]);
+      high[s] = std::max(high[s], samples[i]);
+    }
+  }
+  const std::lock_guard<std::mutex> hold(lock_);
+  // (The reading through may have begun meanwhile: what it found stays.)
+  for (size_t s = 0; s < stretches; ++s) {
+    outline_.low[s] = std::min(outline_.low[s], low[s]);
+    outline_.high[s] = std::max(outline_.high[s], high[s]);
+  }
+  outline_.firstLook = true;
+  return true;
 }
 
 void WaveformPeaks::Run(const std::wstring& path, size_t stretches) {
@@ -41,6 +71,11 @@ void WaveformPeaks::Run(const std::wstring& path, size_t stretches) {
     outline_.low.assign(stretches, 0.0f);
     outline_.high.assign(stretches, 0.0f);
     outline_.seconds = static_cast<double>(expected) / rate;
+  }
+  // Worth a first look: more than a minute of sound, and stretches longer than the pieces looked at.
+  if (expected > static_cast<uint64_t>(rate * 60) && expected / stretches > kLookFrames * 4 &&
+      FirstLook(path, stretches, expected, channels)) {
+    news_();
   }
   // Each block's stretches are worked out apart, then put in under the lock.
   constexpr size_t kBlock = 16384;
@@ -74,6 +109,7 @@ void WaveformPeaks::Run(const std::wstring& path, size_t stretches) {
     const std::lock_guard<std::mutex> hold(lock_);
     outline_.seconds = static_cast<double>(at) / rate;
     outline_.fraction = 1.0;
+    outline_.firstLook = true;
     outline_.done = true;
     if (file.Failed()) outline_.error = file.Error();
   }

@@ -62,12 +62,16 @@ void WaveformView::Describe() {
   wchar_t text[160];
   if (!outline_.error.empty()) {
     std::swprintf(text, 160, L"The sound cannot be read: %hs", outline_.error.c_str());
-  } else if (!outline_.done) {
+  } else if (!outline_.firstLook) {
     std::swprintf(text, 160, L"Reading the sound\u2026 %d%%", static_cast<int>(outline_.fraction * 100));
   } else {
     const double end = endMs_ == 0 ? outline_.seconds : static_cast<double>(endMs_) / 1000.0;
-    std::swprintf(text, 160, L"Waveform, %.1f s; plays %.3f s to %.3f s", outline_.seconds,
-                  static_cast<double>(startMs_) / 1000.0, end);
+    const int n = std::swprintf(text, 160, L"Waveform, %.1f s; plays %.3f s to %.3f s", outline_.seconds,
+                                static_cast<double>(startMs_) / 1000.0, end);
+    if (!outline_.done && n > 0) {
+      std::swprintf(text + n, 160 - n, L"; a first look, reading it all\u2026 %d%%",
+                    static_cast<int>(outline_.fraction * 100));
+    }
   }
   SetWindowTextW(hwnd_, text);
 }
@@ -109,7 +113,11 @@ void WaveformView::Paint(HDC target) {
     RECT line{x - thickness / 2, 0, x - thickness / 2 + std::max(thickness, 1), height};
     FillRect(dc, &line, GetSysColorBrush(COLOR_WINDOWTEXT));
   }
-  if (!outline_.done || !outline_.error.empty()) {
+  if (outline_.firstLook && !outline_.done) {
+    // Reading through after the first look: a thin bar along the bottom says how far.
+    RECT bar{0, height - MulDiv(3, static_cast<int>(dpi), 96), static_cast<int>(outline_.fraction * width), height};
+    FillRect(dc, &bar, GetSysColorBrush(COLOR_HIGHLIGHT));
+  } else if (!outline_.done || !outline_.error.empty()) {
     wchar_t text[160];
     GetWindowTextW(hwnd_, text, 160);
     SetBkMode(dc, TRANSPARENT);
