@@ -12,6 +12,7 @@
 #                              stereo WAV and ten seconds of WAV.
 set -euo pipefail
 dir=$1
+self=$(cd "$(dirname "$0")" && pwd)/$(basename "$0")
 mkdir -p "$dir"
 dir=$(cd "$dir" && pwd)
 cd "$dir"
@@ -25,7 +26,7 @@ if [[ ! -f .ready ]]; then
   touch .ready
 fi
 if [[ ${2:-} == loudness ]]; then
-  "$0" "$dir" storm >/dev/null
+  "$self" "$dir" storm >/dev/null
   if [[ ! -f .loudness-ready ]]; then
     sox -n -b 16 -r 48000 -c 2 five.wav synth 300 pinknoise synth 300 sine mix 440 vol 0.3
     sox ten.wav ten-seconds.wav trim 0 10

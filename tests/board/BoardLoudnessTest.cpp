@@ -15,9 +15,16 @@
 namespace quillon::test {
 namespace {
 
-// The board file's sounds, as JSON (the test reads the members it wrote).
+// The board file's sounds, as JSON. The board replaces its file as it saves
+// (a whole new file moved over the old one), and an open that meets the
+// move fails and reads nothing: such a read is made again, for up to 5 s.
 nlohmann::json SoundsIn(const std::wstring& boardFile) {
-  const nlohmann::json file = nlohmann::json::parse(ReadText(boardFile), nullptr, false);
+  nlohmann::json file;
+  PollUntil([&] {
+    file = nlohmann::json::parse(ReadText(boardFile), nullptr, false);
+    return !file.is_discarded();
+  }, 5000);
+  EXPECT_FALSE(file.is_discarded()) << "the board file stayed unreadable";
   return file.is_discarded() ? nlohmann::json::array() : file["pages"][0]["sounds"];
 }
 
@@ -128,8 +135,12 @@ TEST(BoardLoudness, AMeasurementIsKeptWhileItsFileStaysAndTakenAgainWhenItChange
   ASSERT_TRUE(CopyFileW((Sounds() + L"peaky.wav").c_str(), sound.c_str(), FALSE));
   SetForegroundWindow(GetDesktopWindow());
   PostMessageW(board.Window(), WM_ACTIVATE, WA_ACTIVE, 0);
-  ASSERT_TRUE(PollUntil([&] { return SoundsIn(file)[0]["loudness"]["lufs"] != -30.0; }, 30000)) << ReadText(file);
+  ASSERT_TRUE(PollUntil([&] {
+    const nlohmann::json sounds = SoundsIn(file);
+    return sounds.size() == 1 && sounds[0].contains("loudness") && sounds[0]["loudness"]["lufs"] != -30.0;
+  }, 30000)) << ReadText(file);
   const nlohmann::json measured = SoundsIn(file)[0]["loudness"];
+  ASSERT_TRUE(measured.is_object()) << ReadText(file);
   const auto [size, modified] = StampOf(sound);
   EXPECT_EQ(size, measured["size"].get<uint64_t>());
   EXPECT_EQ(modified, measured["modified"].get<int64_t>());
@@ -138,6 +149,7 @@ TEST(BoardLoudness, AMeasurementIsKeptWhileItsFileStaysAndTakenAgainWhenItChange
   editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
   ASSERT_NE(nullptr, editor);
   const std::wstring said = TextOf(GetDlgItem(editor, IDC_SOUND_LOUDNESS));
+  Screenshot(editor, Scratch(L"board-loudness-editor.bmp"));
   EXPECT_NE(std::wstring::npos, said.find(L", short of -16 LUFS, keeps its true peak at -1 dBTP.")) << Utf8(said);
   PostMessageW(editor, WM_COMMAND, IDCANCEL, 0);
   ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));

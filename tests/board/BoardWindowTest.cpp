@@ -513,6 +513,13 @@ TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
     const HWND sizes = GetDlgItem(settings, IDC_SET_BUTTON_SIZE);
     EXPECT_EQ(1, SendMessageW(sizes, CB_GETCURSEL, 0, 0)) << "medium at first";
     SendMessageW(sizes, CB_SETCURSEL, 2, 0);
+    // Even loudness, off in this board, turned on at a target of its own.
+    EXPECT_EQ(BST_UNCHECKED, IsDlgButtonChecked(settings, IDC_SET_EVEN));
+    EXPECT_FALSE(IsWindowEnabled(GetDlgItem(settings, IDC_SET_EVEN_TARGET)));
+    SendMessageW(GetDlgItem(settings, IDC_SET_EVEN), BM_CLICK, 0, 0);
+    EXPECT_TRUE(IsWindowEnabled(GetDlgItem(settings, IDC_SET_EVEN_TARGET)));
+    SetDlgItemTextW(settings, IDC_SET_EVEN_TARGET, L"-20");
+    Screenshot(settings, Scratch(L"board-settings.bmp"));
     PostMessageW(settings, WM_COMMAND, IDOK, 0);
     ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Settings") == nullptr; }));
     EXPECT_TRUE(PollUntil([&] { return FirstButtonWidth(board) >= medium * 13 / 10; }))
@@ -525,6 +532,8 @@ TEST(BoardWindow, AColourAndTheButtonSizeAreSavedAndDrawn) {
   EXPECT_EQ(kTeal, *saved.board.Pages()[0].sounds[0].color);
   EXPECT_FALSE(saved.board.Pages()[0].sounds[1].color);
   EXPECT_EQ(board::ButtonSize::Large, saved.board.GetSettings().buttonSize);
+  EXPECT_TRUE(saved.board.GetSettings().evenLoudness);
+  EXPECT_EQ(-20.0, saved.board.GetSettings().loudnessTargetLufs);
 
   BoardProcess board(file, L"board-colour");
   ASSERT_TRUE(board.Open());
