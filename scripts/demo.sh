@@ -67,13 +67,15 @@ cat > "$out/board.json" <<JSON
   "version": 1,
   "pages": [
     { "name": "Demo", "sounds": [
+      { "file": "$(json_path "$out/chord.wav")", "name": "Chord", "hotkey": "Ctrl+Alt+2", "volumeDb": -3, "color": "#fdd835",
+        "startMs": 250, "endMs": 2000 },
       { "file": "$(json_path "$out/jingle.mp3")", "name": "Jingle", "hotkey": "Ctrl+Alt+1", "volumeDb": 0, "color": "#1e88e5" },
-      { "file": "$(json_path "$out/chord.wav")", "name": "Chord", "hotkey": "Ctrl+Alt+2", "volumeDb": -3, "color": "#fdd835" },
       { "file": "$(json_path "$out/microphone.wav")", "name": "Hello", "hotkey": null, "volumeDb": -6, "color": "#00897b" },
       { "file": "$(json_path "$out/chord.wav")", "name": "Chord, quiet", "hotkey": "Ctrl+Alt+3", "volumeDb": -18 } ] },
     { "name": "Later", "hotkeysOnlyWhenShown": true, "sounds": [] }
   ],
-  "settings": { "microphone": "$board_mic", "stopAllHotkey": "Ctrl+Alt+0", "keepInTray": false }
+  "settings": { "microphone": "$board_mic", "stopAllHotkey": "Ctrl+Alt+0", "keepInTray": false,
+                "evenLoudness": true, "loudnessTargetLufs": -16 }
 }
 JSON
 wine "$build/bin/quillon-host.exe" --endpoint "$board_mic" --name "Microphone (USB Audio)" --seconds 6 --in "$(winpath "$out/microphone.wav")" \
@@ -95,6 +97,18 @@ sleep 0.3
 eval "$(xdotool getwindowgeometry --shell "$board_window")"
 import -window root -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$out/board.png"
 wait $board_host
+# The trimmed, evened Chord in its editor (F2 edits the focused sound, the
+# first). With no window manager, keys go to the window under the pointer.
+xdotool mousemove --window "$board_window" 20 20 key F2
+waited=0
+until editor=$(xdotool search --name '^Edit sound$' 2>/dev/null | head -1) && [[ -n "$editor" ]]; do
+  (( waited++ < 50 )) || { echo "demo: the sound's editor did not open" >&2; exit 1; }
+  sleep 0.2
+done
+sleep 1  # its waveform and loudness drawn
+eval "$(xdotool getwindowgeometry --shell "$editor")"
+import -window root -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$out/board-editor.png"
+xdotool mousemove --window "$editor" 20 20 key Escape
 
 sed -i 's/\r$//' "$out/host.txt" "$out/player.txt"
 # The picture: the three signals one above the other (left channel), the
@@ -134,5 +148,6 @@ play_us=$(sed -n 's/first block taken at qpc_us=\([0-9]*\)/\1/p' "$out/player.tx
   grep -E 'APOProcess per period|periods' "$out/host.txt" | sed 's/^/  /'
   sed -n 's/^\(playing\|played\) /  player: \1 /p' "$out/player.txt"
   echo "  board: played Jingle and Chord into $out/board-output.wav; $(grep -m1 'periods with received sound' "$out/board-host.txt" | tr -d '\r')"
-  echo "  files: $out/{microphone,output}.wav, the player's $out/{jingle.mp3,chord.wav}, $out/signals.png and $out/board.png"
+  echo "  board: Even loudness at -16 LUFS; sounds measured at $(grep -o '"lufs": -[0-9.]*' "$out/board.json" | awk '{ printf "%.1f ", $2 }')LUFS; Chord plays 0.25 s to 2.0 s"
+  echo "  files: $out/{microphone,output}.wav, the player's $out/{jingle.mp3,chord.wav}, $out/signals.png, $out/board.png and $out/board-editor.png"
 } | tee "$out/summary.txt"
