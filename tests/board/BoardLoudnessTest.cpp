@@ -242,5 +242,34 @@ TEST(BoardLoudness, PreviewPlaysTheTypedPartOnTheHearWhatYouPlayDevice) {
   EXPECT_EQ(0u, LoadBoard(file).board.Pages()[0].sounds[0].startMs);
 }
 
+// A sound added to the running board (from a second start's command line)
+// is measured into the board file; with hear-what-you-play off, Preview plays
+// the typed part into the microphone.
+TEST(BoardLoudness, AnAddedSoundIsMeasuredAndItsPreviewGoesIntoTheMicrophone) {
+  const std::wstring file = MakeBoardFile(L"board-preview-mic", {}, "Ctrl+Alt+0");
+  BoardProcess board(file, L"board-preview-mic");
+  ASSERT_TRUE(board.Open());
+  ChildProcess second(L"quillon-board.exe", L"--board \"" + file + L"\" \"" + Sounds() + L"trim-source.wav\"");
+  EXPECT_EQ(0, second.Wait(20000));
+  ASSERT_TRUE(PollUntil([&] { return AllMeasured(file, 1); }, 30000)) << ReadText(file);
+  EXPECT_NEAR(LufsOf(Sounds() + L"trim-source.wav"), SoundsIn(file)[0]["loudness"]["lufs"].get<double>(), 0.01);
+
+  MicHost host(L"board-preview-mic", 4);
+  ASSERT_TRUE(host.Ready()) << host.Report();
+  const HWND editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
+  ASSERT_NE(nullptr, editor);
+  SetDlgItemTextW(editor, IDC_SOUND_START, L"500");
+  SetDlgItemTextW(editor, IDC_SOUND_END, L"1200");
+  PostMessageW(editor, WM_COMMAND, MAKEWPARAM(IDC_SOUND_PREVIEW, BN_CLICKED),
+               reinterpret_cast<LPARAM>(GetDlgItem(editor, IDC_SOUND_PREVIEW)));
+  ASSERT_EQ(0, host.process.Wait(20000)) << host.Report();
+  PostMessageW(editor, WM_COMMAND, IDCANCEL, 0);
+  ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
+  EXPECT_EQ(0, board.Quit());
+  const audio::Sound out = host.Output(), ref = LoadSound(Sounds() + L"trim-ref.wav");
+  const size_t span = LastSound(out, 1e-4f) - FirstSound(out, 1e-4f), refSpan = ref.samples.size() / ref.channels;
+  EXPECT_NEAR(static_cast<double>(refSpan), static_cast<double>(span), kPeriodFrames) << span << " frames played";
+}
+
 }  // namespace
 }  // namespace quillon::test
