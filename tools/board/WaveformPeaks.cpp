@@ -41,11 +41,8 @@ bool WaveformPeaks::FirstLook(const std::wstring& path, size_t stretches, uint64
     }
   }
   const std::lock_guard<std::mutex> hold(lock_);
-  // (The reading through may have begun meanwhile: what it found stays.)
-  for (size_t s = 0; s < stretches; ++s) {
-    outline_.low[s] = std::min(outline_.low[s], low[s]);
-    outline_.high[s] = std::max(outline_.high[s], high[s]);
-  }
+  outline_.low = std::move(low);
+  outline_.high = std::move(high);
   outline_.firstLook = true;
   return true;
 }
@@ -73,7 +70,7 @@ void WaveformPeaks::Run(const std::wstring& path, size_t stretches) {
     outline_.seconds = static_cast<double>(expected) / rate;
   }
   // Worth a first look: more than a minute of sound, and stretches longer than the pieces looked at.
-  if (expected > static_cast<uint64_t>(rate * 60) && expected / stretches > kLookFrames * 4 &&
+  if (stretches > 0 && expected > static_cast<uint64_t>(rate * 60) && expected / stretches > kLookFrames * 4 &&
       FirstLook(path, stretches, expected, channels)) {
     news_();
   }
