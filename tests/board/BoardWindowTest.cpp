@@ -1133,6 +1133,11 @@ TEST(BoardWindow, AFailedSaveStaysShownAndClosingAsksFirst) {
 
   PostMessageW(board.Window(), WM_COMMAND, board::kMoveRight, 0);
   const std::wstring failed = L"The board was not saved: cannot replace ";
+  // The window answers while the save tries again for about a second: it is
+  // written on a thread of its own, so its failure is not known yet.
+  DWORD_PTR ignored = 0;
+  ASSERT_TRUE(SendMessageTimeoutW(board.Window(), WM_NULL, 0, 0, SMTO_ABORTIFHUNG, 5000, &ignored));
+  EXPECT_NE(0u, board.Status().rfind(failed, 0)) << "the window waited for the save";
   ASSERT_TRUE(PollUntil([&] { return board.Status().rfind(failed, 0) == 0; })) << Utf8(board.Status());
   const std::wstring problem = board.Status();
   PostMessageW(board.Window(), WM_COMMAND, board::kStopAll, 0);

@@ -101,13 +101,16 @@ constexpr DWORD kMoveRetryMs = 100;
 }  // namespace
 
 bool SaveBoard(const Board& board, const std::wstring& path, std::string& error) {
+  return SaveBoardText(ToJson(board), path, error);
+}
+
+bool SaveBoardText(const std::string& text, const std::wstring& path, std::string& error) {
   const std::wstring folder = FolderOf(path);
   const int made = SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
   if (made != ERROR_SUCCESS && made != ERROR_ALREADY_EXISTS && made != ERROR_FILE_EXISTS) {
     error = "cannot make " + Utf8(folder) + ": " + SystemText(static_cast<DWORD>(made));
     return false;
   }
-  const std::string text = ToJson(board);
   const std::wstring temporary = path + L".saving";
   {
     UniqueHandle file(CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,

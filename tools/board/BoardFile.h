@@ -33,6 +33,8 @@ LoadedBoard LoadBoard(const std::wstring& path);
 // Writes the board to `path`; on failure the old file is as it was and
 // `error` says why.
 bool SaveBoard(const Board& board, const std::wstring& path, std::string& error);
+// The same, for a board already written as text (ToJson).
+bool SaveBoardText(const std::string& text, const std::wstring& path, std::string& error);
 
 // The name a damaged board file is moved to: "<path>.damaged-YYYYMMDD-HHMMSS",
 // with "-2", "-3"... when that is taken.

@@ -1,6 +1,7 @@
 #include "board/MainWindow.h"
 
 #include "board/BoardCommands.h"
+#include "board/BoardJson.h"
 #include "board/BoardResources.h"
 #include "board/EffectDialog.h"
 #include "board/PageNameDialog.h"
@@ -29,6 +30,7 @@ constexpr UINT kFilesMessage = WM_APP + 4;  // what is known of the sounds' file
 constexpr UINT kExportedMessage = WM_APP + 5;  // the export's thread ended
 constexpr UINT kScanMessage = WM_APP + 6;      // adding sounds: the scan has news
 constexpr UINT kLoudnessMessage = WM_APP + 7;  // the loudness meter has news
+constexpr UINT kSavedMessage = WM_APP + 8;     // the board file was written, or not
 // Adding more files than this asks first; more than the other shows the progress.
 constexpr size_t kAskAbove = 500, kShowProgressAbove = 100;
 constexpr int kTabsId = 11, kStatusId = 12;
@@ -144,6 +146,7 @@ LRESULT MainWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     case kExportedMessage: OnExported(); return 0;
     case kScanMessage: OnScanNews(); return 0;
     case kLoudnessMessage: OnLoudnessNews(); return 0;
+    case kSavedMessage: ShowSaveResult(saver_->Last()); return 0;
     default: break;
   }
   return DefWindowProcW(hwnd, message, wParam, lParam);
@@ -164,6 +167,7 @@ BOOL MainWindow::OnCreate(HWND hwnd, LPCREATESTRUCT) {
   ApplyFont(hwnd, font_.Normal());
   accelerators_ = MakeAccelerators();
   hotkeys_ = std::make_unique<GlobalHotkeys>(hwnd);
+  saver_ = std::make_unique<BoardSaver>([hwnd] { PostMessageW(hwnd, kSavedMessage, 0, 0); });
   files_ = std::make_unique<FilePresence>([hwnd] { PostMessageW(hwnd, kFilesMessage, 0, 0); });
   // Half the cores measure (at least one, at most four): the rest stay the mix's and the user's.
   loudness_ = std::make_unique<LoudnessMeter>([hwnd] { PostMessageW(hwnd, kLoudnessMessage, 0, 0); },
@@ -398,22 +402,25 @@ void MainWindow::OnBoardChanged(const Change& change) {
 
 void MainWindow::Save() {
   if (saveBlocked_) return;
-  std::string error;
-  const bool saved = SaveBoard(board_, path_, error);
+  saver_->Save(path_, ToJson(board_));
+}
+
+void MainWindow::ShowSaveResult(const BoardSaver::Result& result) {
   const bool wasUnsaved = !saveProblem_.empty();
-  saveProblem_ = saved ? L"" : L"The board was not saved: " + Wide(error) + L".";
-  if (!saved) {
+  saveProblem_ = result.saved ? L"" : L"The board was not saved: " + Wide(result.error) + L".";
+  if (!result.saved) {
     SetStatus(L"");
   } else if (wasUnsaved) {
     SetStatus(L"The board is saved.");
   }
 }
 
-// Whether the window may go: the board is saved, or the person agrees to lose
-// what was not.
+// Whether the window may go: the board is saved (what is being written is
+// waited for), or the person agrees to lose what was not.
 bool MainWindow::MayClose() {
-  if (saveProblem_.empty()) return true;
-  Save();
+  if (saveBlocked_) return true;
+  if (!saveProblem_.empty()) Save();  // once more
+  ShowSaveResult(saver_->Flush());
   if (saveProblem_.empty()) return true;
   return MessageBoxW(hwnd_, (saveProblem_ + L"\n\nClose anyway? The changes since the last save are lost.").c_str(),
                      L"Quillon Board", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) == IDYES;
@@ -978,6 +985,7 @@ void MainWindow::OnDestroy(HWND) {
   hotkeys_.reset();
   files_.reset();
   loudness_.reset();
+  saver_.reset();  // what is waiting is written
   tray_.reset();
   if (accelerators_) DestroyAcceleratorTable(accelerators_);
   accelerators_ = nullptr;

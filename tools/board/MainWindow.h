@@ -9,6 +9,7 @@
 #include "board/Board.h"
 #include "board/BoardFile.h"
 #include "board/BoardPlayer.h"
+#include "board/BoardSaver.h"
 #include "board/ElevatedRun.h"
 #include "board/FilePresence.h"
 #include "board/FolderScan.h"
@@ -107,7 +108,9 @@ class MainWindow : public WindowClass<MainWindow> {
   // Whether a command can run now: the one place that decides it.
   bool CanRun(UINT id) const;
   void OnBoardChanged(const Change& change);
+  // Hands the board to the saver's thread; its result comes as kSavedMessage.
   void Save();
+  void ShowSaveResult(const BoardSaver::Result& result);
   // Shows the pages, the sounds of the page shown and their hotkeys' state.
   void ShowPages();
   void ShowSounds();
@@ -149,6 +152,7 @@ class MainWindow : public WindowClass<MainWindow> {
   std::unique_ptr<GlobalHotkeys> hotkeys_;
   std::unique_ptr<FilePresence> files_;
   std::unique_ptr<LoudnessMeter> loudness_;
+  std::unique_ptr<BoardSaver> saver_;
   std::wstring statusText_;     // what the status bar says
   std::wstring measuringText_;  // and after it, the meter's progress or its last count
   std::unique_ptr<TrayIcon> tray_;
