@@ -122,8 +122,9 @@ TEST(BoardWindow, SoundAddedThroughTheDialogGetsAHotkeyAndPlaysByNameAndByIt) {
   PostMessageW(editor, WM_COMMAND, IDOK, 0);
   ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
 
-  // On disk at once.
-  const LoadedBoard saved = LoadBoard(file);
+  // On disk just after.
+  const LoadedBoard saved =
+      SavedBoard(file, [](const LoadedBoard& b) { return b.board.Pages()[0].sounds.size() == 1 && b.board.Pages()[0].sounds[0].hotkey; });
   ASSERT_EQ(LoadedBoard::State::Read, saved.state) << saved.problem;
   ASSERT_EQ(1u, saved.board.Pages()[0].sounds.size());
   const board::Sound& kept = saved.board.Pages()[0].sounds[0];
@@ -229,7 +230,7 @@ TEST(BoardWindow, EveryActionIsReachedFromTheKeyboard) {
   TypeText(L"Memes");
   PressKeys("Enter");
   ASSERT_TRUE(PollUntil([] { return FindWindowW(nullptr, L"Add page") == nullptr; }));
-  const LoadedBoard saved = LoadBoard(file);
+  const LoadedBoard saved = SavedBoard(file, [](const LoadedBoard& b) { return b.board.Pages().size() == 2; });
   ASSERT_EQ(2u, saved.board.Pages().size());
   EXPECT_EQ("Memes", saved.board.Pages()[1].name);
   EXPECT_EQ(0, board.Quit());
@@ -973,7 +974,8 @@ TEST(BoardWindow, ATrimSetInTheEditorPlaysOnlyThatPart) {
   Screenshot(editor, Scratch(L"board-trim-editor.bmp"));
   PostMessageW(editor, WM_COMMAND, IDOK, 0);
   ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));
-  const LoadedBoard saved = LoadBoard(file);
+  const LoadedBoard saved =
+      SavedBoard(file, [](const LoadedBoard& b) { return b.board.Pages()[0].sounds.at(0).startMs != 0; });
   ASSERT_EQ(1u, saved.board.Pages()[0].sounds.size());
   EXPECT_EQ(500u, saved.board.Pages()[0].sounds[0].startMs);
   EXPECT_EQ(1200u, saved.board.Pages()[0].sounds[0].endMs);

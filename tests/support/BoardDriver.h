@@ -121,6 +121,18 @@ struct MicHost {
   ChildProcess process;
 };
 
+// The board file once `written` holds of it: the board writes its file on a
+// thread of its own, just after the change. Waits up to 5 s, and returns the
+// last one read either way (for the test's own checks to name what is wrong).
+inline LoadedBoard SavedBoard(const std::wstring& file, const std::function<bool(const LoadedBoard&)>& written) {
+  LoadedBoard loaded;
+  PollUntil([&] {
+    loaded = LoadBoard(file);
+    return loaded.state == LoadedBoard::State::Read && written(loaded);
+  }, 5000);
+  return loaded;
+}
+
 // Opens one of the board's dialogs through its command, and waits for it.
 inline HWND OpenDialog(HWND board, UINT command, const wchar_t* title) {
   PostMessageW(board, WM_COMMAND, command, 0);
