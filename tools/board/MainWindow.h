@@ -3,7 +3,8 @@
 // is wrong, in words a user can act on. It shows the board and sends it the
 // user's edits; it hears of changes through the board's listener, then saves
 // the board and re-registers the hotkeys. Sounds play through the
-// BoardPlayer, whose news arrives as kNewsMessage.
+// BoardPlayer, whose news arrives as kNewsMessage. Its work with files
+// (adding sounds, opening and exporting boards) is in MainWindowFiles.cpp.
 #pragma once
 
 #include "board/Board.h"
@@ -50,6 +51,16 @@ class MainWindow : public WindowClass<MainWindow> {
   LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
 
  private:
+  // The window's own messages, posted by its threads.
+  static constexpr UINT kNewsMessage = WM_APP + 1;      // the player has news
+  static constexpr UINT kTrayMessage = WM_APP + 2;      // the notification area's icon
+  static constexpr UINT kElevatedMessage = WM_APP + 3;  // quillon.exe, run as Administrator, ended
+  static constexpr UINT kFilesMessage = WM_APP + 4;     // what is known of the sounds' files changed
+  static constexpr UINT kExportedMessage = WM_APP + 5;  // the export's thread ended
+  static constexpr UINT kScanMessage = WM_APP + 6;      // adding sounds: the scan has news
+  static constexpr UINT kLoudnessMessage = WM_APP + 7;  // the loudness meter has news
+  static constexpr UINT kSavedMessage = WM_APP + 8;     // the board file was written, or not
+
   // Messages.
   BOOL OnCreate(HWND hwnd, LPCREATESTRUCT create);
   void OnSize(HWND hwnd, UINT state, int cx, int cy);
