@@ -74,6 +74,18 @@ audio::Sound NextSound(const audio::Sound& out, size_t& from, size_t frames) {
   return part;
 }
 
+// Opens the first sound's editor, types 500 to 1200 ms and presses Preview;
+// the editor, or null when it did not open.
+HWND PreviewPart(const BoardProcess& board) {
+  const HWND editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
+  if (editor == nullptr) return nullptr;
+  SetDlgItemTextW(editor, IDC_SOUND_START, L"500");
+  SetDlgItemTextW(editor, IDC_SOUND_END, L"1200");
+  PostMessageW(editor, WM_COMMAND, MAKEWPARAM(IDC_SOUND_PREVIEW, BN_CLICKED),
+               reinterpret_cast<LPARAM>(GetDlgItem(editor, IDC_SOUND_PREVIEW)));
+  return editor;
+}
+
 // Two tones 15 dB apart, evened out to -16 LUFS: each reaches the
 // microphone within 0.5 LU of it (measured by `quillon loudness` on what
 // quillon-host's effect got), after the board measured both in the background.
@@ -201,12 +213,8 @@ TEST(BoardLoudness, PreviewPlaysTheTypedPartOnTheHearWhatYouPlayDevice) {
                     });
   BoardProcess board(file, L"board-preview");
   ASSERT_TRUE(board.Open());
-  const HWND editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
+  const HWND editor = PreviewPart(board);
   ASSERT_NE(nullptr, editor);
-  SetDlgItemTextW(editor, IDC_SOUND_START, L"500");
-  SetDlgItemTextW(editor, IDC_SOUND_END, L"1200");
-  PostMessageW(editor, WM_COMMAND, MAKEWPARAM(IDC_SOUND_PREVIEW, BN_CLICKED),
-               reinterpret_cast<LPARAM>(GetDlgItem(editor, IDC_SOUND_PREVIEW)));
   const audio::Sound ref = LoadSound(Sounds() + L"trim-ref.wav");
   const size_t refFrames = ref.samples.size() / ref.channels;
   // The device's file grows as it plays; the preview ends with the editor.
@@ -257,12 +265,8 @@ TEST(BoardLoudness, AnAddedSoundIsMeasuredAndItsPreviewGoesIntoTheMicrophone) {
 
   MicHost host(L"board-preview-mic", 4);
   ASSERT_TRUE(host.Ready()) << host.Report();
-  const HWND editor = OpenDialog(board.Window(), board::kEditSound, L"Edit sound");
+  const HWND editor = PreviewPart(board);
   ASSERT_NE(nullptr, editor);
-  SetDlgItemTextW(editor, IDC_SOUND_START, L"500");
-  SetDlgItemTextW(editor, IDC_SOUND_END, L"1200");
-  PostMessageW(editor, WM_COMMAND, MAKEWPARAM(IDC_SOUND_PREVIEW, BN_CLICKED),
-               reinterpret_cast<LPARAM>(GetDlgItem(editor, IDC_SOUND_PREVIEW)));
   ASSERT_EQ(0, host.process.Wait(20000)) << host.Report();
   PostMessageW(editor, WM_COMMAND, IDCANCEL, 0);
   ASSERT_TRUE(PollUntil([&] { return FindWindowW(nullptr, L"Edit sound") == nullptr; }));

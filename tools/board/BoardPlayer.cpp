@@ -30,35 +30,17 @@ BoardPlayer::~BoardPlayer() {
   thread_.join();
 }
 
-void BoardPlayer::Configure(const Settings& settings) {
+void BoardPlayer::Ask(Request request) {
   std::lock_guard<std::mutex> lock(lock_);
-  requests_.push_back({Request::Kind::Configure, settings, {}});
+  requests_.push_back(std::move(request));
   wake_.notify_one();
 }
 
-void BoardPlayer::Press(const Sound& sound) {
-  std::lock_guard<std::mutex> lock(lock_);
-  requests_.push_back({Request::Kind::Press, {}, sound});
-  wake_.notify_one();
-}
-
-void BoardPlayer::StopAll() {
-  std::lock_guard<std::mutex> lock(lock_);
-  requests_.push_back({Request::Kind::StopAll, {}, {}});
-  wake_.notify_one();
-}
-
-void BoardPlayer::Preview(const Sound& sound) {
-  std::lock_guard<std::mutex> lock(lock_);
-  requests_.push_back({Request::Kind::Preview, {}, sound});
-  wake_.notify_one();
-}
-
-void BoardPlayer::StopPreview() {
-  std::lock_guard<std::mutex> lock(lock_);
-  requests_.push_back({Request::Kind::StopPreview, {}, {}});
-  wake_.notify_one();
-}
+void BoardPlayer::Configure(const Settings& settings) { Ask({Request::Kind::Configure, settings, {}}); }
+void BoardPlayer::Press(const Sound& sound) { Ask({Request::Kind::Press, {}, sound}); }
+void BoardPlayer::StopAll() { Ask({Request::Kind::StopAll, {}, {}}); }
+void BoardPlayer::Preview(const Sound& sound) { Ask({Request::Kind::Preview, {}, sound}); }
+void BoardPlayer::StopPreview() { Ask({Request::Kind::StopPreview, {}, {}}); }
 
 std::deque<PlayerNews> BoardPlayer::TakeNews() {
   std::lock_guard<std::mutex> lock(lock_);

@@ -64,6 +64,8 @@ class BoardPlayer {
     Settings settings;
     Sound sound;
   };
+  // Hands the request to the worker.
+  void Ask(Request request);
   void Run();
   void Handle(const Request& request);
   void DoPress(const Sound& sound);
